@@ -1,0 +1,15 @@
+include(GoogleTest)
+
+# vexo_add_test_binary(NAME SOURCES file... LIBRARIES target...)
+# One GoogleTest binary per layer; every TEST becomes a CTest test.
+function(vexo_add_test_binary name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest GTest::gmock GTest::gtest_main
+    vexo_warnings)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
+  target_compile_definitions(${name} PRIVATE
+    VEXO_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+    VEXO_SHARED_DIR="${PROJECT_SOURCE_DIR}/../shared")
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()
