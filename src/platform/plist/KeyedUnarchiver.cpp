@@ -1,1 +1,264 @@
-// in progress
+#include "platform/plist/KeyedUnarchiver.h"
+
+#include "platform/log/Log.h"
+#include "platform/plist/BinaryPropertyList.h"
+#include "platform/plist/KeyedArchiveFormat.h"
+#include "platform/plist/XmlPropertyList.h"
+
+#include <optional>
+#include <unordered_map>
+
+namespace vexo::plist {
+namespace {
+
+using namespace archive;
+using Kind = BinaryPropertyList::Kind;
+using Object = BinaryPropertyList::Object;
+
+// Every decoded value costs one unit. A tree-shaped archive needs at least one reference of
+// its own per value, so a budget proportional to the input only stops archives that share
+// objects to expand exponentially.
+constexpr std::size_t kValueBudgetPerByte = 16;
+constexpr std::size_t kMinimumValueBudget = 4096;
+constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20;
+
+struct DecodeError {
+    std::string reason;
+};
+
+class Decoder {
+public:
+    Decoder(const BinaryPropertyList& list, std::size_t inputSize)
+        : m_list(list), m_budget(kMinimumValueBudget + kValueBudgetPerByte * inputSize) {}
+
+    Value decodeArchive() {
+        const Object top = objectAt(m_list.topObject(), "top object");
+        if (top.kind != Kind::Dictionary)
+            fail("the top object is not a dictionary");
+        const auto archiver = field(top, kArchiverKey);
+        if (!archiver || !BinaryPropertyList::textEquals(objectAt(*archiver, "$archiver"),
+                                                         kArchiverName))
+            fail("not written by NSKeyedArchiver");
+
+        const auto objects = field(top, kObjectsKey);
+        if (!objects)
+            fail("no $objects");
+        m_objects = objectAt(*objects, "$objects");
+        if (m_objects.kind != Kind::Array)
+            fail("$objects is not an array");
+        m_onPath.assign(m_objects.count, false);
+
+        const auto topEntry = field(top, kTopKey);
+        if (!topEntry)
+            fail("no $top");
+        const Object topDictionary = objectAt(*topEntry, "$top");
+        if (topDictionary.kind != Kind::Dictionary)
+            fail("$top is not a dictionary");
+        const auto root = field(topDictionary, kRootKey);
+        if (!root)
+            fail("$top has no root");
+        return decodeUid(uidAt(*root, "root"), 0);
+    }
+
+private:
+    [[noreturn]] static void fail(std::string reason) { throw DecodeError{std::move(reason)}; }
+
+    Object objectAt(std::uint64_t index, std::string_view what) const {
+        auto object = m_list.object(index);
+        if (!object)
+            fail("malformed " + std::string(what) + " (object " + std::to_string(index) + ")");
+        return *object;
+    }
+
+    std::uint64_t uidAt(std::uint64_t index, std::string_view what) const {
+        const Object object = objectAt(index, what);
+        if (object.kind != Kind::Uid)
+            fail(std::string(what) + " is not a UID");
+        return object.uid;
+    }
+
+    // The object index stored under the ASCII key `name` of a dictionary, if any.
+    std::optional<std::uint64_t> field(const Object& dictionary, std::string_view name) const {
+        for (std::size_t i = 0; i < dictionary.count; ++i) {
+            const auto key = m_list.object(m_list.key(dictionary, i));
+            if (key && BinaryPropertyList::textEquals(*key, name))
+                return m_list.value(dictionary, i);
+        }
+        return std::nullopt;
+    }
+
+    Value decodeUid(std::uint64_t uid, std::size_t depth) {
+        if (uid == 0)
+            return Value();
+        if (uid >= m_objects.count)
+            fail("UID " + std::to_string(uid) + " is out of range");
+        if (depth > kMaxNestingDepth)
+            fail("nesting deeper than " + std::to_string(kMaxNestingDepth));
+        if (m_onPath[uid])
+            fail("object " + std::to_string(uid) + " contains itself");
+        if (m_budget-- == 0)
+            fail("the archive expands beyond its value budget");
+
+        const Object object = objectAt(m_list.reference(m_objects, uid), "archived object");
+        switch (object.kind) {
+        case Kind::Boolean:
+            return Value(object.boolean);
+        case Kind::Integer:
+            return Value(object.integer);
+        case Kind::Real:
+            return Value(Real{object.real, object.isSinglePrecision});
+        case Kind::Date:
+            return Value(Date{object.real});
+        case Kind::Data:
+            return Value(Data(object.payload.begin(), object.payload.end()));
+        case Kind::AsciiString:
+        case Kind::Utf16String:
+            return Value(BinaryPropertyList::text(object));
+        case Kind::Dictionary:
+            break;
+        default:
+            fail("object " + std::to_string(uid) + " is not an archivable object");
+        }
+
+        m_onPath[uid] = true;
+        Value value = decodeInstance(object, depth);
+        m_onPath[uid] = false;
+        return value;
+    }
+
+    // An archived instance: a dictionary naming its class under "$class".
+    Value decodeInstance(const Object& instance, std::size_t depth) {
+        const auto classEntry = field(instance, kClassKey);
+        if (!classEntry)
+            fail("archived object without $class");
+        const std::string& className = classNameOf(uidAt(*classEntry, "$class"));
+
+        if (className == kDictionaryClass || className == kMutableDictionaryClass)
+            return decodeDictionary(instance, depth);
+        if (className == kArrayClass || className == kMutableArrayClass)
+            return Value(decodeElements(instance, kObjectsField, depth));
+        if (className == kStringClass || className == kMutableStringClass)
+            return Value(
+                BinaryPropertyList::text(requiredField(instance, kStringField, Kind::AsciiString)));
+        if (className == kDataClass || className == kMutableDataClass) {
+            // Older archives name the bytes "NS.bytes".
+            const auto name = field(instance, kDataField) ? kDataField : kBytesField;
+            const Object bytes = requiredField(instance, name, Kind::Data);
+            return Value(Data(bytes.payload.begin(), bytes.payload.end()));
+        }
+        if (className == kDateClass) {
+            const auto time = field(instance, kTimeField);
+            if (!time)
+                fail("NSDate without NS.time");
+            const Object seconds = objectAt(*time, "NS.time");
+            if (seconds.kind == Kind::Integer)
+                return Value(Date{static_cast<double>(seconds.integer.asSigned())});
+            if (seconds.kind != Kind::Real)
+                fail("NS.time is not a number");
+            return Value(Date{seconds.real});
+        }
+        return Value::unknownObject(className);
+    }
+
+    // A field that must hold an object of `kind` (any string kind when `kind` is a string).
+    Object requiredField(const Object& instance, std::string_view name, Kind kind) const {
+        const auto entry = field(instance, name);
+        if (!entry)
+            fail("archived object without " + std::string(name));
+        const Object object = objectAt(*entry, name);
+        const bool matches = kind == Kind::AsciiString ? object.isString() : object.kind == kind;
+        if (!matches)
+            fail(std::string(name) + " has the wrong type");
+        return object;
+    }
+
+    Array decodeElements(const Object& instance, std::string_view name, std::size_t depth) {
+        const Object list = requiredField(instance, name, Kind::Array);
+        Array elements;
+        elements.reserve(list.count);
+        for (std::size_t i = 0; i < list.count; ++i)
+            elements.push_back(decodeUid(uidAt(m_list.reference(list, i), name), depth + 1));
+        return elements;
+    }
+
+    Value decodeDictionary(const Object& instance, std::size_t depth) {
+        const Object keys = requiredField(instance, kKeysField, Kind::Array);
+        const Object values = requiredField(instance, kObjectsField, Kind::Array);
+        if (keys.count != values.count)
+            fail("NS.keys and NS.objects differ in length");
+        Dictionary dictionary;
+        for (std::size_t i = 0; i < keys.count; ++i) {
+            Value key = decodeUid(uidAt(m_list.reference(keys, i), kKeysField), depth + 1);
+            auto keyText = key.stringValue();
+            if (!keyText)
+                fail("a dictionary key is neither a string nor a number");
+            Value value = decodeUid(uidAt(m_list.reference(values, i), kObjectsField), depth + 1);
+            dictionary.insert_or_assign(std::move(*keyText), std::move(value));
+        }
+        return Value(std::move(dictionary));
+    }
+
+    // The "$classname" of the class descriptor at `uid`; descriptors are shared by every
+    // instance of a class, so each is read once.
+    const std::string& classNameOf(std::uint64_t uid) {
+        if (const auto found = m_classNames.find(uid); found != m_classNames.end())
+            return found->second;
+        if (uid == 0 || uid >= m_objects.count)
+            fail("class UID " + std::to_string(uid) + " is out of range");
+        const Object descriptor = objectAt(m_list.reference(m_objects, uid), "class descriptor");
+        if (descriptor.kind != Kind::Dictionary)
+            fail("class descriptor is not a dictionary");
+        const Object name = requiredField(descriptor, kClassNameKey, Kind::AsciiString);
+        return m_classNames.emplace(uid, BinaryPropertyList::text(name)).first->second;
+    }
+
+    const BinaryPropertyList& m_list;
+    Object m_objects;
+    std::vector<bool> m_onPath;
+    std::size_t m_budget;
+    std::unordered_map<std::uint64_t, std::string> m_classNames;
+};
+
+KeyedUnarchiver::Result failure(std::string reason) {
+    return {Value(), std::move(reason)};
+}
+
+} // namespace
+
+KeyedUnarchiver::Result KeyedUnarchiver::unarchive(std::span<const std::uint8_t> bytes) {
+    if (bytes.size() > kMaxInputBytes)
+        return failure("archive larger than " + std::to_string(kMaxInputBytes >> 20) + " MiB");
+
+    Data converted;
+    if (!BinaryPropertyList::hasSignature(bytes)) {
+        if (!XmlPropertyList::hasSignature(bytes))
+            return failure("not a property list");
+        std::string error;
+        auto binary = XmlPropertyList::toBinary(bytes, error);
+        if (!binary)
+            return failure(std::move(error));
+        converted = std::move(*binary);
+        bytes = converted;
+    }
+
+    std::string error;
+    const auto list = BinaryPropertyList::open(bytes, error);
+    if (!list)
+        return failure(std::move(error));
+    try {
+        return {Decoder(*list, bytes.size()).decodeArchive(), {}};
+    } catch (const DecodeError& decodeError) {
+        return failure(decodeError.reason);
+    }
+}
+
+Value KeyedUnarchiver::unarchiveObject(std::span<const std::uint8_t> bytes) {
+    Result result = unarchive(bytes);
+    if (!result.ok()) {
+        log::debug("plist", "cannot read keyed archive: " + result.error);
+        return Value();
+    }
+    return std::move(result.root);
+}
+
+} // namespace vexo::plist

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "platform/plist/Value.h"
+
+#include <optional>
+
+namespace vexo::plist {
+
+// Encodes values as keyed archives that the host platform's NSKeyedUnarchiver reads:
+// dictionaries as NSDictionary, arrays as NSArray, dates as NSDate, strings, numbers,
+// booleans and data as plain objects, and nothing as the archive's "$null". Equal strings
+// are stored once. An unknown archived object (see Value::unknownObject) is written as
+// nothing, since its contents were never read.
+class KeyedArchiver {
+public:
+    // The archive of `root`; nothing (with a debug log line) when `root` nests deeper than
+    // archive::kMaxNestingDepth. Thread-safe: keeps no state between calls.
+    [[nodiscard]] static std::optional<Data> archivedData(const Value& root);
+};
+
+} // namespace vexo::plist
