@@ -129,6 +129,8 @@ TEST(KeyedArchiveTest, RoundTripsEveryKindOfValue) {
     EXPECT_EQ(roundTrip(Value(0.1f)).doubleValue(), 0.10000000149011612);
     EXPECT_TRUE(roundTrip(Value(std::numeric_limits<std::uint64_t>::max())).asInteger()->isUnsigned);
     EXPECT_TRUE(std::isnan(roundTrip(Value(std::nan(""))).doubleValue()));
+    const Value withNaN(Dictionary{{"fontSize", Value(std::nan(""))}});
+    EXPECT_TRUE(std::isnan(roundTrip(withNaN)["fontSize"].doubleValue()));
 }
 
 TEST(KeyedArchiveTest, WritesTheShapeThePlatformExpects) {
