@@ -1,0 +1,83 @@
+#include "platform/graphics/RoundArtworkRenderer.h"
+
+#include "platform/graphics/Canvas.h"
+#include "platform/graphics/ImageDecoder.h"
+#include "platform/log/Log.h"
+
+#include <functional>
+#include <string_view>
+
+namespace vexo::graphics {
+
+namespace {
+
+std::uint64_t hashBytes(std::span<const std::uint8_t> data) {
+    return std::hash<std::string_view>{}(
+        std::string_view(reinterpret_cast<const char*>(data.data()), data.size()));
+}
+
+void combine(std::size_t& seed, std::size_t value) {
+    seed ^= value + 0x9e3779b97f4a7c15ull + (seed << 6) + (seed >> 2);
+}
+
+} // namespace
+
+std::size_t RoundArtworkRenderer::KeyHash::operator()(const Key& key) const {
+    // The data hash is already well mixed; the style only needs to tell sizes apart.
+    std::size_t seed = key.hash;
+    combine(seed, key.length);
+    combine(seed, static_cast<std::size_t>(key.style.size));
+    combine(seed, std::hash<double>{}(key.style.inset));
+    return seed;
+}
+
+RoundArtworkRenderer::RoundArtworkRenderer(DecodeLimits limits, std::size_t cacheCapacity)
+    : m_limits(limits), m_cache(cacheCapacity) {}
+
+RoundArtworkRenderer& RoundArtworkRenderer::shared() {
+    static RoundArtworkRenderer renderer;
+    return renderer;
+}
+
+std::optional<std::vector<std::uint8_t>> RoundArtworkRenderer::renderImage(const Image& image,
+                                                                           const RoundArtworkStyle& style) {
+    if (style.size <= 0 || style.size > Canvas::kMaxSide)
+        return std::nullopt;
+    Canvas canvas(style.size, style.size);
+    Rect bounds{0, 0, static_cast<double>(style.size), static_cast<double>(style.size)};
+    if (style.ring)
+        canvas.fillOval(bounds, *style.ring);
+    canvas.clipToOval(bounds.inset(style.inset));
+    canvas.drawImage(image, bounds);
+    return canvas.encodePng();
+}
+
+std::optional<std::vector<std::uint8_t>> RoundArtworkRenderer::render(std::span<const std::uint8_t> imageData,
+                                                                      const RoundArtworkStyle& style) {
+    if (style.size <= 0 || style.size > Canvas::kMaxSide)
+        return std::nullopt;
+    Key key{hashBytes(imageData), imageData.size(), style};
+    {
+        std::lock_guard lock(m_mutex);
+        if (const Result* cached = m_cache.find(key))
+            return *cached;
+        ++m_decodeCount;
+    }
+    // Drawn outside the lock: two threads asking for the same new picture at once both
+    // draw it, which is harmless.
+    Result result;
+    if (std::optional<Image> image = ImageDecoder(m_limits).decode(imageData, {style.size, style.size}))
+        result = renderImage(*image, style);
+    else
+        log::debug("graphics", "round artwork: image data not decodable");
+    std::lock_guard lock(m_mutex);
+    m_cache.put(key, result);
+    return result;
+}
+
+std::size_t RoundArtworkRenderer::decodeCount() const {
+    std::lock_guard lock(m_mutex);
+    return m_decodeCount;
+}
+
+} // namespace vexo::graphics

@@ -1,0 +1,159 @@
+#include "TestImages.h"
+
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include <jpeglib.h>
+#include <png.h>
+#include <zlib.h>
+
+namespace vexo::graphics::test {
+
+namespace {
+
+void appendToBytes(png_structp png, png_bytep data, png_size_t length) {
+    auto* out = static_cast<Bytes*>(png_get_io_ptr(png));
+    out->insert(out->end(), data, data + length);
+}
+
+template <typename FillRows>
+Bytes writePng(int width, int height, int bitDepth, int colorType, bool interlaced, FillRows&& fillRows) {
+    Bytes out;
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    if (setjmp(png_jmpbuf(png)))
+        throw std::runtime_error("test PNG could not be written");
+    png_set_write_fn(png, &out, appendToBytes, nullptr);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), bitDepth, colorType,
+                 interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    fillRows(png, info);
+    png_destroy_write_struct(&png, &info);
+    return out;
+}
+
+} // namespace
+
+Bytes makePng(int width, int height, const PixelFunction& pixel, bool alpha, bool interlaced) {
+    int channels = alpha ? 4 : 3;
+    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width) * height * channels);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            Rgba8 p = pixel(x, y);
+            std::uint8_t* out = &pixels[(static_cast<std::size_t>(y) * width + x) * channels];
+            out[0] = p.red;
+            out[1] = p.green;
+            out[2] = p.blue;
+            if (alpha)
+                out[3] = p.alpha;
+        }
+    }
+    return writePng(width, height, 8, alpha ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB, interlaced,
+                    [&](png_structp png, png_infop info) {
+                        std::vector<png_bytep> rows(static_cast<std::size_t>(height));
+                        for (int y = 0; y < height; ++y)
+                            rows[y] = &pixels[static_cast<std::size_t>(y) * width * channels];
+                        png_set_rows(png, info, rows.data());
+                        png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+                    });
+}
+
+Bytes makeGray16Png(int width, int height, std::uint16_t level) {
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * 2);
+    for (int x = 0; x < width; ++x) {
+        row[x * 2] = static_cast<std::uint8_t>(level >> 8);
+        row[x * 2 + 1] = static_cast<std::uint8_t>(level & 0xFF);
+    }
+    return writePng(width, height, 16, PNG_COLOR_TYPE_GRAY, false, [&](png_structp png, png_infop info) {
+        std::vector<png_bytep> rows(static_cast<std::size_t>(height), row.data());
+        png_set_rows(png, info, rows.data());
+        png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    });
+}
+
+Bytes makePalettePng(int width, int height, Rgba8 opaque) {
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(width));
+    for (int x = 0; x < width; ++x)
+        row[x] = x < width / 2 ? 0 : 1;
+    return writePng(width, height, 8, PNG_COLOR_TYPE_PALETTE, false, [&](png_structp png, png_infop info) {
+        png_color palette[2] = {{opaque.red, opaque.green, opaque.blue}, {0, 0, 0}};
+        png_set_PLTE(png, info, palette, 2);
+        png_byte transparency[2] = {255, 0};
+        png_set_tRNS(png, info, transparency, 2, nullptr);
+        std::vector<png_bytep> rows(static_cast<std::size_t>(height), row.data());
+        png_set_rows(png, info, rows.data());
+        png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    });
+}
+
+Bytes makeJpeg(int width, int height, const PixelFunction& pixel, int quality, bool progressive) {
+    jpeg_compress_struct cinfo{};
+    jpeg_error_mgr errors{};
+    cinfo.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&cinfo);
+    unsigned char* buffer = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&cinfo, &buffer, &size);
+    cinfo.image_width = static_cast<JDIMENSION>(width);
+    cinfo.image_height = static_cast<JDIMENSION>(height);
+    cinfo.input_components = 3;
+    cinfo.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&cinfo);
+    jpeg_set_quality(&cinfo, quality, TRUE);
+    if (progressive)
+        jpeg_simple_progression(&cinfo);
+    jpeg_start_compress(&cinfo, TRUE);
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * 3);
+    while (cinfo.next_scanline < cinfo.image_height) {
+        int y = static_cast<int>(cinfo.next_scanline);
+        for (int x = 0; x < width; ++x) {
+            Rgba8 p = pixel(x, y);
+            row[x * 3] = p.red;
+            row[x * 3 + 1] = p.green;
+            row[x * 3 + 2] = p.blue;
+        }
+        JSAMPROW rowPointer = row.data();
+        jpeg_write_scanlines(&cinfo, &rowPointer, 1);
+    }
+    jpeg_finish_compress(&cinfo);
+    Bytes out(buffer, buffer + size);
+    std::free(buffer);
+    jpeg_destroy_compress(&cinfo);
+    return out;
+}
+
+PixelFunction halves(int width, Rgba8 left, Rgba8 right) {
+    return [=](int x, int) { return x < width / 2 ? left : right; };
+}
+
+PixelFunction solid(Rgba8 color) {
+    return [=](int, int) { return color; };
+}
+
+void setPngSize(Bytes& png, std::uint32_t width, std::uint32_t height) {
+    auto put = [&](std::size_t at, std::uint32_t value) {
+        for (int i = 0; i < 4; ++i)
+            png[at + i] = static_cast<std::uint8_t>(value >> (24 - 8 * i));
+    };
+    put(16, width);
+    put(20, height);
+    // The CRC covers the chunk type and data: bytes 12 to 29.
+    put(29, static_cast<std::uint32_t>(crc32(0, png.data() + 12, 17)));
+}
+
+void setJpegSize(Bytes& jpeg, std::uint16_t width, std::uint16_t height) {
+    for (std::size_t i = 2; i + 9 < jpeg.size(); ++i) {
+        if (jpeg[i] == 0xFF && (jpeg[i + 1] == 0xC0 || jpeg[i + 1] == 0xC2)) {
+            // FF C0, length (2), precision (1), height (2), width (2).
+            jpeg[i + 5] = static_cast<std::uint8_t>(height >> 8);
+            jpeg[i + 6] = static_cast<std::uint8_t>(height & 0xFF);
+            jpeg[i + 7] = static_cast<std::uint8_t>(width >> 8);
+            jpeg[i + 8] = static_cast<std::uint8_t>(width & 0xFF);
+            return;
+        }
+    }
+    throw std::runtime_error("no frame header in test JPEG");
+}
+
+} // namespace vexo::graphics::test

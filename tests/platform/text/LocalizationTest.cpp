@@ -1,0 +1,130 @@
+#include "platform/text/LocaleSettings.h"
+#include "platform/text/Localization.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+
+namespace vexo::text {
+namespace {
+
+const std::filesystem::path kResources = std::filesystem::path(VEXO_SOURCE_DIR) / "resources";
+
+TEST(LocalizationTest, LooksUpLikeTheHostPlatform) {
+    Localization english(kResources, "en_US");
+    Localization german(kResources, "de_DE");
+    EXPECT_EQ(english.language(), "en");
+    EXPECT_EQ(german.language(), "de");
+
+    struct Case {
+        const Localization& texts;
+        std::string key;
+        std::string value;
+        std::string expected;
+    };
+    std::vector<Case> cases = {
+        {english, "Manual", "", "Manual"},
+        {german, "Manual", "", "Manuell"},
+        {english, "Automix On", "", "Automix On"},
+        {german, "Automix Off", "", "Automix aus"},
+        {german, "Fade", "", "\xC3\x9C" "berblenden"},
+        {english, "--", "", "--"},
+        {english, "Wobble", "", "Wobble"},          // missing: the key
+        {german, "Wobble", "Fallback", "Fallback"}, // missing with a value: the value
+        {german, "Echo", "Fallback", "Echo"},       // present: the table wins
+        {english, "", "", ""},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(c.texts.localizedString(c.key, c.value), c.expected) << c.key;
+
+    // A table that does not exist, or whose name leaves the folder, is empty.
+    EXPECT_EQ(german.localizedString("Manual", "", "Missing"), "Manual");
+    EXPECT_EQ(german.localizedString("Manual", "", "../en.lproj/Localizable"), "Manual");
+}
+
+TEST(LocalizationTest, EveryEnglishTextIsTranslated) {
+    auto english = StringTable::load(kResources / "en.lproj" / "Localizable.strings");
+    auto german = StringTable::load(kResources / "de.lproj" / "Localizable.strings");
+    ASSERT_TRUE(english);
+    ASSERT_TRUE(german);
+    EXPECT_EQ(english->size(), german->size());
+    for (const char* key : {"Manual", "Automix On", "Automix Off", "--", "Fade", "Cut", "Echo"}) {
+        EXPECT_NE(english->find(key), nullptr) << key;
+        EXPECT_NE(german->find(key), nullptr) << key;
+    }
+}
+
+TEST(LocalizationTest, ChoosesTheClosestLanguageThatExists) {
+    struct Case {
+        std::string requested;
+        std::string used;
+    };
+    std::vector<Case> cases = {{"de", "de"}, {"de_AT", "de"}, {"de-CH", "de"}, {"en_GB", "en"},
+                               {"fr_FR", "en"}, {"", "en"},   {"../de", "en"}, {"de/..", "en"}};
+    for (const Case& c : cases)
+        EXPECT_EQ(Localization(kResources, c.requested).language(), c.used) << c.requested;
+
+    // A malformed table counts as empty rather than half read.
+    std::filesystem::path directory = std::filesystem::temp_directory_path() /
+                                      ("vexo-strings-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(directory / "en.lproj");
+    std::ofstream(directory / "en.lproj" / "Localizable.strings") << "\"Manual\" = \"Hand\";\n\"broken\" = ";
+    EXPECT_EQ(Localization(directory, "en").localizedString("Manual"), "Manual");
+    std::filesystem::remove_all(directory);
+}
+
+TEST(LocaleSettingsTest, ReadsPosixLocaleValues) {
+    struct Case {
+        std::string value;
+        std::optional<std::string> locale;
+    };
+    std::vector<Case> cases = {
+        {"de_DE.UTF-8", "de_DE"}, {"en_US.UTF-8@euro", "en_US"}, {"fr", "fr"}, {"de-AT", "de_AT"},
+        {"EN_us", "en_us"},       {"sr_Latn_RS", "sr_Latn_RS"},  {"C", std::nullopt},
+        {"POSIX", std::nullopt},  {"C.UTF-8", std::nullopt},     {"", std::nullopt},
+        {"x", std::nullopt},      {"de__DE", std::nullopt},      {"de_", std::nullopt},
+        {"../de", std::nullopt},  {"de/x", std::nullopt},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(LocaleSettings::fromPosix(c.value), c.locale) << c.value;
+}
+
+TEST(LocaleSettingsTest, LanguageSettingComesBeforeLang) {
+    struct Saved {
+        const char* name;
+        std::optional<std::string> value;
+    };
+    std::vector<Saved> saved;
+    for (const char* name : {"VEXO_LANGUAGE", "VEXO_LOCALE", "LANG", "LC_ALL", "LC_NUMERIC"}) {
+        const char* value = std::getenv(name);
+        saved.push_back({name, value ? std::optional<std::string>(value) : std::nullopt});
+        ::unsetenv(name);
+    }
+
+    EXPECT_EQ(LocaleSettings::preferredLanguage(), "en");
+    EXPECT_EQ(LocaleSettings::formattingLocale(), "en_US");
+    ::setenv("LANG", "de_DE.UTF-8", 1);
+    EXPECT_EQ(LocaleSettings::preferredLanguage(), "de_DE");
+    EXPECT_EQ(LocaleSettings::formattingLocale(), "de_DE");
+    ::setenv("VEXO_LANGUAGE", "en_GB", 1);
+    EXPECT_EQ(LocaleSettings::preferredLanguage(), "en_GB");
+    EXPECT_EQ(LocaleSettings::formattingLocale(), "en_GB");
+    ::setenv("VEXO_LOCALE", "de_CH", 1);
+    EXPECT_EQ(LocaleSettings::formattingLocale(), "de_CH");
+    ::setenv("VEXO_LANGUAGE", "C", 1);
+    EXPECT_EQ(LocaleSettings::preferredLanguage(), "de_DE");
+
+    for (const Saved& s : saved) {
+        if (s.value)
+            ::setenv(s.name, s.value->c_str(), 1);
+        else
+            ::unsetenv(s.name);
+    }
+}
+
+} // namespace
+} // namespace vexo::text
