@@ -1,0 +1,123 @@
+#include "platform/ipc/Container.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/log/Log.h"
+
+namespace vexo::ipc {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kLogComponent = "container";
+
+enum class FinalLink { Follow, Refuse };
+enum class Permissions { Keep, MakePrivate };
+
+std::optional<std::string> environment(const char* name) {
+    const char* value = std::getenv(name);
+    if (value == nullptr || *value == '\0')
+        return std::nullopt;
+    return std::string(value);
+}
+
+bool isPlainComponent(std::string_view name) {
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+}
+
+// Makes `directory` (mode 0700 when created) and checks that it is a directory of ours.
+bool ensureOwnDirectory(const fs::path& directory, FinalLink finalLink, Permissions permissions) {
+    if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
+        log::debug(kLogComponent, "cannot create " + directory.string() + ": " + std::strerror(errno));
+        return false;
+    }
+    struct stat status {};
+    const int result = finalLink == FinalLink::Follow ? ::stat(directory.c_str(), &status)
+                                                      : ::lstat(directory.c_str(), &status);
+    if (result != 0) {
+        log::debug(kLogComponent, "cannot examine " + directory.string() + ": " + std::strerror(errno));
+        return false;
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        log::warning(kLogComponent, directory.string() + " is not a directory; not used");
+        return false;
+    }
+    if (status.st_uid != ::geteuid()) {
+        log::warning(kLogComponent, directory.string() + " belongs to another user; not used");
+        return false;
+    }
+    if (permissions == Permissions::MakePrivate && (status.st_mode & 077) != 0 &&
+        ::chmod(directory.c_str(), 0700) != 0) {
+        log::debug(kLogComponent, "cannot make " + directory.string() + " private: " + std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+// Makes every missing directory of an absolute `path`, each with mode 0700.
+bool makeMissingDirectories(const fs::path& path) {
+    fs::path prefix;
+    for (const fs::path& component : path) {
+        prefix /= component;
+        if (prefix == prefix.root_path())
+            continue;
+        if (::mkdir(prefix.c_str(), 0700) != 0 && errno != EEXIST) {
+            log::debug(kLogComponent, "cannot create " + prefix.string() + ": " + std::strerror(errno));
+            return false;
+        }
+    }
+    return true;
+}
+
+std::optional<fs::path> root() {
+    if (const auto configured = environment("VEXO_CONTAINER_ROOT")) {
+        const fs::path path = fs::path(*configured).lexically_normal();
+        if (!path.is_absolute()) {
+            log::warning(kLogComponent, "VEXO_CONTAINER_ROOT is not an absolute path: " + *configured);
+            return std::nullopt;
+        }
+        // The user chose this directory, so a symbolic link to it is fine and its mode is theirs.
+        if (!makeMissingDirectories(path) || !ensureOwnDirectory(path, FinalLink::Follow, Permissions::Keep))
+            return std::nullopt;
+        return path;
+    }
+    if (const auto runtimeDirectory = environment("XDG_RUNTIME_DIR")) {
+        const fs::path base = fs::path(*runtimeDirectory).lexically_normal();
+        // A relative value is to be ignored, as the XDG base-directory rules say.
+        if (base.is_absolute()) {
+            const fs::path path = base / "vexo";
+            if (!ensureOwnDirectory(path, FinalLink::Refuse, Permissions::MakePrivate))
+                return std::nullopt;
+            return path;
+        }
+        log::debug(kLogComponent, "XDG_RUNTIME_DIR is not absolute; ignored");
+    }
+    const fs::path path = fs::path("/tmp") / ("vexo-" + std::to_string(::geteuid()));
+    if (!ensureOwnDirectory(path, FinalLink::Refuse, Permissions::MakePrivate))
+        return std::nullopt;
+    return path;
+}
+
+} // namespace
+
+std::optional<fs::path> Container::pathForGroup(std::string_view group) {
+    if (!isPlainComponent(group)) {
+        log::debug(kLogComponent, "not a usable group identifier: \"" + std::string(group) + "\"");
+        return std::nullopt;
+    }
+    const auto base = root();
+    if (!base)
+        return std::nullopt;
+    fs::path container = *base / std::string(group);
+    if (!ensureOwnDirectory(container, FinalLink::Refuse, Permissions::MakePrivate))
+        return std::nullopt;
+    return container;
+}
+
+} // namespace vexo::ipc

@@ -1,0 +1,379 @@
+#include "platform/ipc/NotifyCenter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <utility>
+
+#include "platform/ipc/NotifyName.h"
+#include "platform/ipc/UniqueFd.h"
+#include "platform/log/Log.h"
+
+namespace vexo::ipc {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kLogComponent = "notify";
+constexpr const char* kNotifyDirectory = ".notify";
+
+// Datagrams read per readiness callback, so that one busy name cannot starve the loop; the
+// loop calls again while more are queued.
+constexpr int kMaximumDatagramsPerWake = 64;
+
+enum class Create { No, Yes };
+
+std::string errorText(int error) {
+    return std::strerror(error);
+}
+
+// True when `fd` is a directory owned by the calling user.
+bool isOwnDirectory(int fd) {
+    struct stat status {};
+    return ::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
+}
+
+// Opens the container itself. It may be reached through symbolic links (the user's choice of
+// root); Container has checked it.
+UniqueFd openContainer(const fs::path& container) {
+    UniqueFd fd(::open(container.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd.isValid()) {
+        log::debug(kLogComponent, "cannot open the container " + container.string() + ": " + errorText(errno));
+        return {};
+    }
+    if (!isOwnDirectory(fd.get())) {
+        log::warning(kLogComponent, container.string() + " is not a directory of this user; not used");
+        return {};
+    }
+    return fd;
+}
+
+// Opens the directory `name` inside `parent`, never through a symbolic link, making it with
+// mode 0700 when asked. An invalid result with errno ENOENT means it does not exist.
+UniqueFd openOwnDirectory(int parent, const std::string& name, Create create) {
+    if (create == Create::Yes && ::mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST)
+        return {};
+    UniqueFd fd(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.isValid())
+        return {};
+    if (!isOwnDirectory(fd.get())) {
+        log::warning(kLogComponent, "\"" + name + "\" is not a directory of this user; not used");
+        errno = EPERM;
+        return {};
+    }
+    return fd;
+}
+
+// The directory of one name's sockets, and its path for addresses that fit.
+struct NameDirectory {
+    UniqueFd fd;
+    fs::path path;
+};
+
+enum class Lookup { Opened, Absent, Failed };
+
+// Opens (or makes) the directory of `name`'s sockets. Absent: the container is there but
+// nobody has ever registered for the name.
+Lookup openNameDirectory(const fs::path& container, std::string_view name, Create create,
+                         NameDirectory& directory) {
+    const UniqueFd containerFd = openContainer(container);
+    if (!containerFd.isValid())
+        return Lookup::Failed;
+    const std::string fileName = NotifyName::fileName(name);
+    directory.path = container / kNotifyDirectory / fileName;
+    const UniqueFd notifyFd = openOwnDirectory(containerFd.get(), kNotifyDirectory, create);
+    if (notifyFd.isValid())
+        directory.fd = openOwnDirectory(notifyFd.get(), fileName, create);
+    if (directory.fd.isValid())
+        return Lookup::Opened;
+    const int error = errno;
+    if (error == ENOENT && create == Create::No)
+        return Lookup::Absent;
+    log::debug(kLogComponent, "cannot open " + directory.path.string() + ": " + errorText(error));
+    return Lookup::Failed;
+}
+
+// The address of socket `fileName` in `directory`. A path too long for sun_path (108 bytes)
+// goes through the directory's descriptor instead: "/proc/self/fd/<fd>/<fileName>" names the
+// same file in bind() and sendto(), whatever the length of the container path.
+std::optional<sockaddr_un> socketAddress(const NameDirectory& directory, const std::string& fileName) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string path = (directory.path / fileName).string();
+    if (path.size() >= sizeof(address.sun_path))
+        path = "/proc/self/fd/" + std::to_string(directory.fd.get()) + "/" + fileName;
+    if (path.size() >= sizeof(address.sun_path))
+        return std::nullopt;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return address;
+}
+
+// A file name for a new registration's socket, unique across processes and restarts.
+std::string newSocketName() {
+    static const std::uint64_t processSalt = [] {
+        std::random_device device;
+        return (static_cast<std::uint64_t>(device()) << 32) ^ device();
+    }();
+    static std::atomic<std::uint64_t> sequence{0};
+    char text[64];
+    std::snprintf(text, sizeof text, "%ld-%llu-%08llx", static_cast<long>(::getpid()),
+                  static_cast<unsigned long long>(sequence++),
+                  static_cast<unsigned long long>(processSalt & 0xFFFFFFFFull));
+    return text;
+}
+
+bool isAcceptedSender(const msghdr& message) {
+    for (const cmsghdr* control = CMSG_FIRSTHDR(&message); control != nullptr;
+         control = CMSG_NXTHDR(const_cast<msghdr*>(&message), const_cast<cmsghdr*>(control))) {
+        if (control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_CREDENTIALS)
+            continue;
+        ucred credentials{};
+        std::memcpy(&credentials, CMSG_DATA(control), sizeof credentials);
+        return credentials.uid == ::geteuid() || credentials.uid == 0;
+    }
+    return false;
+}
+
+std::mutex& sharedCentresMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+using SharedCentreKey = std::pair<std::string, const runtime::RunLoop*>;
+
+std::map<SharedCentreKey, std::weak_ptr<NotifyCenter>>& sharedCentres() {
+    static std::map<SharedCentreKey, std::weak_ptr<NotifyCenter>> centres;
+    return centres;
+}
+
+} // namespace
+
+struct NotifyCenter::Registration {
+    Registration(const void* observer, std::string name, Callback callback)
+        : observer(observer), name(std::move(name)), callback(std::make_shared<Callback>(std::move(callback))) {}
+
+    ~Registration() {
+        watch.reset();
+        socket.reset();
+        if (!socketName.empty() && ::unlinkat(directory.get(), socketName.c_str(), 0) != 0)
+            log::debug(kLogComponent, "cannot remove socket " + socketName + ": " + errorText(errno));
+    }
+
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+    const void* observer;
+    const std::string name;
+    // Shared so that a callback replaced or removed while it runs lives until it returns.
+    std::shared_ptr<Callback> callback;
+    UniqueFd directory;
+    // Empty until the socket is bound, so that a failed registration removes no file.
+    std::string socketName;
+    UniqueFd socket;
+    std::unique_ptr<runtime::FdWatch> watch;
+    bool removed = false;
+};
+
+NotifyCenter::NotifyCenter(fs::path container, runtime::RunLoop& loop)
+    : m_container(std::move(container)), m_loop(loop) {}
+
+NotifyCenter::~NotifyCenter() {
+    removeIf([](const Registration&) { return true; });
+}
+
+std::shared_ptr<NotifyCenter> NotifyCenter::forContainer(const fs::path& container) {
+    runtime::RunLoop* loop = runtime::RunLoop::current();
+    if (loop == nullptr) {
+        log::debug(kLogComponent, "no current run loop for the notify centre of " + container.string());
+        return nullptr;
+    }
+    return forContainer(container, *loop);
+}
+
+std::shared_ptr<NotifyCenter> NotifyCenter::forContainer(const fs::path& container, runtime::RunLoop& loop) {
+    const std::lock_guard lock(sharedCentresMutex());
+    auto& centres = sharedCentres();
+    std::erase_if(centres, [](const auto& entry) { return entry.second.expired(); });
+    const SharedCentreKey key{container.lexically_normal().string(), &loop};
+    if (auto centre = centres[key].lock())
+        return centre;
+    auto centre = std::make_shared<NotifyCenter>(container, loop);
+    centres[key] = centre;
+    return centre;
+}
+
+bool NotifyCenter::addObserver(const void* observer, std::string_view name, Callback callback) {
+    if (!callback)
+        return false;
+    for (const auto& registration : m_registrations) {
+        if (registration->observer == observer && registration->name == name) {
+            registration->callback = std::make_shared<Callback>(std::move(callback));
+            return true;
+        }
+    }
+
+    NameDirectory directory;
+    if (openNameDirectory(m_container, name, Create::Yes, directory) != Lookup::Opened)
+        return false;
+    auto registration = std::make_shared<Registration>(observer, std::string(name), std::move(callback));
+    registration->socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const int enable = 1;
+    if (!registration->socket.isValid() ||
+        ::setsockopt(registration->socket.get(), SOL_SOCKET, SO_PASSCRED, &enable, sizeof enable) != 0) {
+        log::debug(kLogComponent, "cannot make a socket: " + errorText(errno));
+        return false;
+    }
+    // Socket names are unique, so a clash means a stale file of an earlier process: take another.
+    for (int attempt = 0; attempt < 4 && registration->socketName.empty(); ++attempt) {
+        const std::string socketName = newSocketName();
+        const auto address = socketAddress(directory, socketName);
+        if (!address) {
+            log::debug(kLogComponent, "no socket address fits for " + directory.path.string());
+            return false;
+        }
+        if (::bind(registration->socket.get(), reinterpret_cast<const sockaddr*>(&*address),
+                   sizeof *address) == 0) {
+            registration->socketName = socketName;
+        } else if (errno != EADDRINUSE) {
+            log::debug(kLogComponent, "cannot bind in " + directory.path.string() + ": " + errorText(errno));
+            return false;
+        }
+    }
+    if (registration->socketName.empty())
+        return false;
+    registration->directory = std::move(directory.fd);
+
+    std::weak_ptr<Registration> weak = registration;
+    registration->watch = m_loop.watchReadable(registration->socket.get(), [weak] {
+        if (const auto strong = weak.lock())
+            receive(strong);
+    });
+    if (!registration->watch) {
+        log::debug(kLogComponent, "the run loop cannot watch the socket for \"" + std::string(name) + "\"");
+        return false;
+    }
+    m_registrations.push_back(std::move(registration));
+    return true;
+}
+
+void NotifyCenter::receive(const std::shared_ptr<Registration>& registration) {
+    for (int count = 0; count < kMaximumDatagramsPerWake && !registration->removed; ++count) {
+        char byte;
+        iovec buffer{&byte, sizeof byte};
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
+        msghdr message{};
+        message.msg_iov = &buffer;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        if (::recvmsg(registration->socket.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC) < 0) {
+            if (errno == EINTR)
+                continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK)
+                log::debug(kLogComponent, "cannot receive for \"" + registration->name + "\": " + errorText(errno));
+            return;
+        }
+        if (!isAcceptedSender(message)) {
+            log::warning(kLogComponent, "dropped a post of \"" + registration->name + "\" from another user");
+            continue;
+        }
+        const std::shared_ptr<Callback> callback = registration->callback;
+        (*callback)(registration->name);
+    }
+}
+
+template <class Predicate> void NotifyCenter::removeIf(Predicate predicate) {
+    // Registrations leave the list before they are destroyed, so that a callback run by their
+    // destruction sees a consistent list; one whose datagrams are being read lives on until
+    // that read returns, and sees `removed`.
+    std::vector<std::shared_ptr<Registration>> removed;
+    std::erase_if(m_registrations, [&](std::shared_ptr<Registration>& registration) {
+        if (!predicate(static_cast<const Registration&>(*registration)))
+            return false;
+        registration->removed = true;
+        removed.push_back(std::move(registration));
+        return true;
+    });
+}
+
+void NotifyCenter::removeObserver(const void* observer, std::string_view name) {
+    removeIf([&](const Registration& registration) {
+        return registration.observer == observer && registration.name == name;
+    });
+}
+
+void NotifyCenter::removeEveryObserver(const void* observer) {
+    removeIf([&](const Registration& registration) { return registration.observer == observer; });
+}
+
+bool NotifyCenter::post(std::string_view name) const {
+    NameDirectory directory;
+    switch (openNameDirectory(m_container, name, Create::No, directory)) {
+    case Lookup::Opened:
+        break;
+    case Lookup::Absent:
+        return true;
+    case Lookup::Failed:
+        return false;
+    }
+    const UniqueFd sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!sender.isValid()) {
+        log::debug(kLogComponent, "cannot make a socket: " + errorText(errno));
+        return false;
+    }
+    // fdopendir takes ownership, so it gets a descriptor of its own.
+    DIR* listing = ::fdopendir(::dup(directory.fd.get()));
+    if (listing == nullptr) {
+        log::debug(kLogComponent, "cannot list " + directory.path.string() + ": " + errorText(errno));
+        return false;
+    }
+    std::vector<std::string> sockets;
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string entryName = entry->d_name;
+        if (entryName == "." || entryName == "..")
+            continue;
+        if (entry->d_type == DT_SOCK) {
+            sockets.push_back(entryName);
+        } else if (entry->d_type == DT_UNKNOWN) {
+            struct stat status {};
+            if (::fstatat(directory.fd.get(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISSOCK(status.st_mode))
+                sockets.push_back(entryName);
+        }
+    }
+    ::closedir(listing);
+
+    for (const std::string& socketName : sockets) {
+        const auto address = socketAddress(directory, socketName);
+        if (!address)
+            continue;
+        if (::sendto(sender.get(), "", 0, MSG_DONTWAIT | MSG_NOSIGNAL,
+                     reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0)
+            continue;
+        const int error = errno;
+        if (error == ECONNREFUSED) {
+            // Nobody is bound to it: its process died without removing it.
+            if (::unlinkat(directory.fd.get(), socketName.c_str(), 0) == 0)
+                log::debug(kLogComponent, "removed the dead socket " + socketName + " of \"" + std::string(name) + "\"");
+        } else if (error == EAGAIN || error == EWOULDBLOCK) {
+            log::debug(kLogComponent, "a listener of \"" + std::string(name) + "\" has a full queue; post dropped for it");
+        } else if (error != ENOENT) {
+            log::debug(kLogComponent, "cannot post \"" + std::string(name) + "\" to " + socketName + ": " + errorText(error));
+        }
+    }
+    return true;
+}
+
+} // namespace vexo::ipc
