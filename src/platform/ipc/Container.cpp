@@ -44,6 +44,10 @@ bool ensureOwnDirectory(const fs::path& directory, FinalLink finalLink, Permissi
         log::debug(kLogComponent, "cannot examine " + directory.string() + ": " + std::strerror(errno));
         return false;
     }
+    if (S_ISLNK(status.st_mode)) {
+        log::warning(kLogComponent, directory.string() + " is a symbolic link; not used");
+        return false;
+    }
     if (!S_ISDIR(status.st_mode)) {
         log::warning(kLogComponent, directory.string() + " is not a directory; not used");
         return false;

@@ -206,7 +206,10 @@ std::shared_ptr<NotifyCenter> NotifyCenter::forContainer(const fs::path& contain
     const std::lock_guard lock(sharedCentresMutex());
     auto& centres = sharedCentres();
     std::erase_if(centres, [](const auto& entry) { return entry.second.expired(); });
-    const SharedCentreKey key{container.lexically_normal().string(), &loop};
+    fs::path normal = container.lexically_normal();
+    if (!normal.has_filename() && normal != normal.root_path())
+        normal = normal.parent_path(); // "group/" is "group"
+    const SharedCentreKey key{normal.string(), &loop};
     if (auto centre = centres[key].lock())
         return centre;
     auto centre = std::make_shared<NotifyCenter>(container, loop);

@@ -56,8 +56,9 @@ struct AsioRunLoop::WakeUp {
     std::uint64_t generation = 0;
 };
 
-// Asio waits edge-triggered: readiness that arrives while no wait is pending is not reported
-// again. To give the level-triggered contract of watchReadable, every (re)arm first polls the
+// Asio registers descriptors edge-triggered; whether data that arrived while no wait was
+// pending is reported to the next wait depends on how Asio re-arms it. So as not to rely on
+// that for the level-triggered contract of watchReadable, every (re)arm first polls the
 // descriptor and, when it is readable already, delivers through the queue instead of waiting.
 class AsioRunLoop::Watch final : public FdWatch {
 public:

@@ -1,0 +1,21 @@
+#include "platform/ipc/TemporaryDirectory.h"
+
+#include <stdexcept>
+#include <stdlib.h>
+#include <string>
+
+namespace vexo::ipc::testing {
+
+TemporaryDirectory::TemporaryDirectory() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "vexo-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("cannot make a temporary directory");
+    m_path = pattern;
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+} // namespace vexo::ipc::testing
