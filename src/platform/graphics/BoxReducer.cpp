@@ -51,6 +51,30 @@ void BoxReducer::addRow(const std::uint32_t* row) {
         sums[2] += (word >> 8) & 0xFF;
         sums[3] += word & 0xFF;
     }
+    finishRow();
+}
+
+void BoxReducer::addRgbRow(const std::uint8_t* row) {
+    assert(m_rowsAdded < m_sourceHeight);
+    std::uint32_t* sums = m_sums.data();
+    int x = 0;
+    for (; x < m_sourceWidth; x += m_factor, sums += 4) {
+        int end = std::min(x + m_factor, m_sourceWidth);
+        std::uint32_t r = 0, g = 0, b = 0;
+        for (const std::uint8_t* p = row + static_cast<std::size_t>(x) * 3; p < row + static_cast<std::size_t>(end) * 3; p += 3) {
+            r += p[0];
+            g += p[1];
+            b += p[2];
+        }
+        sums[0] += 255u * static_cast<std::uint32_t>(end - x);
+        sums[1] += r;
+        sums[2] += g;
+        sums[3] += b;
+    }
+    finishRow();
+}
+
+void BoxReducer::finishRow() {
     ++m_rowsAdded;
     if (++m_rowsInBand == m_factor || m_rowsAdded == m_sourceHeight)
         flushBand();

@@ -26,10 +26,15 @@ public:
     // fewer than `sourceHeight` rows added so far.
     void addRow(const std::uint32_t* row);
 
+    // Adds the next source row as `sourceWidth` opaque pixels of three bytes R, G, B; the
+    // decoders hand over 24-bit rows this way without widening them first.
+    void addRgbRow(const std::uint8_t* row);
+
     // The reduced image; requires every source row to have been added. Call once.
     [[nodiscard]] Image finish();
 
 private:
+    void finishRow();
     void flushBand();
 
     int m_sourceWidth;

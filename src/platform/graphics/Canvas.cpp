@@ -1,5 +1,7 @@
 #include "platform/graphics/Canvas.h"
 
+#include "platform/graphics/PngEncoder.h"
+
 #include <cairo.h>
 
 #include <algorithm>
@@ -33,16 +35,6 @@ void ovalPath(cairo_t* cr, const Rect& rect) {
 
 cairo_line_cap_t toCairo(Canvas::LineCap cap) {
     return cap == Canvas::LineCap::Round ? CAIRO_LINE_CAP_ROUND : CAIRO_LINE_CAP_BUTT;
-}
-
-cairo_status_t appendToVector(void* closure, const unsigned char* data, unsigned int length) {
-    auto* out = static_cast<std::vector<std::uint8_t>*>(closure);
-    try {
-        out->insert(out->end(), data, data + length);
-    } catch (...) {
-        return CAIRO_STATUS_NO_MEMORY;
-    }
-    return CAIRO_STATUS_SUCCESS;
 }
 
 } // namespace
@@ -203,12 +195,7 @@ Image Canvas::toImage() const {
 }
 
 std::optional<std::vector<std::uint8_t>> Canvas::encodePng() const {
-    cairo_surface_flush(m_surface);
-    std::vector<std::uint8_t> out;
-    out.reserve(static_cast<std::size_t>(m_width) * m_height);
-    if (cairo_surface_write_to_png_stream(m_surface, appendToVector, &out) != CAIRO_STATUS_SUCCESS)
-        return std::nullopt;
-    return out;
+    return PngEncoder::encode(toImage());
 }
 
 } // namespace vexo::graphics

@@ -105,25 +105,29 @@ bool decodeInto(Session& session, const DecodeLimits& limits, Size target) {
 
     int colorType = png_get_color_type(png, info);
     bool hasAlpha = (colorType & PNG_COLOR_MASK_ALPHA) || png_get_valid(png, info, PNG_INFO_tRNS);
+    int w = static_cast<int>(width), h = static_cast<int>(height);
+    int factor = BoxReducer::factorFor(w, h, target.width, target.height);
+    // An opaque image that is going to be reduced stays at three bytes a pixel: the
+    // reducer reads those directly, which spares libpng widening every row.
+    bool rgbRows = !hasAlpha && factor > 1;
     png_set_expand(png);
     png_set_scale_16(png);
     if (!(colorType & PNG_COLOR_MASK_COLOR))
         png_set_gray_to_rgb(png);
-    if (std::endian::native == std::endian::little) {
+    if (!rgbRows && std::endian::native == std::endian::little) {
         png_set_bgr(png);
         png_set_filler(png, 0xFF, PNG_FILLER_AFTER);
-    } else {
+    } else if (!rgbRows) {
         png_set_filler(png, 0xFF, PNG_FILLER_BEFORE);
         png_set_swap_alpha(png);
     }
     int passes = png_set_interlace_handling(png);
     png_read_update_info(png, info);
-    if (png_get_rowbytes(png, info) != width * 4)
+    std::size_t bytesPerPixel = rgbRows ? 3 : 4;
+    if (png_get_rowbytes(png, info) != width * bytesPerPixel)
         png_error(png, "unexpected row layout");
 
-    int w = static_cast<int>(width), h = static_cast<int>(height);
     Image::Alpha alpha = hasAlpha ? Image::Alpha::Premultiplied : Image::Alpha::Opaque;
-    int factor = BoxReducer::factorFor(w, h, target.width, target.height);
     if (factor == 1) {
         session.full.emplace(w, h, alpha);
         for (int pass = 0; pass < passes; ++pass) {
@@ -138,16 +142,22 @@ bool decodeInto(Session& session, const DecodeLimits& limits, Size target) {
         session.reducer.emplace(w, h, factor, alpha);
         // Interlaced images fill every row on each pass, so they need the whole frame; the
         // usual non-interlaced ones stream through a single row.
-        session.rows.resize(passes > 1 ? static_cast<std::size_t>(w) * h : static_cast<std::size_t>(w));
+        // Rows are held in words (three-byte rows rounded up) and read bytewise by libpng.
+        std::size_t rowWords = (static_cast<std::size_t>(w) * bytesPerPixel + 3) / 4;
+        session.rows.resize(passes > 1 ? rowWords * h : rowWords);
         for (int pass = 0; pass < passes; ++pass) {
             for (int y = 0; y < h; ++y) {
-                std::uint32_t* row = session.rows.data() + (passes > 1 ? static_cast<std::size_t>(y) * w : 0);
-                png_read_row(png, reinterpret_cast<png_bytep>(row), nullptr);
+                std::uint32_t* words = session.rows.data() + (passes > 1 ? rowWords * y : 0);
+                png_read_row(png, reinterpret_cast<png_bytep>(words), nullptr);
                 if (pass + 1 < passes)
                     continue;
+                if (rgbRows) {
+                    session.reducer->addRgbRow(reinterpret_cast<const std::uint8_t*>(words));
+                    continue;
+                }
                 if (hasAlpha)
-                    premultiply(row, w);
-                session.reducer->addRow(row);
+                    premultiply(words, w);
+                session.reducer->addRow(words);
             }
         }
     }

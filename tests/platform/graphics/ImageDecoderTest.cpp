@@ -52,6 +52,37 @@ TEST(ImageDecoderTest, DecodesEveryPngLayoutToStraightColours) {
     }
 }
 
+TEST(ImageDecoderTest, ReducedDecodesKeepColoursAndEdges) {
+    // Decoding towards a small target takes other paths (three-byte rows, reduction while
+    // reading); the halves must still land on their sides.
+    struct Case {
+        std::string name;
+        Bytes data;
+        Rgba8 left;
+        Rgba8 right;
+    };
+    auto split = test::halves(400, {200, 100, 50, 255}, {10, 20, 30, 128});
+    std::vector<Case> cases = {
+        {"rgb", test::makePng(400, 200, split, false), {200, 100, 50, 255}, {10, 20, 30, 255}},
+        {"rgba", test::makePng(400, 200, split), {200, 100, 50, 255}, {10, 20, 30, 128}},
+        {"rgb interlaced", test::makePng(400, 200, split, false, true), {200, 100, 50, 255}, {10, 20, 30, 255}},
+        {"gray 16-bit", test::makeGray16Png(400, 200, 0x4040), {64, 64, 64, 255}, {64, 64, 64, 255}},
+        {"palette with tRNS", test::makePalettePng(400, 200, {0, 200, 0, 255}), {0, 200, 0, 255}, {0, 0, 0, 0}},
+        {"jpeg", test::makeJpeg(400, 200, split), {200, 100, 50, 255}, {10, 20, 30, 255}},
+    };
+    for (const Case& c : cases) {
+        std::optional<Image> image = ImageDecoder().decode(c.data, {92, 92});
+        ASSERT_TRUE(image) << c.name;
+        EXPECT_EQ(image->width(), 200) << c.name;
+        EXPECT_EQ(image->height(), 100) << c.name;
+        int tolerance = c.name == "jpeg" ? 10 : 1;
+        expectNear(image->pixel(0, 0), c.left, tolerance, c.name + " left edge");
+        expectNear(image->pixel(98, 99), c.left, tolerance, c.name + " left of the seam");
+        expectNear(image->pixel(101, 50), c.right, tolerance, c.name + " right of the seam");
+        expectNear(image->pixel(199, 99), c.right, tolerance, c.name + " right edge");
+    }
+}
+
 TEST(ImageDecoderTest, JpegIsScaledInTheDctButNeverBelowTheTarget) {
     struct Case {
         int width, height;
