@@ -83,6 +83,11 @@ std::optional<std::vector<std::uint8_t>> RoundArtworkRenderer::render(std::span<
                                                                       const RoundArtworkStyle& style) {
     if (style.size <= 0 || style.size > Canvas::kMaxSide)
         return std::nullopt;
+    if (imageData.size() > m_limits.maxInputBytes) {
+        // Refused before hashing: no point reading megabytes that will not be decoded.
+        log::debug("graphics", "round artwork: image data over the size limit");
+        return std::nullopt;
+    }
     Key key{hashBytes(imageData), imageData.size(), style};
     {
         std::lock_guard lock(m_mutex);
