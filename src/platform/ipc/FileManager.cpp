@@ -38,6 +38,12 @@ FileManager::containerURLForSecurityApplicationGroupIdentifier(std::string_view 
 }
 
 bool FileManager::createDirectoryAtPath(const std::filesystem::path& path) const {
+    // This runs before every message file access: one mkdir settles the usual case (the
+    // directory is there) without walking the parents.
+    if (::mkdir(path.c_str(), 0700) == 0)
+        return true;
+    if (errno == EEXIST)
+        return true;
     std::error_code error;
     std::filesystem::create_directories(path, error);
     if (error) {

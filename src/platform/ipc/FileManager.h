@@ -24,8 +24,8 @@ public:
     [[nodiscard]] std::optional<std::filesystem::path>
     containerURLForSecurityApplicationGroupIdentifier(std::string_view group) const;
 
-    // Creates `path` and any missing parents (mode 0700). True when it exists as a directory
-    // afterwards.
+    // Creates `path` and any missing parents (mode 0700). True when it was made or something
+    // of that name exists already (one system call in that usual case).
     bool createDirectoryAtPath(const std::filesystem::path& path) const;
 
     // Writes `bytes` to a temporary file beside `path` and renames it over `path`, so that a
