@@ -39,6 +39,18 @@ public:
     // previous one. A program installs its main loop before it creates objects that need it.
     static RunLoop* setCurrent(RunLoop* loop);
 
+    // Installs `loop` as the calling thread's current loop for the lifetime of the scope.
+    class CurrentScope {
+    public:
+        explicit CurrentScope(RunLoop* loop) : m_previous(setCurrent(loop)) {}
+        ~CurrentScope() { setCurrent(m_previous); }
+        CurrentScope(const CurrentScope&) = delete;
+        CurrentScope& operator=(const CurrentScope&) = delete;
+
+    private:
+        RunLoop* m_previous;
+    };
+
     // Queues `work` to run on the loop's thread, after the work queued before it.
     // Thread-safe: may be called from any thread, also while the loop is not running.
     virtual void post(std::function<void()> work) = 0;
@@ -85,18 +97,6 @@ protected:
     // Called after the earliest fire date may have changed, so that a loop that sleeps can
     // set its wake-up. Never called from ~RunLoop.
     virtual void timersChanged() {}
-
-    // Makes this the calling thread's current loop for the lifetime of the scope.
-    class CurrentScope {
-    public:
-        explicit CurrentScope(RunLoop* loop) : m_previous(setCurrent(loop)) {}
-        ~CurrentScope() { setCurrent(m_previous); }
-        CurrentScope(const CurrentScope&) = delete;
-        CurrentScope& operator=(const CurrentScope&) = delete;
-
-    private:
-        RunLoop* m_previous;
-    };
 
 private:
     friend class Timer;
