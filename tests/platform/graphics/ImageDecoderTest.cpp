@@ -116,12 +116,19 @@ TEST(ImageDecoderTest, JpegIsScaledInTheDctButNeverBelowTheTarget) {
     EXPECT_EQ(full->height(), 800);
 }
 
-TEST(ImageDecoderTest, ProgressiveJpegDecodes) {
-    Bytes jpeg = test::makeJpeg(64, 48, test::solid({30, 160, 90, 255}), 95, true);
-    std::optional<Image> image = ImageDecoder().decode(jpeg);
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->width(), 64);
-    expectNear(image->pixel(32, 24), {30, 160, 90, 255}, 6, "centre");
+TEST(ImageDecoderTest, ProgressiveAndCmykJpegsDecode) {
+    Bytes progressive = test::makeJpeg(64, 48, test::solid({30, 160, 90, 255}), 95, true);
+    // Stored inverted, as Adobe writes CMYK: full cyan value with full key reads as red.
+    const std::uint8_t red[4] = {255, 0, 0, 255};
+    Bytes cmyk = test::makeCmykJpeg(64, 48, red);
+    for (Size target : {Size{}, Size{16, 16}}) {
+        std::optional<Image> image = ImageDecoder().decode(progressive, target);
+        ASSERT_TRUE(image);
+        expectNear(image->pixel(image->width() / 2, image->height() / 2), {30, 160, 90, 255}, 6, "progressive");
+        image = ImageDecoder().decode(cmyk, target);
+        ASSERT_TRUE(image);
+        expectNear(image->pixel(image->width() / 2, image->height() / 2), kRed, 6, "cmyk");
+    }
 }
 
 TEST(ImageDecoderTest, ReadsHeadersWithoutDecoding) {

@@ -123,6 +123,35 @@ Bytes makeJpeg(int width, int height, const PixelFunction& pixel, int quality, b
     return out;
 }
 
+Bytes makeCmykJpeg(int width, int height, const std::uint8_t cmyk[4]) {
+    jpeg_compress_struct cinfo{};
+    jpeg_error_mgr errors{};
+    cinfo.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&cinfo);
+    unsigned char* buffer = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&cinfo, &buffer, &size);
+    cinfo.image_width = static_cast<JDIMENSION>(width);
+    cinfo.image_height = static_cast<JDIMENSION>(height);
+    cinfo.input_components = 4;
+    cinfo.in_color_space = JCS_CMYK;
+    jpeg_set_defaults(&cinfo);
+    jpeg_set_quality(&cinfo, 95, TRUE);
+    jpeg_start_compress(&cinfo, TRUE);
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * 4);
+    for (int x = 0; x < width; ++x)
+        std::memcpy(&row[static_cast<std::size_t>(x) * 4], cmyk, 4);
+    while (cinfo.next_scanline < cinfo.image_height) {
+        JSAMPROW rowPointer = row.data();
+        jpeg_write_scanlines(&cinfo, &rowPointer, 1);
+    }
+    jpeg_finish_compress(&cinfo);
+    Bytes out(buffer, buffer + size);
+    std::free(buffer);
+    jpeg_destroy_compress(&cinfo);
+    return out;
+}
+
 PixelFunction halves(int width, Rgba8 left, Rgba8 right) {
     return [=](int x, int) { return x < width / 2 ? left : right; };
 }

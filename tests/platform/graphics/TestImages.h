@@ -26,6 +26,10 @@ Bytes makePalettePng(int width, int height, Rgba8 opaque);
 // A baseline (or progressive) RGB JPEG of the given quality.
 Bytes makeJpeg(int width, int height, const PixelFunction& pixel, int quality = 90, bool progressive = false);
 
+// A CMYK JPEG (with the Adobe marker libjpeg writes for CMYK) of one flat colour, given
+// as the four stored bytes.
+Bytes makeCmykJpeg(int width, int height, const std::uint8_t cmyk[4]);
+
 // A picture `width` wide whose left half is `left` and right half `right`.
 PixelFunction halves(int width, Rgba8 left, Rgba8 right);
 
