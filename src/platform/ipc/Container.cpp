@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/ipc/NotifyName.h"
 #include "platform/log/Log.h"
 
 namespace vexo::ipc {
@@ -112,7 +113,8 @@ std::optional<fs::path> root() {
 
 std::optional<fs::path> Container::pathForGroup(std::string_view group) {
     if (!isPlainComponent(group)) {
-        log::debug(kLogComponent, "not a usable group identifier: \"" + std::string(group) + "\"");
+        // Escaped, so that a NUL or a control character cannot garble the log line.
+        log::debug(kLogComponent, "not a usable group identifier: \"" + NotifyName::fileName(group) + "\"");
         return std::nullopt;
     }
     const auto base = root();

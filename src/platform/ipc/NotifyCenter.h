@@ -43,7 +43,7 @@ public:
 
     // The centre shared by every user of `container` on the calling thread's current loop,
     // made on first use and kept while someone holds it. Nothing when the thread has no
-    // current loop. Thread-safe.
+    // current loop. REQUIRES: the loop outlives every holder. Thread-safe.
     [[nodiscard]] static std::shared_ptr<NotifyCenter> forContainer(const std::filesystem::path& container);
 
     // As above, on `loop`.
