@@ -6,6 +6,7 @@
 #include <bit>
 #include <csetjmp>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,7 @@ struct Session {
     std::optional<Image> full;
     std::optional<BoxReducer> reducer;
     std::vector<std::uint8_t> rows;
+    int orientation = 1;
 
     Session() {
         cinfo.err = jpeg_std_error(&errors.base);
@@ -105,6 +107,70 @@ std::uint32_t cmykToWord(const std::uint8_t* p, bool inverted) {
     return 0xFF000000u | (r << 16) | (g << 8) | b;
 }
 
+// The EXIF orientation (1 to 8) in an APP1 marker, or 1 when there is none or it cannot
+// be read. Phone cameras store pictures sideways and say so here; the host platform's
+// image drawing honours it, so we do too.
+int exifOrientation(jpeg_saved_marker_ptr marker) {
+    for (; marker; marker = marker->next) {
+        const std::uint8_t* p = marker->data;
+        std::size_t size = marker->data_length;
+        if (marker->marker != JPEG_APP0 + 1 || size < 14 || std::memcmp(p, "Exif\0\0", 6) != 0)
+            continue;
+        p += 6;
+        size -= 6;
+        bool little = p[0] == 'I' && p[1] == 'I';
+        if (!little && !(p[0] == 'M' && p[1] == 'M'))
+            continue;
+        auto u16 = [&](std::size_t at) {
+            return little ? std::uint32_t(p[at] | p[at + 1] << 8) : std::uint32_t(p[at] << 8 | p[at + 1]);
+        };
+        auto u32 = [&](std::size_t at) {
+            return little ? u16(at) | u16(at + 2) << 16 : u16(at) << 16 | u16(at + 2);
+        };
+        std::size_t directory = u32(4);
+        if (directory > size - 2)
+            continue;
+        std::size_t count = u16(directory);
+        for (std::size_t i = 0; i < count; ++i) {
+            std::size_t entry = directory + 2 + i * 12;
+            if (entry + 12 > size)
+                break;
+            // Tag 0x0112, type SHORT, one value.
+            if (u16(entry) == 0x0112 && u16(entry + 2) == 3 && u32(entry + 4) == 1) {
+                std::uint32_t value = u16(entry + 8);
+                return value >= 1 && value <= 8 ? static_cast<int>(value) : 1;
+            }
+        }
+    }
+    return 1;
+}
+
+// `image` as it is to be shown under EXIF `orientation`; orientations 5 to 8 swap the sides.
+Image oriented(Image image, int orientation) {
+    if (orientation <= 1 || orientation > 8)
+        return image;
+    int w = image.width(), h = image.height();
+    bool swap = orientation >= 5;
+    Image out(swap ? h : w, swap ? w : h, image.alpha());
+    for (int y = 0; y < out.height(); ++y) {
+        std::uint32_t* row = out.row(y);
+        for (int x = 0; x < out.width(); ++x) {
+            int sx = x, sy = y;
+            switch (orientation) {
+            case 2: sx = w - 1 - x; break;
+            case 3: sx = w - 1 - x; sy = h - 1 - y; break;
+            case 4: sy = h - 1 - y; break;
+            case 5: sx = y; sy = x; break;
+            case 6: sx = y; sy = h - 1 - x; break;
+            case 7: sx = w - 1 - y; sy = h - 1 - x; break;
+            case 8: sx = w - 1 - y; sy = x; break;
+            }
+            row[x] = image.pixels()[static_cast<std::size_t>(sy) * w + sx];
+        }
+    }
+    return out;
+}
+
 bool readHeaderInto(Session& session, std::span<const std::uint8_t> data) {
     if (setjmp(session.errors.jump))
         return false;
@@ -126,8 +192,13 @@ bool decodeInto(Session& session, std::span<const std::uint8_t> data, const Deco
     session.progress.progress_monitor = checkScans;
     cinfo.progress = &session.progress;
     jpeg_mem_src(&cinfo, data.data(), static_cast<unsigned long>(data.size()));
+    jpeg_save_markers(&cinfo, JPEG_APP0 + 1, 0xFFFF);
     if (jpeg_read_header(&cinfo, TRUE) != JPEG_HEADER_OK)
         return false;
+    session.orientation = exifOrientation(cinfo.marker_list);
+    // The target is for the picture as shown; a sideways source meets it with swapped sides.
+    if (session.orientation >= 5)
+        target = {target.height, target.width};
 
     std::uint64_t width = cinfo.image_width, height = cinfo.image_height;
     if (width == 0 || height == 0 || width > limits.maxDimension || height > limits.maxDimension ||
@@ -207,9 +278,8 @@ std::optional<Image> JpegDecoder::decode(std::span<const std::uint8_t> data, con
         log::debug(kComponent, std::string("jpeg not decoded: ") + session.errors.message);
         return std::nullopt;
     }
-    if (session.reducer)
-        return session.reducer->finish();
-    return std::move(session.full);
+    Image image = session.reducer ? session.reducer->finish() : std::move(*session.full);
+    return oriented(std::move(image), session.orientation);
 }
 
 } // namespace vexo::graphics

@@ -23,7 +23,8 @@ public:
 
     // Decodes, DCT-scaled towards `target` and then box-reduced (see ImageDecoder). Refuses
     // sizes over `limits` after reading the header, before any pixel buffer is allocated;
-    // refuses truncated data and progressive files with an absurd number of scans.
+    // refuses truncated data and progressive files with an absurd number of scans. An EXIF
+    // orientation is applied, so the result may be the source turned on its side.
     [[nodiscard]] static std::optional<Image> decode(std::span<const std::uint8_t> data,
                                                      const DecodeLimits& limits, Size target);
 };

@@ -131,6 +131,41 @@ TEST(ImageDecoderTest, ProgressiveAndCmykJpegsDecode) {
     }
 }
 
+TEST(ImageDecoderTest, JpegIsTurnedByItsExifOrientation) {
+    // 40 x 20: red left, blue right. Where red ends up tells the turn.
+    Bytes jpeg = test::makeJpeg(40, 20, test::halves(40, kRed, kBlue), 95);
+    struct Case {
+        int orientation;
+        bool bigEndian;
+        int width, height;
+        Point red; // a point well inside the red half, as shown
+    };
+    std::vector<Case> cases = {
+        {1, true, 40, 20, {5, 10}},  {2, true, 40, 20, {34, 10}}, {3, false, 40, 20, {34, 10}},
+        {4, true, 40, 20, {5, 10}},  {5, true, 20, 40, {10, 5}},  {6, false, 20, 40, {10, 5}},
+        {7, true, 20, 40, {10, 34}}, {8, true, 20, 40, {10, 34}}, {0, true, 40, 20, {5, 10}},
+        {9, false, 40, 20, {5, 10}},
+    };
+    for (const Case& c : cases) {
+        std::optional<Image> image = ImageDecoder().decode(test::withExifOrientation(jpeg, static_cast<std::uint16_t>(c.orientation), c.bigEndian));
+        ASSERT_TRUE(image) << c.orientation;
+        EXPECT_EQ(image->width(), c.width) << c.orientation;
+        EXPECT_EQ(image->height(), c.height) << c.orientation;
+        int x = static_cast<int>(c.red.x), y = static_cast<int>(c.red.y);
+        expectNear(image->pixel(x, y), kRed, 12, "orientation " + std::to_string(c.orientation));
+        expectNear(image->pixel(image->width() - 1 - x, image->height() - 1 - y), kBlue, 12,
+                   "opposite, orientation " + std::to_string(c.orientation));
+    }
+    // A marker cut short is ignored, not trusted.
+    Bytes cut = test::withExifOrientation(jpeg, 6);
+    // The APP1 data (from byte 6) now stops half way through the orientation entry.
+    cut[5] = 24;
+    cut.erase(cut.begin() + 6 + 22, cut.begin() + 6 + 32);
+    std::optional<Image> image = ImageDecoder().decode(cut);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->width(), 40);
+}
+
 TEST(ImageDecoderTest, ReadsHeadersWithoutDecoding) {
     ImageDecoder decoder;
     auto png = decoder.readHeader(test::makePng(7, 5, test::solid(kRed)));

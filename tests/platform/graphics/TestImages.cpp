@@ -152,6 +152,42 @@ Bytes makeCmykJpeg(int width, int height, const std::uint8_t cmyk[4]) {
     return out;
 }
 
+Bytes withExifOrientation(const Bytes& jpeg, std::uint16_t orientation, bool bigEndian) {
+    Bytes tiff;
+    auto u16 = [&](std::uint32_t v) {
+        std::uint8_t a = static_cast<std::uint8_t>(v >> 8), b = static_cast<std::uint8_t>(v);
+        tiff.insert(tiff.end(), bigEndian ? std::initializer_list<std::uint8_t>{a, b} : std::initializer_list<std::uint8_t>{b, a});
+    };
+    auto u32 = [&](std::uint32_t v) {
+        if (bigEndian) {
+            u16(v >> 16);
+            u16(v & 0xFFFF);
+        } else {
+            u16(v & 0xFFFF);
+            u16(v >> 16);
+        }
+    };
+    tiff = bigEndian ? Bytes{'M', 'M'} : Bytes{'I', 'I'};
+    u16(42);
+    u32(8);              // first directory right after the header
+    u16(1);              // one entry
+    u16(0x0112);         // orientation
+    u16(3);              // SHORT
+    u32(1);              // one value
+    u16(orientation);
+    u16(0);              // padding of the value field
+    u32(0);              // no next directory
+    Bytes segment = {0xFF, 0xE1, 0, 0, 'E', 'x', 'i', 'f', 0, 0};
+    segment.insert(segment.end(), tiff.begin(), tiff.end());
+    std::size_t length = segment.size() - 2;
+    segment[2] = static_cast<std::uint8_t>(length >> 8);
+    segment[3] = static_cast<std::uint8_t>(length & 0xFF);
+    Bytes out(jpeg.begin(), jpeg.begin() + 2);
+    out.insert(out.end(), segment.begin(), segment.end());
+    out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
+    return out;
+}
+
 PixelFunction halves(int width, Rgba8 left, Rgba8 right) {
     return [=](int x, int) { return x < width / 2 ? left : right; };
 }

@@ -30,6 +30,10 @@ Bytes makeJpeg(int width, int height, const PixelFunction& pixel, int quality = 
 // as the four stored bytes.
 Bytes makeCmykJpeg(int width, int height, const std::uint8_t cmyk[4]);
 
+// `jpeg` with an EXIF APP1 marker carrying `orientation` inserted after its SOI marker,
+// in big-endian (Motorola) or little-endian (Intel) byte order.
+Bytes withExifOrientation(const Bytes& jpeg, std::uint16_t orientation, bool bigEndian = true);
+
 // A picture `width` wide whose left half is `left` and right half `right`.
 PixelFunction halves(int width, Rgba8 left, Rgba8 right);
 
