@@ -1,7 +1,7 @@
-#include "Subprocess.h"
+#include "support/Subprocess.h"
 
-#include "platform/ipc/ScopedEnvironment.h"
-#include "platform/ipc/TemporaryDirectory.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -21,8 +21,8 @@ protected:
         return Subprocess::run(arguments);
     }
 
-    vexo::ipc::testing::TemporaryDirectory m_root;
-    vexo::ipc::testing::ScopedEnvironment m_environment;
+    vexo::testing::TemporaryDirectory m_root;
+    vexo::testing::ScopedEnvironment m_environment;
 };
 
 } // namespace

@@ -1,8 +1,8 @@
-#include "platform/ipc/ScopedEnvironment.h"
+#include "support/ScopedEnvironment.h"
 
 #include <cstdlib>
 
-namespace vexo::ipc::testing {
+namespace vexo::testing {
 namespace {
 
 void apply(const std::string& name, const std::optional<std::string>& value) {
@@ -27,4 +27,4 @@ void ScopedEnvironment::set(const std::string& name, const std::optional<std::st
     apply(name, value);
 }
 
-} // namespace vexo::ipc::testing
+} // namespace vexo::testing

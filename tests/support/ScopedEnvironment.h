@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-namespace vexo::ipc::testing {
+namespace vexo::testing {
 
 // Sets or unsets environment variables for the lifetime of the object and restores every
 // variable it touched afterwards, so that one test's container root never leaks into another.
@@ -22,4 +22,4 @@ private:
     std::map<std::string, std::optional<std::string>> m_saved;
 };
 
-} // namespace vexo::ipc::testing
+} // namespace vexo::testing

@@ -1,10 +1,10 @@
-#include "platform/ipc/TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 
 #include <stdexcept>
 #include <stdlib.h>
 #include <string>
 
-namespace vexo::ipc::testing {
+namespace vexo::testing {
 
 TemporaryDirectory::TemporaryDirectory() {
     std::string pattern = (std::filesystem::temp_directory_path() / "vexo-test-XXXXXX").string();
@@ -18,4 +18,4 @@ TemporaryDirectory::~TemporaryDirectory() {
     std::filesystem::remove_all(m_path, ignored);
 }
 
-} // namespace vexo::ipc::testing
+} // namespace vexo::testing

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-namespace vexo::ipc::testing {
+namespace vexo::testing {
 
 // A fresh private directory under the system's temporary directory, removed with everything
 // in it when the object goes.
@@ -19,4 +19,4 @@ private:
     std::filesystem::path m_path;
 };
 
-} // namespace vexo::ipc::testing
+} // namespace vexo::testing

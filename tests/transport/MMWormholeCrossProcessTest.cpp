@@ -2,8 +2,8 @@
 // other's message, so that every message must arrive, in order, with its contents.
 #include "transport/MMWormhole.h"
 
-#include "platform/ipc/ScopedEnvironment.h"
-#include "platform/ipc/TemporaryDirectory.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
 #include "platform/runtime/AsioRunLoop.h"
 
 #include <gtest/gtest.h>
@@ -52,8 +52,8 @@ int answerPings() {
 } // namespace
 
 TEST(MMWormholeCrossProcessTest, EveryMessageCrossesBothWaysInOrder) {
-    ipc::testing::TemporaryDirectory root;
-    ipc::testing::ScopedEnvironment environment;
+    vexo::testing::TemporaryDirectory root;
+    vexo::testing::ScopedEnvironment environment;
     environment.set("VEXO_CONTAINER_ROOT", root.path().string());
 
     runtime::AsioRunLoop loop;

@@ -1,7 +1,7 @@
 #include "transport/MMWormhole.h"
 
-#include "platform/ipc/ScopedEnvironment.h"
-#include "platform/ipc/TemporaryDirectory.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
 #include "platform/plist/KeyedUnarchiver.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
@@ -44,8 +44,8 @@ protected:
         return names;
     }
 
-    ipc::testing::TemporaryDirectory m_root;
-    ipc::testing::ScopedEnvironment m_environment;
+    vexo::testing::TemporaryDirectory m_root;
+    vexo::testing::ScopedEnvironment m_environment;
     runtime::DeterministicRunLoop m_loop;
     runtime::RunLoop* m_previousLoop = nullptr;
 };

@@ -7,12 +7,12 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/ipc/ScopedEnvironment.h"
-#include "platform/ipc/TemporaryDirectory.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
 
 using namespace vexo::ipc;
-using vexo::ipc::testing::ScopedEnvironment;
-using vexo::ipc::testing::TemporaryDirectory;
+using vexo::testing::ScopedEnvironment;
+using vexo::testing::TemporaryDirectory;
 namespace fs = std::filesystem;
 
 namespace {

@@ -9,12 +9,12 @@
 #include <gtest/gtest.h>
 
 #include "platform/ipc/NotifyName.h"
-#include "platform/ipc/TemporaryDirectory.h"
+#include "support/TemporaryDirectory.h"
 #include "platform/runtime/AsioRunLoop.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 
 using namespace vexo::ipc;
-using vexo::ipc::testing::TemporaryDirectory;
+using vexo::testing::TemporaryDirectory;
 using vexo::runtime::AsioRunLoop;
 using vexo::runtime::DeterministicRunLoop;
 using vexo::runtime::RunLoop;
