@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -109,6 +110,29 @@ std::optional<fs::path> root() {
     return path;
 }
 
+// The container found last, with what it was found from. Every message access asks for the
+// container, so a repeated question is answered with one lstat instead of walking the root.
+struct VerifiedContainer {
+    std::string environmentKey;
+    std::string group;
+    fs::path path;
+};
+
+std::mutex g_verifiedMutex;
+std::optional<VerifiedContainer> g_verified;
+
+std::string environmentKey() {
+    return environment("VEXO_CONTAINER_ROOT").value_or("") + '\0' +
+           environment("XDG_RUNTIME_DIR").value_or("");
+}
+
+// Still a private directory of ours, as it was when verified?
+bool isStillOurs(const fs::path& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           status.st_uid == ::geteuid() && (status.st_mode & 077) == 0;
+}
+
 } // namespace
 
 std::optional<fs::path> Container::pathForGroup(std::string_view group) {
@@ -117,12 +141,21 @@ std::optional<fs::path> Container::pathForGroup(std::string_view group) {
         log::debug(kLogComponent, "not a usable group identifier: \"" + NotifyName::fileName(group) + "\"");
         return std::nullopt;
     }
+    const std::string key = environmentKey();
+    {
+        std::lock_guard lock(g_verifiedMutex);
+        if (g_verified && g_verified->environmentKey == key && g_verified->group == group &&
+            isStillOurs(g_verified->path))
+            return g_verified->path;
+    }
     const auto base = root();
     if (!base)
         return std::nullopt;
     fs::path container = *base / std::string(group);
     if (!ensureOwnDirectory(container, FinalLink::Refuse, Permissions::MakePrivate))
         return std::nullopt;
+    std::lock_guard lock(g_verifiedMutex);
+    g_verified = VerifiedContainer{key, std::string(group), container};
     return container;
 }
 
