@@ -187,7 +187,8 @@ struct NotifyCenter::Registration {
 };
 
 NotifyCenter::NotifyCenter(fs::path container, runtime::RunLoop& loop)
-    : m_container(std::move(container)), m_loop(loop) {}
+    : m_container(std::move(container)), m_loop(loop),
+      m_sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {}
 
 NotifyCenter::~NotifyCenter() {
     removeIf([](const Registration&) { return true; });
@@ -331,13 +332,12 @@ bool NotifyCenter::post(std::string_view name) const {
     case Lookup::Failed:
         return false;
     }
-    const UniqueFd sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!sender.isValid()) {
-        log::debug(kLogComponent, "cannot make a socket: " + errorText(errno));
+    if (!m_sender.isValid()) {
+        log::debug(kLogComponent, "no socket to post with");
         return false;
     }
-    // fdopendir takes ownership, so it gets a descriptor of its own.
-    DIR* listing = ::fdopendir(::dup(directory.fd.get()));
+    // fdopendir takes the descriptor over; the listing keeps it open for the sends below.
+    DIR* listing = ::fdopendir(directory.fd.get());
     if (listing == nullptr) {
         log::debug(kLogComponent, "cannot list " + directory.path.string() + ": " + errorText(errno));
         return false;
@@ -356,13 +356,12 @@ bool NotifyCenter::post(std::string_view name) const {
                 sockets.push_back(entryName);
         }
     }
-    ::closedir(listing);
 
     for (const std::string& socketName : sockets) {
         const auto address = socketAddress(directory, socketName);
         if (!address)
             continue;
-        if (::sendto(sender.get(), "", 0, MSG_DONTWAIT | MSG_NOSIGNAL,
+        if (::sendto(m_sender.get(), "", 0, MSG_DONTWAIT | MSG_NOSIGNAL,
                      reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0)
             continue;
         const int error = errno;
@@ -376,6 +375,9 @@ bool NotifyCenter::post(std::string_view name) const {
             log::debug(kLogComponent, "cannot post \"" + std::string(name) + "\" to " + socketName + ": " + errorText(error));
         }
     }
+    ::closedir(listing);
+    // The listing owned the descriptor and has closed it.
+    static_cast<void>(directory.fd.release());
     return true;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/ipc/UniqueFd.h"
+
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -79,6 +81,8 @@ private:
     std::filesystem::path m_container;
     runtime::RunLoop& m_loop;
     std::vector<std::shared_ptr<Registration>> m_registrations;
+    // One unbound socket serves every post; sendto on it is safe from any thread.
+    UniqueFd m_sender;
 };
 
 } // namespace vexo::ipc
