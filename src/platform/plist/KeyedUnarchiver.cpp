@@ -22,6 +22,7 @@ constexpr std::size_t kValueBudgetPerByte = 16;
 constexpr std::size_t kMinimumValueBudget = 4096;
 constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20;
 
+// Abandons a decode from any depth of the recursion; caught in unarchive(), never escapes it.
 struct DecodeError {
     std::string reason;
 };

@@ -118,6 +118,7 @@ void appendUtf8(std::string& out, std::uint32_t c) {
     }
 }
 
+// Abandons a parse from anywhere in the reader; caught in toBinary(), never escapes it.
 struct ParseError {
     std::string reason;
 };
