@@ -83,10 +83,15 @@ TEST_F(MMWormholeTest, StoresOneArchiveFilePerIdentifierAndKeepsIt) {
     EXPECT_EQ(makeWormhole()->messageWithIdentifier("mixerStatus"), Value("newer"));
     EXPECT_EQ(entries(messages()), std::vector<std::string>{"mixerStatus.archive"});
 
-    // The directory comes back on the next access after someone deleted it.
+    // The directories come back on the next access after someone deleted them.
     std::filesystem::remove_all(messages());
     wormhole->passMessageObject(kMixerStatus, "mixerStatus");
     EXPECT_EQ(wormhole->messageWithIdentifier("mixerStatus"), kMixerStatus);
+    std::filesystem::remove_all(container());
+    wormhole->passMessageObject(kMixerStatus, "mixerStatus");
+    EXPECT_EQ(wormhole->messageWithIdentifier("mixerStatus"), kMixerStatus);
+    EXPECT_EQ(std::filesystem::status(container()).permissions() & std::filesystem::perms::all,
+              std::filesystem::perms::owner_all);
 
     wormhole->clearMessageContentsForIdentifier("mixerStatus");
     EXPECT_TRUE(wormhole->messageWithIdentifier("mixerStatus").isNull());
