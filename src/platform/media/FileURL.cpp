@@ -1,0 +1,86 @@
+#include "platform/media/FileURL.h"
+
+#include <cctype>
+
+namespace vexo::media {
+namespace {
+
+bool isUnreserved(unsigned char c) {
+    return std::isalnum(c) != 0 || c == '-' || c == '.' || c == '_' || c == '~' || c == '/';
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
+    if (text.size() < prefix.size())
+        return false;
+    for (std::size_t i = 0; i < prefix.size(); ++i) {
+        if (std::tolower(static_cast<unsigned char>(text[i])) != prefix[i])
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+std::string FileURL::fromPath(const std::filesystem::path& path) {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    const std::string& bytes = path.native();
+    std::string url = "file://";
+    url.reserve(url.size() + bytes.size() + bytes.size() / 4);
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (isUnreserved(byte)) {
+            url += c;
+        } else {
+            url += '%';
+            url += kHex[byte >> 4];
+            url += kHex[byte & 0xF];
+        }
+    }
+    return url;
+}
+
+std::optional<std::filesystem::path> FileURL::toPath(std::string_view url) {
+    constexpr std::string_view kScheme = "file://";
+    if (!startsWithIgnoringCase(url, kScheme))
+        return std::nullopt;
+    std::string_view rest = url.substr(kScheme.size());
+    const std::size_t slash = rest.find('/');
+    if (slash == std::string_view::npos)
+        return std::nullopt;
+    const std::string_view host = rest.substr(0, slash);
+    if (!host.empty() && host != "localhost")
+        return std::nullopt;
+    rest = rest.substr(slash);
+    // A query or fragment is not part of the path.
+    rest = rest.substr(0, rest.find_first_of("?#"));
+
+    std::string path;
+    path.reserve(rest.size());
+    for (std::size_t i = 0; i < rest.size(); ++i) {
+        if (rest[i] != '%') {
+            path += rest[i];
+            continue;
+        }
+        if (i + 2 >= rest.size())
+            return std::nullopt;
+        const int high = hexDigit(rest[i + 1]);
+        const int low = hexDigit(rest[i + 2]);
+        if (high < 0 || low < 0 || (high == 0 && low == 0))
+            return std::nullopt;
+        path += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return std::filesystem::path(path);
+}
+
+} // namespace vexo::media

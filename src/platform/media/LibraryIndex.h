@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "platform/media/MediaType.h"
+#include "platform/media/SqliteDatabase.h"
+
+// The on-disk form of the media library: one SQLite file that the scanner writes and every
+// process reads.
+//
+//   items            one row per audio file ever found, kept when the file goes (present 0)
+//                    so that its identifier stays; paths are canonical, so one file is one item
+//   artwork          the embedded picture of an item, apart so that listing items stays cheap
+//   playlists        one row per playlist file, kept when it goes, like items
+//   playlist_entries the resolved paths a playlist names, in order; joined with items.path
+//                    at query time, so an entry whose file is indexed later still finds it
+//
+// Identifiers are stored bit for bit as SQLite's signed 64-bit integers.
+namespace vexo::media {
+
+class LibraryIndex {
+public:
+    LibraryIndex() = delete;
+
+    // The file's application id ("VXML") and the schema version this program writes.
+    static constexpr std::int32_t kApplicationID = 0x56584D4C;
+    static constexpr int kSchemaVersion = 1;
+
+    // Opens the index at `path`, making the file, its folder and the tables when missing.
+    // Nothing, with the reason in `error` when given, for a file that is not an index of
+    // ours, one of a newer schema, or one that cannot be opened or made.
+    [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path,
+                                                              std::string* error);
+
+    [[nodiscard]] static std::int64_t stored(PersistentID id) { return static_cast<std::int64_t>(id); }
+    [[nodiscard]] static PersistentID persistentID(std::int64_t stored) {
+        return static_cast<PersistentID>(stored);
+    }
+};
+
+} // namespace vexo::media

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/media/MediaType.h"
+#include "platform/plist/Value.h"
+
+// One song (or other media file) of the local media library, as a plain value: what the
+// index said when the query ran. Copies are cheap enough to keep in lists; the embedded
+// picture is not held but read from the index when asked for.
+namespace vexo::media {
+
+class MediaLibrary;
+
+class MediaItem {
+public:
+    // Names accepted by valueForProperty(), those of the host platform.
+    static constexpr std::string_view kPropertyPersistentID = "persistentID";
+    static constexpr std::string_view kPropertyTitle = "title";
+    static constexpr std::string_view kPropertyArtist = "artist";
+    static constexpr std::string_view kPropertyAlbumTitle = "albumTitle";
+    static constexpr std::string_view kPropertyPlaybackDuration = "playbackDuration";
+    static constexpr std::string_view kPropertyMediaType = "mediaType";
+    static constexpr std::string_view kPropertyAssetURL = "assetURL";
+
+    struct Properties {
+        PersistentID persistentID = 0;
+        std::string title;
+        std::string artist;
+        std::string albumTitle;
+        // Seconds.
+        double playbackDuration = 0;
+        MediaType mediaType = MediaType::Music;
+        // A file:// URL; nothing when the file has gone.
+        std::optional<std::string> assetURL;
+    };
+
+    // An item that carries its picture itself (or none); for items made outside an index,
+    // such as in tests of the screens.
+    explicit MediaItem(Properties properties,
+                       std::optional<std::vector<std::uint8_t>> artworkData = std::nullopt);
+
+    // An item of `library` whose picture, when `hasArtwork`, is read from the index on demand.
+    // Holds the library weakly: once it is gone the item reads as having no picture.
+    MediaItem(Properties properties, std::weak_ptr<const MediaLibrary> library, bool hasArtwork);
+
+    [[nodiscard]] PersistentID persistentID() const { return m_properties.persistentID; }
+    // Empty when the file has no title tag and no file name to fall back on.
+    [[nodiscard]] const std::string& title() const { return m_properties.title; }
+    [[nodiscard]] const std::string& artist() const { return m_properties.artist; }
+    [[nodiscard]] const std::string& albumTitle() const { return m_properties.albumTitle; }
+    // Seconds; 0 when the length is unknown.
+    [[nodiscard]] double playbackDuration() const { return m_properties.playbackDuration; }
+    [[nodiscard]] MediaType mediaType() const { return m_properties.mediaType; }
+
+    // The file's URL (file://, percent-encoded). Nothing when the file has gone since the
+    // last scan: the item cannot be played, and screens show it grey.
+    [[nodiscard]] const std::optional<std::string>& assetURL() const { return m_properties.assetURL; }
+
+    // The embedded picture's bytes as stored in the file (JPEG or PNG, usually), or nothing.
+    // Items of an index read it from there on each call, so that lists stay small; any
+    // thread.
+    [[nodiscard]] std::optional<std::vector<std::uint8_t>> artworkData() const;
+
+    // The property under one of the kProperty names as a property-list value (integers for
+    // the identifier and the type, a real for the duration, strings otherwise); nothing for
+    // an unknown name or an absent value, as on the host platform.
+    [[nodiscard]] plist::Value valueForProperty(std::string_view property) const;
+
+    // Same identifier and same properties; where the picture comes from does not count.
+    friend bool operator==(const MediaItem& a, const MediaItem& b);
+
+private:
+    Properties m_properties;
+    std::weak_ptr<const MediaLibrary> m_library;
+    bool m_hasArtwork = false;
+    // Shared between copies: an item made with its picture keeps one copy of the bytes.
+    std::shared_ptr<const std::vector<std::uint8_t>> m_artworkData;
+};
+
+} // namespace vexo::media

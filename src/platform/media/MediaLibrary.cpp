@@ -1,0 +1,237 @@
+#include "platform/media/MediaLibrary.h"
+
+#include "platform/ipc/Container.h"
+#include "platform/ipc/NotifyCenter.h"
+#include "platform/log/Log.h"
+#include "platform/media/FileURL.h"
+#include "platform/media/LibraryIndex.h"
+#include "platform/media/SqliteDatabase.h"
+#include "platform/runtime/NotificationCenter.h"
+#include "platform/runtime/RunLoop.h"
+
+#include <cstdlib>
+#include <pwd.h>
+#include <unistd.h>
+#include <unordered_map>
+
+namespace vexo::media {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kLogComponent = "media";
+
+// The columns that make a MediaItem, in the order itemFromRow() reads them from `first` on.
+// Identifiers are unsigned but stored signed: those from 2^63 up read negative, so every
+// "ORDER BY id < 0, id" below puts them after the others, in unsigned order.
+constexpr std::string_view kItemColumns =
+    "i.persistent_id, i.path, i.present, i.title, i.artist, i.album, i.duration, i.media_type, "
+    "i.has_artwork";
+
+std::optional<std::string> environmentValue(const char* name) {
+    const char* value = std::getenv(name);
+    if (value == nullptr || *value == '\0')
+        return std::nullopt;
+    return std::string(value);
+}
+
+fs::path homeDirectory() {
+    if (const auto home = environmentValue("HOME"))
+        return *home;
+    if (const passwd* entry = ::getpwuid(::geteuid()); entry != nullptr && entry->pw_dir != nullptr)
+        return entry->pw_dir;
+    return "/";
+}
+
+// Reads the item at column `first` of the statement's current row.
+MediaItem itemFromRow(const SqliteStatement& row, int first, const std::weak_ptr<const MediaLibrary>& library) {
+    MediaItem::Properties properties;
+    properties.persistentID = LibraryIndex::persistentID(row.integer(first));
+    if (row.integer(first + 2) != 0)
+        properties.assetURL = FileURL::fromPath(row.text(first + 1));
+    properties.title = row.text(first + 3);
+    properties.artist = row.text(first + 4);
+    properties.albumTitle = row.text(first + 5);
+    properties.playbackDuration = row.real(first + 6);
+    properties.mediaType = static_cast<MediaType>(row.integer(first + 7));
+    return MediaItem(std::move(properties), library, row.integer(first + 8) != 0);
+}
+
+} // namespace
+
+fs::path MediaLibrary::defaultPath() {
+    if (const auto path = environmentValue("VEXO_MEDIA_LIBRARY"))
+        return *path;
+    fs::path dataHome;
+    // The base directory specification ignores a relative data home.
+    if (const auto value = environmentValue("XDG_DATA_HOME"); value && fs::path(*value).is_absolute())
+        dataHome = *value;
+    else
+        dataHome = homeDirectory() / ".local" / "share";
+    return dataHome / "vexo" / "media-library.sqlite";
+}
+
+std::shared_ptr<MediaLibrary> MediaLibrary::open(const fs::path& path, std::string* error) {
+    std::string reason;
+    auto database = LibraryIndex::open(path, &reason);
+    if (!database) {
+        log::warning(kLogComponent, reason);
+        if (error != nullptr)
+            *error = reason;
+        return nullptr;
+    }
+    return std::shared_ptr<MediaLibrary>(new MediaLibrary(path, std::move(database)));
+}
+
+MediaLibrary::MediaLibrary(fs::path path, std::unique_ptr<SqliteDatabase> database)
+    : m_path(std::move(path)), m_database(std::move(database)) {}
+
+MediaLibrary::~MediaLibrary() {
+    stopGenerating();
+}
+
+std::vector<MediaItem> MediaLibrary::itemsWithPersistentID(PersistentID persistentID) const {
+    const std::lock_guard lock(m_mutex);
+    auto statement = m_database->prepare("SELECT " + std::string(kItemColumns) +
+                                         " FROM items i WHERE i.persistent_id = ?1");
+    statement.bind(1, LibraryIndex::stored(persistentID));
+    std::vector<MediaItem> items;
+    SqliteStatement::Step step;
+    while ((step = statement.step()) == SqliteStatement::Step::Row)
+        items.push_back(itemFromRow(statement, 0, weak_from_this()));
+    if (step == SqliteStatement::Step::Error)
+        log::warning(kLogComponent, "item query failed: " + m_database->errorMessage());
+    return items;
+}
+
+std::vector<MediaItem> MediaLibrary::items() const {
+    const std::lock_guard lock(m_mutex);
+    auto statement = m_database->prepare(
+        "SELECT " + std::string(kItemColumns) +
+        " FROM items i ORDER BY i.title COLLATE NOCASE, i.title, i.persistent_id < 0, i.persistent_id");
+    std::vector<MediaItem> items;
+    SqliteStatement::Step step;
+    while ((step = statement.step()) == SqliteStatement::Step::Row)
+        items.push_back(itemFromRow(statement, 0, weak_from_this()));
+    if (step == SqliteStatement::Step::Error)
+        log::warning(kLogComponent, "item query failed: " + m_database->errorMessage());
+    return items;
+}
+
+std::vector<MediaPlaylist> MediaLibrary::playlists(MediaType filter, EmptyPlaylists empty) const {
+    struct Collected {
+        PersistentID persistentID;
+        std::string name;
+        std::vector<MediaItem> items;
+    };
+    const std::lock_guard lock(m_mutex);
+    // One read transaction, so that both statements see the same state of the index.
+    if (!m_database->execute("BEGIN")) {
+        log::warning(kLogComponent, "playlist query failed: " + m_database->errorMessage());
+        return {};
+    }
+    std::vector<Collected> collected;
+    std::unordered_map<std::int64_t, std::size_t> indexByID;
+    bool failed = false;
+    {
+        auto statement = m_database->prepare(
+            "SELECT persistent_id, name FROM playlists WHERE present = 1"
+            " ORDER BY name COLLATE NOCASE, name, persistent_id < 0, persistent_id");
+        SqliteStatement::Step step;
+        while ((step = statement.step()) == SqliteStatement::Step::Row) {
+            indexByID.emplace(statement.integer(0), collected.size());
+            collected.push_back({LibraryIndex::persistentID(statement.integer(0)), statement.text(1), {}});
+        }
+        failed = step == SqliteStatement::Step::Error;
+    }
+    if (!failed) {
+        // In the entries' own key order (playlist, position): no sort needed.
+        auto statement = m_database->prepare(
+            "SELECT e.playlist_id, " + std::string(kItemColumns) +
+            " FROM playlist_entries e JOIN items i ON i.path = e.path"
+            " WHERE (i.media_type & ?1) != 0 ORDER BY e.playlist_id, e.position");
+        statement.bind(1, static_cast<std::int64_t>(filter));
+        const auto library = weak_from_this();
+        SqliteStatement::Step step;
+        while ((step = statement.step()) == SqliteStatement::Step::Row) {
+            const auto found = indexByID.find(statement.integer(0));
+            if (found != indexByID.end())
+                collected[found->second].items.push_back(itemFromRow(statement, 1, library));
+        }
+        failed = step == SqliteStatement::Step::Error;
+    }
+    if (failed)
+        log::warning(kLogComponent, "playlist query failed: " + m_database->errorMessage());
+    m_database->execute("COMMIT");
+    if (failed)
+        return {};
+
+    std::vector<MediaPlaylist> playlists;
+    playlists.reserve(collected.size());
+    for (auto& playlist : collected) {
+        if (playlist.items.empty() && empty == EmptyPlaylists::Omit)
+            continue;
+        playlists.emplace_back(playlist.persistentID, std::move(playlist.name), std::move(playlist.items));
+    }
+    return playlists;
+}
+
+std::optional<std::vector<std::uint8_t>> MediaLibrary::artworkDataForPersistentID(PersistentID persistentID) const {
+    const std::lock_guard lock(m_mutex);
+    auto statement = m_database->prepare("SELECT data FROM artwork WHERE item_id = ?1");
+    statement.bind(1, LibraryIndex::stored(persistentID));
+    if (statement.step() != SqliteStatement::Step::Row)
+        return std::nullopt;
+    const auto bytes = statement.blob(0);
+    return std::vector<std::uint8_t>(bytes.begin(), bytes.end());
+}
+
+void MediaLibrary::beginGeneratingLibraryChangeNotifications(std::string_view applicationGroup) {
+    if (m_generatingCount++ > 0)
+        return;
+    const auto container = ipc::Container::pathForGroup(applicationGroup);
+    runtime::RunLoop* loop = runtime::RunLoop::current();
+    if (!container || loop == nullptr) {
+        log::warning(kLogComponent, container ? "no run loop to deliver library changes on"
+                                              : "no container for group \"" + std::string(applicationGroup) +
+                                                    "\"; library changes of other processes go unheard");
+        return;
+    }
+    auto centre = ipc::NotifyCenter::forContainer(*container, *loop);
+    auto token = std::make_shared<int>(0);
+    const bool registered = centre->addObserver(
+        token.get(), kCrossProcessChangeNotification, [weak = weak_from_this()](const std::string&) {
+            if (const auto library = weak.lock())
+                runtime::NotificationCenter::defaultCenter().post(kDidChangeNotification, library.get());
+        });
+    if (!registered) {
+        log::warning(kLogComponent, "cannot listen for library changes in " + container->string());
+        return;
+    }
+    m_notifyCenter = std::move(centre);
+    m_notifyLoop = loop;
+    m_notifyToken = std::move(token);
+}
+
+void MediaLibrary::endGeneratingLibraryChangeNotifications() {
+    if (m_generatingCount == 0)
+        return;
+    if (--m_generatingCount == 0)
+        stopGenerating();
+}
+
+void MediaLibrary::stopGenerating() {
+    if (!m_notifyCenter)
+        return;
+    auto remove = [centre = std::move(m_notifyCenter), token = std::move(m_notifyToken)] {
+        centre->removeObserver(token.get(), kCrossProcessChangeNotification);
+    };
+    // The token keeps its address, the registration's identity, until the removal is done.
+    if (runtime::RunLoop::current() == m_notifyLoop)
+        remove();
+    else
+        m_notifyLoop->post(std::move(remove));
+    m_notifyLoop = nullptr;
+}
+
+} // namespace vexo::media

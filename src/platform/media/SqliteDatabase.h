@@ -1,0 +1,51 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/media/SqliteStatement.h"
+
+struct sqlite3;
+
+// One connection to an SQLite database file.
+//
+// A connection is used by one thread at a time; its owner serialises access. Several
+// connections, in this process or others, may use the same file: writers wait for each other
+// up to a busy timeout instead of failing at once.
+namespace vexo::media {
+
+class SqliteDatabase {
+public:
+    // Opens (creating if missing) the database at `path`. Nothing, with the reason in `error`
+    // when given, when the file cannot be opened.
+    [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path,
+                                                              std::string* error);
+
+    ~SqliteDatabase();
+    SqliteDatabase(const SqliteDatabase&) = delete;
+    SqliteDatabase& operator=(const SqliteDatabase&) = delete;
+    SqliteDatabase(SqliteDatabase&&) = delete;
+    SqliteDatabase& operator=(SqliteDatabase&&) = delete;
+
+    // Runs one or more statements that return no rows. False on the first error.
+    bool execute(std::string_view sql);
+
+    // A prepared statement; an invalid one (see errorMessage()) when `sql` does not compile.
+    // REQUIRES: the statement is destroyed before the database.
+    [[nodiscard]] SqliteStatement prepare(std::string_view sql);
+
+    // The message of the last failed call on this connection.
+    [[nodiscard]] std::string errorMessage() const;
+
+    // The rowid given by the last successful INSERT.
+    [[nodiscard]] std::int64_t lastInsertRowId() const;
+
+private:
+    explicit SqliteDatabase(sqlite3* handle) : m_handle(handle) {}
+
+    sqlite3* m_handle;
+};
+
+} // namespace vexo::media

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/media/MediaType.h"
+
+// What the library keeps of one audio file, read with TagLib: title, artist, album, length,
+// kind and the embedded picture. MP3, FLAC, Ogg Vorbis, Opus, Speex and FLAC, MP4 (M4A, M4B,
+// M4V), WAV, AIFF, WavPack, Monkey's Audio, Musepack, WMA and TrueAudio files are read.
+namespace vexo::media {
+
+class TagReader {
+public:
+    TagReader() = delete;
+
+    // A picture larger than this is left out of the index; covers are far smaller.
+    static constexpr std::size_t kMaximumArtworkBytes = 16u << 20;
+
+    struct Track {
+        // The title tag, or the file name without its extension when the tag is empty.
+        std::string title;
+        std::string artist;
+        std::string albumTitle;
+        // Seconds; 0 when the file does not tell.
+        double duration = 0;
+        MediaType mediaType = MediaType::Music;
+        std::optional<std::vector<std::uint8_t>> artwork;
+    };
+
+    // True when `path` has the extension (in any case) of a kind of file read().
+    [[nodiscard]] static bool isAudioFile(const std::filesystem::path& path);
+
+    // Reads the tags of the file at `path`. Nothing, with the reason in `error` when given,
+    // when the file cannot be opened or is not a valid file of its kind. Thread-safe: each
+    // call opens the file afresh.
+    [[nodiscard]] static std::optional<Track> read(const std::filesystem::path& path, std::string* error);
+};
+
+} // namespace vexo::media
