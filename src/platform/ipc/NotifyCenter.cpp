@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "platform/ipc/NotifyName.h"
+#include "platform/ipc/SocketDirectory.h"
 #include "platform/ipc/UniqueFd.h"
 #include "platform/log/Log.h"
 
@@ -33,91 +34,16 @@ constexpr const char* kNotifyDirectory = ".notify";
 // loop calls again while more are queued.
 constexpr int kMaximumDatagramsPerWake = 64;
 
-enum class Create { No, Yes };
-
 std::string errorText(int error) {
     return std::strerror(error);
 }
 
-// True when `fd` is a directory owned by the calling user.
-bool isOwnDirectory(int fd) {
-    struct stat status {};
-    return ::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
-}
-
-// Opens the container itself. It may be reached through symbolic links (the user's choice of
-// root); Container has checked it.
-UniqueFd openContainer(const fs::path& container) {
-    UniqueFd fd(::open(container.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd.isValid()) {
-        log::debug(kLogComponent, "cannot open the container " + container.string() + ": " + errorText(errno));
-        return {};
-    }
-    if (!isOwnDirectory(fd.get())) {
-        log::warning(kLogComponent, container.string() + " is not a directory of this user; not used");
-        return {};
-    }
-    return fd;
-}
-
-// Opens the directory `name` inside `parent`, never through a symbolic link, making it with
-// mode 0700 when asked. An invalid result with errno ENOENT means it does not exist.
-UniqueFd openOwnDirectory(int parent, const std::string& name, Create create) {
-    if (create == Create::Yes && ::mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST)
-        return {};
-    UniqueFd fd(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd.isValid())
-        return {};
-    if (!isOwnDirectory(fd.get())) {
-        log::warning(kLogComponent, "\"" + name + "\" is not a directory of this user; not used");
-        errno = EPERM;
-        return {};
-    }
-    return fd;
-}
-
-// The directory of one name's sockets, and its path for addresses that fit.
-struct NameDirectory {
-    UniqueFd fd;
-    fs::path path;
-};
-
-enum class Lookup { Opened, Absent, Failed };
-
 // Opens (or makes) the directory of `name`'s sockets. Absent: the container is there but
 // nobody has ever registered for the name.
-Lookup openNameDirectory(const fs::path& container, std::string_view name, Create create,
-                         NameDirectory& directory) {
-    const UniqueFd containerFd = openContainer(container);
-    if (!containerFd.isValid())
-        return Lookup::Failed;
-    const std::string fileName = NotifyName::fileName(name);
-    directory.path = container / kNotifyDirectory / fileName;
-    const UniqueFd notifyFd = openOwnDirectory(containerFd.get(), kNotifyDirectory, create);
-    if (notifyFd.isValid())
-        directory.fd = openOwnDirectory(notifyFd.get(), fileName, create);
-    if (directory.fd.isValid())
-        return Lookup::Opened;
-    const int error = errno;
-    if (error == ENOENT && create == Create::No)
-        return Lookup::Absent;
-    log::debug(kLogComponent, "cannot open " + directory.path.string() + ": " + errorText(error));
-    return Lookup::Failed;
-}
-
-// The address of socket `fileName` in `directory`. A path too long for sun_path (108 bytes)
-// goes through the directory's descriptor instead: "/proc/self/fd/<fd>/<fileName>" names the
-// same file in bind() and sendto(), whatever the length of the container path.
-std::optional<sockaddr_un> socketAddress(const NameDirectory& directory, const std::string& fileName) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::string path = (directory.path / fileName).string();
-    if (path.size() >= sizeof(address.sun_path))
-        path = "/proc/self/fd/" + std::to_string(directory.fd.get()) + "/" + fileName;
-    if (path.size() >= sizeof(address.sun_path))
-        return std::nullopt;
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    return address;
+SocketDirectory::Lookup openNameDirectory(const fs::path& container, std::string_view name,
+                                          SocketDirectory::Create create, SocketDirectory& directory) {
+    return SocketDirectory::open(container, fs::path(kNotifyDirectory) / NotifyName::fileName(name), create,
+                                 kLogComponent, directory);
 }
 
 // A file name for a new registration's socket, unique across processes and restarts.
@@ -132,18 +58,6 @@ std::string newSocketName() {
                   static_cast<unsigned long long>(sequence++),
                   static_cast<unsigned long long>(processSalt & 0xFFFFFFFFull));
     return text;
-}
-
-bool isAcceptedSender(const msghdr& message) {
-    for (const cmsghdr* control = CMSG_FIRSTHDR(&message); control != nullptr;
-         control = CMSG_NXTHDR(const_cast<msghdr*>(&message), const_cast<cmsghdr*>(control))) {
-        if (control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_CREDENTIALS)
-            continue;
-        ucred credentials{};
-        std::memcpy(&credentials, CMSG_DATA(control), sizeof credentials);
-        return credentials.uid == ::geteuid() || credentials.uid == 0;
-    }
-    return false;
 }
 
 std::mutex& sharedCentresMutex() {
@@ -228,8 +142,8 @@ bool NotifyCenter::addObserver(const void* observer, std::string_view name, Call
         }
     }
 
-    NameDirectory directory;
-    if (openNameDirectory(m_container, name, Create::Yes, directory) != Lookup::Opened)
+    SocketDirectory directory;
+    if (openNameDirectory(m_container, name, SocketDirectory::Create::Yes, directory) != SocketDirectory::Lookup::Opened)
         return false;
     auto registration = std::make_shared<Registration>(observer, std::string(name), std::move(callback));
     registration->socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -242,22 +156,22 @@ bool NotifyCenter::addObserver(const void* observer, std::string_view name, Call
     // Socket names are unique, so a clash means a stale file of an earlier process: take another.
     for (int attempt = 0; attempt < 4 && registration->socketName.empty(); ++attempt) {
         const std::string socketName = newSocketName();
-        const auto address = socketAddress(directory, socketName);
+        const auto address = directory.address(socketName);
         if (!address) {
-            log::debug(kLogComponent, "no socket address fits for " + directory.path.string());
+            log::debug(kLogComponent, "no socket address fits for " + directory.path().string());
             return false;
         }
         if (::bind(registration->socket.get(), reinterpret_cast<const sockaddr*>(&*address),
                    sizeof *address) == 0) {
             registration->socketName = socketName;
         } else if (errno != EADDRINUSE) {
-            log::debug(kLogComponent, "cannot bind in " + directory.path.string() + ": " + errorText(errno));
+            log::debug(kLogComponent, "cannot bind in " + directory.path().string() + ": " + errorText(errno));
             return false;
         }
     }
     if (registration->socketName.empty())
         return false;
-    registration->directory = std::move(directory.fd);
+    registration->directory = directory.releaseDescriptor();
 
     std::weak_ptr<Registration> weak = registration;
     registration->watch = m_loop.watchReadable(registration->socket.get(), [weak] {
@@ -289,7 +203,7 @@ void NotifyCenter::receive(const std::shared_ptr<Registration>& registration) {
                 log::debug(kLogComponent, "cannot receive for \"" + registration->name + "\": " + errorText(errno));
             return;
         }
-        if (!isAcceptedSender(message)) {
+        if (!SocketDirectory::isSentBySameUser(message)) {
             log::warning(kLogComponent, "dropped a post of \"" + registration->name + "\" from another user");
             continue;
         }
@@ -323,13 +237,13 @@ void NotifyCenter::removeEveryObserver(const void* observer) {
 }
 
 bool NotifyCenter::post(std::string_view name) const {
-    NameDirectory directory;
-    switch (openNameDirectory(m_container, name, Create::No, directory)) {
-    case Lookup::Opened:
+    SocketDirectory directory;
+    switch (openNameDirectory(m_container, name, SocketDirectory::Create::No, directory)) {
+    case SocketDirectory::Lookup::Opened:
         break;
-    case Lookup::Absent:
+    case SocketDirectory::Lookup::Absent:
         return true;
-    case Lookup::Failed:
+    case SocketDirectory::Lookup::Failed:
         return false;
     }
     if (!m_sender.isValid()) {
@@ -337,9 +251,9 @@ bool NotifyCenter::post(std::string_view name) const {
         return false;
     }
     // fdopendir takes the descriptor over; the listing keeps it open for the sends below.
-    DIR* listing = ::fdopendir(directory.fd.get());
+    DIR* listing = ::fdopendir(directory.descriptor());
     if (listing == nullptr) {
-        log::debug(kLogComponent, "cannot list " + directory.path.string() + ": " + errorText(errno));
+        log::debug(kLogComponent, "cannot list " + directory.path().string() + ": " + errorText(errno));
         return false;
     }
     std::vector<std::string> sockets;
@@ -351,14 +265,14 @@ bool NotifyCenter::post(std::string_view name) const {
             sockets.push_back(entryName);
         } else if (entry->d_type == DT_UNKNOWN) {
             struct stat status {};
-            if (::fstatat(directory.fd.get(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            if (::fstatat(directory.descriptor(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
                 S_ISSOCK(status.st_mode))
                 sockets.push_back(entryName);
         }
     }
 
     for (const std::string& socketName : sockets) {
-        const auto address = socketAddress(directory, socketName);
+        const auto address = directory.address(socketName);
         if (!address)
             continue;
         if (::sendto(m_sender.get(), "", 0, MSG_DONTWAIT | MSG_NOSIGNAL,
@@ -367,7 +281,7 @@ bool NotifyCenter::post(std::string_view name) const {
         const int error = errno;
         if (error == ECONNREFUSED) {
             // Nobody is bound to it: its process died without removing it.
-            if (::unlinkat(directory.fd.get(), socketName.c_str(), 0) == 0)
+            if (::unlinkat(directory.descriptor(), socketName.c_str(), 0) == 0)
                 log::debug(kLogComponent, "removed the dead socket " + socketName + " of \"" + std::string(name) + "\"");
         } else if (error == EAGAIN || error == EWOULDBLOCK) {
             log::debug(kLogComponent, "a listener of \"" + std::string(name) + "\" has a full queue; post dropped for it");
@@ -377,7 +291,7 @@ bool NotifyCenter::post(std::string_view name) const {
     }
     ::closedir(listing);
     // The listing owned the descriptor and has closed it.
-    static_cast<void>(directory.fd.release());
+    static_cast<void>(directory.releaseDescriptor().release());
     return true;
 }
 

@@ -1,0 +1,7 @@
+#include "platform/ipc/ParentApplication.h"
+
+namespace vexo::ipc {
+
+ParentApplication::~ParentApplication() = default;
+
+} // namespace vexo::ipc
