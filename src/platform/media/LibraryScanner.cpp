@@ -427,8 +427,8 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
 
     for (const auto& problem : summary.problems)
         log::debug(kLogComponent, "skipped " + problem.path.string() + ": " + problem.reason);
-    if (summary.changedIndex() && m_options.applicationGroup)
-        postChange(*m_options.applicationGroup);
+    if (summary.changedIndex() && !m_options.applicationGroup.empty())
+        postChange(m_options.applicationGroup);
     summary.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     return summary;
 }

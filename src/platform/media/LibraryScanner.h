@@ -25,8 +25,8 @@ class LibraryScanner {
 public:
     struct Options {
         // The group whose container receives MediaLibrary::kCrossProcessChangeNotification
-        // after a scan that changed something; nothing posts none.
-        std::optional<std::string> applicationGroup{MediaLibrary::kDefaultApplicationGroup};
+        // after a scan that changed something; empty posts none.
+        std::string applicationGroup{MediaLibrary::kDefaultApplicationGroup};
         // Written files per transaction at most; a batch also ends after half a second.
         std::size_t batchSize = 256;
     };

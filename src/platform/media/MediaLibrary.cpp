@@ -210,6 +210,7 @@ void MediaLibrary::beginGeneratingLibraryChangeNotifications(std::string_view ap
     }
     m_notifyCenter = std::move(centre);
     m_notifyLoop = loop;
+    m_notifyThread = std::this_thread::get_id();
     m_notifyToken = std::move(token);
 }
 
@@ -227,7 +228,7 @@ void MediaLibrary::stopGenerating() {
         centre->removeObserver(token.get(), kCrossProcessChangeNotification);
     };
     // The token keeps its address, the registration's identity, until the removal is done.
-    if (runtime::RunLoop::current() == m_notifyLoop)
+    if (std::this_thread::get_id() == m_notifyThread)
         remove();
     else
         m_notifyLoop->post(std::move(remove));

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "platform/media/MediaItem.h"
@@ -55,9 +56,9 @@ public:
     [[nodiscard]] static std::shared_ptr<MediaLibrary> open(const std::filesystem::path& path,
                                                             std::string* error = nullptr);
 
-    // Stops generating change notifications. REQUIRES: on the thread of the loop that
-    // notifications were generated on, or that loop still runs (the registration is then
-    // removed there).
+    // Stops generating change notifications. On another thread than the one that began them,
+    // the registration is removed on that loop. REQUIRES: that loop outlives the library, or
+    // the library goes on the loop's thread.
     ~MediaLibrary();
 
     MediaLibrary(const MediaLibrary&) = delete;
@@ -106,6 +107,7 @@ private:
     int m_generatingCount = 0;
     std::shared_ptr<ipc::NotifyCenter> m_notifyCenter;
     runtime::RunLoop* m_notifyLoop = nullptr;
+    std::thread::id m_notifyThread;
     // The callback holds this token weakly, so that a post that is already on its way when
     // the library goes finds nothing to call.
     std::shared_ptr<int> m_notifyToken;

@@ -264,6 +264,14 @@ std::optional<TagReader::Track> TagReader::read(const std::filesystem::path& pat
         return std::nullopt;
     }
 
+    // TagLib accepts a file with a valid header but no audio (an empty MP3, a WAV without its
+    // data); it is nothing anyone could play.
+    const TagLib::AudioProperties* properties = reference.audioProperties();
+    if (properties == nullptr || (properties->sampleRate() <= 0 && properties->lengthInMilliseconds() <= 0)) {
+        setError(error, "no audio found in it");
+        return std::nullopt;
+    }
+
     Track track;
     const std::string extension = lowerExtension(path);
     if (extension == "m4b")
@@ -280,8 +288,7 @@ std::optional<TagReader::Track> TagReader::read(const std::filesystem::path& pat
     }
     if (track.title.empty())
         track.title = path.stem().string();
-    if (const TagLib::AudioProperties* properties = reference.audioProperties())
-        track.duration = std::max(0, properties->lengthInMilliseconds()) / 1000.0;
+    track.duration = std::max(0, properties->lengthInMilliseconds()) / 1000.0;
 
     Extracted extracted = extractFormatSpecific(reference.file());
     // A kind the file states outright counts before one guessed from the genre.

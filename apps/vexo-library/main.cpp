@@ -1,0 +1,370 @@
+// vexo-library: build and inspect the local media library that the watch and the phone share.
+//
+//   vexo-library scan DIR        index a music folder (again: only changed files are read)
+//   vexo-library playlists       every playlist: identifier, name, number of items
+//   vexo-library items PLAYLIST  the items of a playlist, by identifier or name
+//   vexo-library item ID         everything the library knows of one item
+//
+// Identifiers are shown as the link to the phone writes them: upper-case hexadecimal without
+// leading zeros. They are accepted in that form (with or without 0x) or in decimal.
+//
+// Exit codes: 0 success, 1 failure (missing folder, no such item, unusable index), 2 wrong
+// usage.
+#include "platform/log/Log.h"
+#include "platform/media/LibraryScanner.h"
+#include "platform/media/MediaLibrary.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <unistd.h>
+
+namespace {
+
+using namespace vexo;
+using media::MediaItem;
+using media::MediaLibrary;
+using media::MediaPlaylist;
+using media::MediaType;
+using media::PersistentID;
+
+enum ExitCode { kSuccess = 0, kFailure = 1, kUsage = 2 };
+
+struct Options {
+    std::string library;
+    std::string group{MediaLibrary::kDefaultApplicationGroup};
+    bool quiet = false;
+    bool verbose = false;
+};
+
+int fail(const std::string& message, int code = kFailure) {
+    std::cerr << "vexo-library: " << message << "\n";
+    return code;
+}
+
+std::string hex(PersistentID id) {
+    char text[17];
+    std::snprintf(text, sizeof text, "%" PRIX64, id);
+    return text;
+}
+
+// Upper-case hexadecimal (as printed, with or without 0x) or decimal; plain digits are tried
+// as hexadecimal first, since that is the form this program and the link to the phone write.
+std::vector<PersistentID> identifierCandidates(const std::string& text) {
+    auto parse = [](std::string_view digits, int base) -> std::optional<PersistentID> {
+        if (digits.empty())
+            return std::nullopt;
+        PersistentID value = 0;
+        for (const char c : digits) {
+            int digit;
+            if (c >= '0' && c <= '9')
+                digit = c - '0';
+            else if (base == 16 && c >= 'a' && c <= 'f')
+                digit = c - 'a' + 10;
+            else if (base == 16 && c >= 'A' && c <= 'F')
+                digit = c - 'A' + 10;
+            else
+                return std::nullopt;
+            if (value > (UINT64_MAX - static_cast<PersistentID>(digit)) / static_cast<PersistentID>(base))
+                return std::nullopt;
+            value = value * static_cast<PersistentID>(base) + static_cast<PersistentID>(digit);
+        }
+        return value;
+    };
+    std::vector<PersistentID> candidates;
+    std::string_view view = text;
+    if (view.starts_with("0x") || view.starts_with("0X")) {
+        if (const auto value = parse(view.substr(2), 16))
+            candidates.push_back(*value);
+        return candidates;
+    }
+    if (const auto value = parse(view, 16))
+        candidates.push_back(*value);
+    if (const auto value = parse(view, 10); value && (candidates.empty() || candidates[0] != *value))
+        candidates.push_back(*value);
+    return candidates;
+}
+
+std::string duration(double seconds) {
+    const auto total = static_cast<long long>(std::llround(std::max(0.0, seconds)));
+    char text[32];
+    if (total >= 3600)
+        std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", total / 3600, total / 60 % 60, total % 60);
+    else
+        std::snprintf(text, sizeof text, "%lld:%02lld", total / 60, total % 60);
+    return text;
+}
+
+std::string kindName(MediaType type) {
+    const std::pair<MediaType, const char*> names[] = {
+        {MediaType::Music, "music"},          {MediaType::Podcast, "podcast"},
+        {MediaType::AudioBook, "audiobook"},  {MediaType::AudioITunesU, "iTunes U audio"},
+        {MediaType::Movie, "movie"},          {MediaType::TVShow, "TV show"},
+        {MediaType::VideoPodcast, "video podcast"}, {MediaType::MusicVideo, "music video"},
+        {MediaType::VideoITunesU, "iTunes U video"}, {MediaType::HomeVideo, "home video"},
+    };
+    std::string text;
+    for (const auto& [kind, name] : names) {
+        if ((type & kind) == kind)
+            text += (text.empty() ? "" : ", ") + std::string(name);
+    }
+    return text.empty() ? "unknown (" + std::to_string(static_cast<std::uint64_t>(type)) + ")" : text;
+}
+
+// Terminal columns of UTF-8 text, one per character (wide characters are rare in tags).
+std::size_t columns(const std::string& text) {
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    }));
+}
+
+std::string padded(const std::string& text, std::size_t width) {
+    const std::size_t used = columns(text);
+    return used >= width ? text : text + std::string(width - used, ' ');
+}
+
+std::string rightAligned(const std::string& text, std::size_t width) {
+    return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;
+}
+
+std::shared_ptr<MediaLibrary> openExisting(const std::filesystem::path& path, int& code) {
+    std::error_code error;
+    if (!std::filesystem::exists(path, error)) {
+        code = fail("no media library at " + path.string() + "; make one with: vexo-library scan DIR");
+        return nullptr;
+    }
+    std::string reason;
+    auto library = MediaLibrary::open(path, &reason);
+    if (!library)
+        code = fail(reason);
+    return library;
+}
+
+// Progress on standard error, redrawn in place at most ten times a second, only on a terminal.
+class ProgressLine {
+public:
+    explicit ProgressLine(bool enabled) : m_enabled(enabled) {}
+    ~ProgressLine() { clear(); }
+
+    void update(const media::LibraryScanner::Progress& progress) {
+        if (!m_enabled)
+            return;
+        const auto now = std::chrono::steady_clock::now();
+        const bool last = progress.filesTotal > 0 && progress.filesDone == progress.filesTotal;
+        if (!last && now - m_lastDrawn < std::chrono::milliseconds(100))
+            return;
+        m_lastDrawn = now;
+        if (progress.phase == media::LibraryScanner::Progress::Phase::Listing) {
+            std::fprintf(stderr, "\r\033[Klisting files: %zu found", progress.filesDone);
+        } else {
+            const unsigned percent = progress.filesTotal == 0
+                                         ? 100u
+                                         : static_cast<unsigned>(progress.filesDone * 100 / progress.filesTotal);
+            std::fprintf(stderr, "\r\033[Kreading files: %zu/%zu (%u%%)", progress.filesDone, progress.filesTotal,
+                         percent);
+        }
+        std::fflush(stderr);
+        m_drawn = true;
+    }
+
+    void clear() {
+        if (m_drawn)
+            std::fputs("\r\033[K", stderr);
+        m_drawn = false;
+    }
+
+private:
+    bool m_enabled;
+    bool m_drawn = false;
+    std::chrono::steady_clock::time_point m_lastDrawn{};
+};
+
+int scan(const Options& options, const std::filesystem::path& indexPath, const std::string& folder) {
+    media::LibraryScanner::Options scanOptions;
+    scanOptions.applicationGroup = options.group;
+    media::LibraryScanner scanner(indexPath, scanOptions);
+    ProgressLine line(!options.quiet && ::isatty(STDERR_FILENO) == 1);
+    std::string error;
+    const auto summary = scanner.scan(
+        folder, [&](const media::LibraryScanner::Progress& progress) { line.update(progress); }, &error);
+    line.clear();
+    if (!summary)
+        return fail(error);
+
+    for (const auto& problem : summary->problems)
+        std::cerr << "vexo-library: skipped " << problem.path.string() << ": " << problem.reason << "\n";
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.2f", summary->seconds);
+    std::cout << "scanned " << summary->folder.string() << " in " << seconds << " s: " << summary->audioFiles
+              << " audio files, " << summary->playlistFiles << " playlist files\n"
+              << "items: " << summary->itemsAdded << " added, " << summary->itemsUpdated << " updated, "
+              << summary->itemsGone << " gone, " << summary->itemsUnchanged << " unchanged\n"
+              << "playlists: " << summary->playlistsAdded << " added, " << summary->playlistsUpdated
+              << " updated, " << summary->playlistsGone << " gone\n";
+    if (!summary->problems.empty())
+        std::cout << "skipped: " << summary->problems.size() << " (see above)\n";
+    std::cout << "index: " << indexPath.string() << "\n";
+    return kSuccess;
+}
+
+int playlists(const std::filesystem::path& indexPath) {
+    int code = kSuccess;
+    const auto library = openExisting(indexPath, code);
+    if (!library)
+        return code;
+    const auto playlists = library->playlists(MediaType::Any, MediaLibrary::EmptyPlaylists::Include);
+    if (playlists.empty()) {
+        std::cerr << "vexo-library: no playlists in " << indexPath.string() << "\n";
+        return kSuccess;
+    }
+    std::size_t nameWidth = 4;
+    for (const auto& playlist : playlists)
+        nameWidth = std::max(nameWidth, columns(playlist.name()));
+    std::cout << padded("ID", 16) << "  " << padded("NAME", nameWidth) << "  ITEMS\n";
+    for (const auto& playlist : playlists)
+        std::cout << padded(hex(playlist.persistentID()), 16) << "  " << padded(playlist.name(), nameWidth) << "  "
+                  << playlist.count() << "\n";
+    return kSuccess;
+}
+
+int items(const std::filesystem::path& indexPath, const std::string& which) {
+    int code = kSuccess;
+    const auto library = openExisting(indexPath, code);
+    if (!library)
+        return code;
+    const auto playlists = library->playlists(MediaType::Any, MediaLibrary::EmptyPlaylists::Include);
+    const MediaPlaylist* chosen = nullptr;
+    for (const PersistentID id : identifierCandidates(which)) {
+        for (const auto& playlist : playlists) {
+            if (!chosen && playlist.persistentID() == id)
+                chosen = &playlist;
+        }
+    }
+    if (chosen == nullptr) {
+        std::vector<const MediaPlaylist*> byName;
+        for (const auto& playlist : playlists) {
+            if (playlist.name() == which)
+                byName.push_back(&playlist);
+        }
+        if (byName.size() > 1) {
+            std::string ids;
+            for (const auto* playlist : byName)
+                ids += " " + hex(playlist->persistentID());
+            return fail("several playlists are named \"" + which + "\"; choose one by identifier:" + ids);
+        }
+        if (byName.empty())
+            return fail("no playlist \"" + which + "\" (see: vexo-library playlists)");
+        chosen = byName.front();
+    }
+
+    std::cout << chosen->name() << " (" << hex(chosen->persistentID()) << "), " << chosen->count()
+              << (chosen->count() == 1 ? " item\n" : " items\n");
+    std::size_t titleWidth = 5, artistWidth = 6;
+    for (const auto& item : chosen->items()) {
+        titleWidth = std::max(titleWidth, columns(item.title()));
+        artistWidth = std::max(artistWidth, columns(item.artist()));
+    }
+    titleWidth = std::min<std::size_t>(titleWidth, 40);
+    artistWidth = std::min<std::size_t>(artistWidth, 30);
+    std::cout << padded("ID", 16) << "  " << padded("TITLE", titleWidth) << "  " << padded("ARTIST", artistWidth)
+              << "  DURATION\n";
+    for (const auto& item : chosen->items()) {
+        std::cout << padded(hex(item.persistentID()), 16) << "  " << padded(item.title(), titleWidth) << "  "
+                  << padded(item.artist(), artistWidth) << "  " << rightAligned(duration(item.playbackDuration()), 8)
+                  << (item.assetURL() ? "" : "  (missing)") << "\n";
+    }
+    return kSuccess;
+}
+
+int item(const std::filesystem::path& indexPath, const std::string& text) {
+    const auto candidates = identifierCandidates(text);
+    if (candidates.empty())
+        return fail("\"" + text + "\" is not an identifier (hexadecimal, or decimal)", kUsage);
+    int code = kSuccess;
+    const auto library = openExisting(indexPath, code);
+    if (!library)
+        return code;
+    std::optional<MediaItem> found;
+    for (const PersistentID id : candidates) {
+        if (auto items = library->itemsWithPersistentID(id); !found && !items.empty())
+            found = std::move(items.back());
+    }
+    if (!found)
+        return fail("no item with identifier " + text);
+
+    std::string inPlaylists;
+    for (const auto& playlist : library->playlists(MediaType::Any)) {
+        const bool contains = std::any_of(playlist.items().begin(), playlist.items().end(),
+                                          [&](const MediaItem& item) { return item.persistentID() == found->persistentID(); });
+        if (contains)
+            inPlaylists += (inPlaylists.empty() ? "" : ", ") + playlist.name();
+    }
+    const auto artwork = found->artworkData();
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.3f", found->playbackDuration());
+    std::cout << "identifier:  " << hex(found->persistentID()) << " (" << found->persistentID() << ")\n"
+              << "title:       " << found->title() << "\n"
+              << "artist:      " << found->artist() << "\n"
+              << "album:       " << found->albumTitle() << "\n"
+              << "duration:    " << duration(found->playbackDuration()) << " (" << seconds << " s)\n"
+              << "kind:        " << kindName(found->mediaType()) << "\n"
+              << "asset URL:   " << found->assetURL().value_or("(missing: the file has gone)") << "\n"
+              << "artwork:     " << (artwork ? std::to_string(artwork->size()) + " bytes" : "none") << "\n"
+              << "playlists:   " << (inPlaylists.empty() ? "none" : inPlaylists) << "\n";
+    return kSuccess;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Build and inspect the local media library that the watch and the phone share: an index of a "
+                 "music folder whose items and playlists keep their persistent identifiers across rescans."};
+    app.set_version_flag("--version", std::string("vexo-library ") + VEXO_VERSION);
+    app.require_subcommand(1);
+
+    Options options;
+    app.add_option("--library", options.library,
+                   "index file (default: $VEXO_MEDIA_LIBRARY, else $XDG_DATA_HOME/vexo/media-library.sqlite)");
+    app.add_option("-g,--group", options.group, "application group whose processes hear of changes")
+        ->capture_default_str();
+    app.add_flag("-v,--verbose", options.verbose, "log why things fail");
+
+    std::string folder, playlist, identifier;
+    auto* scanCommand = app.add_subcommand("scan", "index a music folder; a rescan reads only changed files");
+    scanCommand->add_option("DIR", folder, "the music folder")->required();
+    scanCommand->add_flag("-q,--quiet", options.quiet, "no progress line");
+
+    auto* playlistsCommand = app.add_subcommand("playlists", "list every playlist: identifier, name, item count");
+
+    auto* itemsCommand = app.add_subcommand("items", "list the items of a playlist");
+    itemsCommand->add_option("PLAYLIST", playlist, "identifier (hexadecimal or decimal) or name")->required();
+
+    auto* itemCommand = app.add_subcommand("item", "show one item");
+    itemCommand->add_option("ID", identifier, "identifier (hexadecimal or decimal)")->required();
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int code = app.exit(error);
+        return code == 0 ? kSuccess : kUsage;
+    }
+    if (options.verbose)
+        log::setLevel(log::Level::Debug);
+    const std::filesystem::path indexPath = options.library.empty() ? MediaLibrary::defaultPath()
+                                                                    : std::filesystem::path(options.library);
+
+    if (scanCommand->parsed())
+        return scan(options, indexPath, folder);
+    if (playlistsCommand->parsed())
+        return playlists(indexPath);
+    if (itemsCommand->parsed())
+        return items(indexPath, playlist);
+    if (itemCommand->parsed())
+        return item(indexPath, identifier);
+    return kUsage;
+}

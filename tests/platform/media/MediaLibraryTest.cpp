@@ -1,0 +1,214 @@
+#include "platform/media/MediaLibrary.h"
+
+#include "platform/media/LibraryIndex.h"
+#include "platform/runtime/DeterministicRunLoop.h"
+#include "platform/runtime/NotificationCenter.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <sqlite3.h>
+
+#include <atomic>
+#include <fstream>
+#include <thread>
+
+using namespace vexo::media;
+namespace fs = std::filesystem;
+
+namespace {
+
+// Runs SQL on an index file directly, as another program's writer would.
+void execute(const fs::path& path, const std::string& sql) {
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
+    char* message = nullptr;
+    const int result = sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &message);
+    EXPECT_EQ(result, SQLITE_OK) << (message ? message : "");
+    sqlite3_free(message);
+    sqlite3_close(database);
+}
+
+std::string item(std::int64_t id, const std::string& path, int present, const std::string& title, int type = 1,
+                 int artwork = 0) {
+    return "INSERT INTO items VALUES (" + std::to_string(id) + ", '" + path + "', " + std::to_string(present) +
+           ", 0, 0, '" + title + "', 'Artist', 'Album', 61.5, " + std::to_string(type) + ", " +
+           std::to_string(artwork) + ");";
+}
+
+std::string playlist(std::int64_t id, const std::string& name, const std::vector<std::string>& paths) {
+    std::string sql = "INSERT INTO playlists VALUES (" + std::to_string(id) + ", '/m/" + name +
+                      std::to_string(id) + ".m3u', 1, 0, 0, '" + name + "');";
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        sql += "INSERT INTO playlist_entries VALUES (" + std::to_string(id) + ", " + std::to_string(i) + ", '" +
+               paths[i] + "');";
+    return sql;
+}
+
+class MediaLibraryTest : public ::testing::Test {
+protected:
+    MediaLibraryTest() : m_index(m_temporary.path() / "library.sqlite") {
+        // Made once by open, then filled from outside.
+        EXPECT_TRUE(MediaLibrary::open(m_index));
+    }
+
+    vexo::testing::TemporaryDirectory m_temporary;
+    fs::path m_index;
+};
+
+constexpr std::int64_t kHighID = std::numeric_limits<std::int64_t>::min() + 5; // 2^63 + 5 unsigned
+
+} // namespace
+
+TEST_F(MediaLibraryTest, PlaylistsComeByNameThenUnsignedIdentifierWithItemsInOrder) {
+    execute(m_index, item(7, "/m/a.mp3", 1, "Alpha") + item(kHighID, "/m/b.mp3", 0, "beta", 1, 1) +
+                         item(9, "/m/c.mp3", 1, "Gamma", 2) +
+                         "INSERT INTO artwork VALUES (" + std::to_string(kHighID) + ", x'FFD8FFD9');" +
+                         playlist(kHighID, "Mix", {"/m/a.mp3", "/m/b.mp3"}) +
+                         playlist(3, "Mix", {"/m/c.mp3", "/m/a.mp3", "/m/nothing.mp3"}) +
+                         playlist(4, "ambient", {"/m/b.mp3"}) + playlist(5, "Zed", {}));
+    auto library = MediaLibrary::open(m_index);
+    ASSERT_TRUE(library);
+
+    const auto playlists = library->playlists(MediaType::Any);
+    ASSERT_EQ(playlists.size(), 3u);
+    EXPECT_EQ(playlists[0].name(), "ambient");
+    EXPECT_EQ(playlists[1].persistentID(), 3u);
+    EXPECT_EQ(playlists[2].persistentID(), static_cast<PersistentID>(kHighID));
+    ASSERT_EQ(playlists[1].count(), 2u);
+    EXPECT_EQ(playlists[1].items()[0].title(), "Gamma");
+    EXPECT_EQ(playlists[1].items()[1].title(), "Alpha");
+
+    const auto found = library->itemsWithPersistentID(static_cast<PersistentID>(kHighID));
+    ASSERT_EQ(found.size(), 1u);
+    const MediaItem& beta = found[0];
+    EXPECT_EQ(beta, playlists[2].items()[1]);
+    EXPECT_FALSE(beta.assetURL());
+    EXPECT_EQ(beta.artworkData(), (std::vector<std::uint8_t>{0xFF, 0xD8, 0xFF, 0xD9}));
+    EXPECT_FALSE(playlists[1].items()[1].artworkData());
+    EXPECT_TRUE(library->itemsWithPersistentID(8).empty());
+    EXPECT_TRUE(library->itemsWithPersistentID(0).empty());
+
+    const std::vector<std::pair<std::string_view, vexo::plist::Value>> properties = {
+        {MediaItem::kPropertyPersistentID, vexo::plist::Value(static_cast<PersistentID>(kHighID))},
+        {MediaItem::kPropertyTitle, vexo::plist::Value("beta")},
+        {MediaItem::kPropertyArtist, vexo::plist::Value("Artist")},
+        {MediaItem::kPropertyAlbumTitle, vexo::plist::Value("Album")},
+        {MediaItem::kPropertyPlaybackDuration, vexo::plist::Value(61.5)},
+        {MediaItem::kPropertyMediaType, vexo::plist::Value(1)},
+        {MediaItem::kPropertyAssetURL, vexo::plist::Value()},
+        {"genre", vexo::plist::Value()},
+    };
+    for (const auto& [name, value] : properties)
+        EXPECT_EQ(beta.valueForProperty(name), value) << name;
+    EXPECT_EQ(playlists[1].items()[0].valueForProperty(MediaItem::kPropertyAssetURL),
+              vexo::plist::Value("file:///m/c.mp3"));
+
+    // An item outlives its library, but its picture is no longer reachable.
+    const MediaItem kept = beta;
+    const auto items = library->items();
+    ASSERT_EQ(items.size(), 3u);
+    EXPECT_EQ(items[0].title(), "Alpha");
+    EXPECT_EQ(items[1].title(), "beta");
+    library.reset();
+    EXPECT_FALSE(kept.artworkData());
+}
+
+TEST_F(MediaLibraryTest, OpenRefusesFilesThatAreNotAnIndexOfThisVersion) {
+    const fs::path text = m_temporary.path() / "notes.txt";
+    std::ofstream(text) << std::string(4096, 'x');
+    const fs::path foreign = m_temporary.path() / "foreign.sqlite";
+    execute(foreign, "CREATE TABLE t (x);");
+    const fs::path newer = m_temporary.path() / "newer.sqlite";
+    ASSERT_TRUE(MediaLibrary::open(newer));
+    execute(newer, "PRAGMA user_version = 99;");
+
+    const std::vector<std::pair<fs::path, std::string>> rows = {
+        {text, "not a media library index"},
+        {foreign, "not a media library index"},
+        {newer, "newer version"},
+        {m_temporary.path(), "is a folder"},
+        {fs::path(), "no path"},
+    };
+    for (const auto& [path, message] : rows) {
+        std::string error;
+        EXPECT_FALSE(MediaLibrary::open(path, &error)) << path;
+        EXPECT_NE(error.find(message), std::string::npos) << path << ": " << error;
+    }
+    // Nothing was written into files of others.
+    std::ifstream stream(text);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), std::string(4096, 'x'));
+
+    const fs::path fresh = m_temporary.path() / "new" / "folder" / "library.sqlite";
+    const auto library = MediaLibrary::open(fresh);
+    ASSERT_TRUE(library);
+    EXPECT_TRUE(library->items().empty());
+    EXPECT_TRUE(library->playlists(MediaType::Any).empty());
+}
+
+TEST(MediaLibraryPathTest, DefaultPathFollowsTheEnvironment) {
+    struct Row {
+        std::optional<std::string> library, dataHome, home;
+        std::string expected;
+    };
+    const std::vector<Row> rows = {
+        {"/x/lib.sqlite", "/data", "/home/u", "/x/lib.sqlite"},
+        {"", "/data", "/home/u", "/data/vexo/media-library.sqlite"},
+        {std::nullopt, "relative/data", "/home/u", "/home/u/.local/share/vexo/media-library.sqlite"},
+        {std::nullopt, std::nullopt, "/home/u", "/home/u/.local/share/vexo/media-library.sqlite"},
+    };
+    for (const auto& row : rows) {
+        vexo::testing::ScopedEnvironment environment;
+        environment.set("VEXO_MEDIA_LIBRARY", row.library);
+        environment.set("XDG_DATA_HOME", row.dataHome);
+        environment.set("HOME", row.home);
+        EXPECT_EQ(MediaLibrary::defaultPath(), fs::path(row.expected));
+    }
+}
+
+TEST_F(MediaLibraryTest, QueriesFromAnotherThreadRunBesideTheMainThreads) {
+    std::string sql;
+    for (int i = 1; i <= 200; ++i)
+        sql += item(i, "/m/" + std::to_string(i) + ".mp3", 1, "T" + std::to_string(i));
+    for (int p = 1; p <= 20; ++p) {
+        std::vector<std::string> paths;
+        for (int i = 0; i < 10; ++i)
+            paths.push_back("/m/" + std::to_string((p - 1) * 10 + i + 1) + ".mp3");
+        sql += playlist(1000 + p, "P" + std::to_string(p), paths);
+    }
+    execute(m_index, sql);
+    const auto library = MediaLibrary::open(m_index);
+    ASSERT_TRUE(library);
+
+    std::atomic<int> wrong = 0;
+    std::thread background([&] {
+        for (int round = 0; round < 50; ++round) {
+            const auto playlists = library->playlists(MediaType::Music);
+            if (playlists.size() != 20 || playlists[0].count() != 10)
+                ++wrong;
+        }
+    });
+    for (int round = 0; round < 200; ++round) {
+        const auto items = library->itemsWithPersistentID(static_cast<PersistentID>(round % 200 + 1));
+        if (items.size() != 1)
+            ++wrong;
+    }
+    background.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(MediaItemTest, ItemMadeOutsideAnIndexCarriesItsPicture) {
+    MediaItem::Properties properties;
+    properties.persistentID = 43794;
+    properties.title = "Song";
+    const MediaItem withPicture(properties, std::vector<std::uint8_t>{1, 2, 3});
+    const MediaItem without(properties);
+    EXPECT_EQ(withPicture.artworkData(), (std::vector<std::uint8_t>{1, 2, 3}));
+    EXPECT_FALSE(without.artworkData());
+    EXPECT_FALSE(withPicture == without);
+    const MediaPlaylist playlist(5, "List", {withPicture, without});
+    EXPECT_EQ(playlist.count(), 2u);
+    EXPECT_EQ(playlist.valueForProperty(MediaPlaylist::kPropertyName), vexo::plist::Value("List"));
+    EXPECT_EQ(playlist.valueForProperty(MediaPlaylist::kPropertyPersistentID), vexo::plist::Value(5));
+}
