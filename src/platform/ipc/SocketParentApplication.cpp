@@ -94,6 +94,10 @@ void SocketParentApplication::openParentApplication(const plist::Value& userInfo
 }
 
 SocketParentApplication::SendResult SocketParentApplication::send(const plist::Data& archive) const {
+    if (!m_socket.isValid()) {
+        log::debug(kLogComponent, dropped(1, "there is no socket to send it with"));
+        return SendResult::Failed;
+    }
     SocketDirectory directory;
     switch (ParentApplicationSocket::openDirectory(m_container, SocketDirectory::Create::No, directory)) {
     case SocketDirectory::Lookup::Opened:
@@ -104,7 +108,7 @@ SocketParentApplication::SendResult SocketParentApplication::send(const plist::D
         return SendResult::NobodyListens;
     }
     const auto address = directory.address(ParentApplicationSocket::kSocketName);
-    if (!address || !m_socket.isValid()) {
+    if (!address) {
         log::debug(kLogComponent, dropped(1, "no socket address fits " + directory.path().string()));
         return SendResult::Failed;
     }

@@ -95,6 +95,12 @@ TEST(UserDefaultsTest, ValuesSetSurviveANewInstanceButRegisteredOnesDoNot) {
     EXPECT_EQ(restarted.objectForKey("nested"), Value(nested));
     EXPECT_EQ(restarted.objectForKey("removed"), Value()) << "setting nothing removes the key";
     EXPECT_EQ(restarted.objectForKey("registered"), Value()) << "registered defaults live in memory only";
+    // Typed reads go through the value conversions, whatever type was stored.
+    EXPECT_EQ(restarted.stringForKey("VXAWMixerTransitionMode"), "1");
+    EXPECT_EQ(restarted.integerForKey("ratio"), 2);
+    EXPECT_EQ(restarted.integerForKey("nested"), 0);
+    EXPECT_EQ(restarted.stringForKey("nested"), std::nullopt);
+    EXPECT_EQ(restarted.stringForKey("missing"), std::nullopt);
 
     // The missing directories were made private, and the atomic writes left no temporary file.
     struct stat status {};
@@ -103,32 +109,6 @@ TEST(UserDefaultsTest, ValuesSetSurviveANewInstanceButRegisteredOnesDoNot) {
     ASSERT_EQ(::stat(file.parent_path().parent_path().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0700u);
     EXPECT_EQ(entriesOf(file.parent_path()), std::vector<std::string>{"watch.plist"});
-}
-
-TEST(UserDefaultsTest, TypedReadsGoThroughTheValueConversions) {
-    TemporaryDirectory directory;
-    UserDefaults defaults(directory.path() / "defaults.plist");
-    const struct {
-        Value stored;
-        std::int64_t integer;
-        bool boolean;
-        double real;
-        std::optional<std::string> string;
-    } rows[] = {
-        {Value(), 0, false, 0, std::nullopt},
-        {Value(12), 12, true, 12, "12"},
-        {Value(true), 1, true, 1, "1"},
-        {Value(2.5), 2, true, 2.5, "2.5"},
-        {Value("7"), 7, true, 7, "7"},
-        {Value(Array{Value(1)}), 0, false, 0, std::nullopt},
-    };
-    for (const auto& row : rows) {
-        defaults.setObject(row.stored, "key");
-        EXPECT_EQ(defaults.integerForKey("key"), row.integer) << row.string.value_or("-");
-        EXPECT_EQ(defaults.boolForKey("key"), row.boolean) << row.string.value_or("-");
-        EXPECT_EQ(defaults.doubleForKey("key"), row.real) << row.string.value_or("-");
-        EXPECT_EQ(defaults.stringForKey("key"), row.string);
-    }
 }
 
 TEST(UserDefaultsTest, AnUnreadableFileReadsAsEmptyAndIsReplacedOnTheNextChange) {
