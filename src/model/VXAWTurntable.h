@@ -1,0 +1,119 @@
+#pragma once
+
+#include "model/VXAWSong.h"
+#include "platform/plist/Value.h"
+#include "platform/runtime/Observable.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace vexo::runtime {
+class Timer;
+}
+namespace vexo::transport {
+class MMWormhole;
+}
+
+// The watch-side mirror of one deck of the phone application (deck 1 or 2).
+//
+// It listens on its two status identifiers, "turntableStatus<n>" and "turntableSongInfo<n>",
+// turns the phone's dictionaries into observable properties, asks the phone for fresh status
+// once a second while the deck plays, and sends the deck's actions. Every property setter
+// notifies its observers, also when the value is unchanged.
+//
+// Main thread only. The transport's listeners and the poll timer refer to the deck without
+// owning it; both end with the deck.
+namespace vexo::model {
+
+class VXAWTurntable : public runtime::Observable {
+public:
+    // initWithTurntableNumber: stores the number and starts the transport: clears the stored
+    // status, listens, applies the stored messages and sends a status request (action 16).
+    explicit VXAWTurntable(std::int64_t turntableNumber);
+    // Stops listening; the stored files stay.
+    ~VXAWTurntable() override;
+
+    void setupWormhole();
+    void teardownWormhole();
+
+    // Applies one status or song-information message of this deck; nothing for a message that
+    // is nothing or addressed to any other identifier.
+    void processMessageWithIdentifier(std::string_view identifier, const plist::Value& contents);
+
+    // Sends action `action` of this deck to the phone: {"identifier": "turntableAction",
+    // "contents": {"turntable": n, "action": code[, "params": params]}}, "params" only when
+    // `params` is not nothing. No answer is awaited.
+    void sendActionMessage(std::int64_t action, const plist::Value& params = plist::Value());
+
+    // The status poll: at most one repeating one-second timer, sending action 16 each tick.
+    void startUpdatingCurrentTime();
+    void stopUpdatingCurrentTime();
+    void updateCurrentTime(runtime::Timer& timer);
+
+    // The identifiers of this deck's messages, formed from the current number.
+    std::string statusMessageIdentifier() const;
+    std::string songInfoMessageIdentifier() const;
+
+    std::int64_t turntableNumber() const { return m_turntableNumber; }
+    void setTurntableNumber(std::int64_t number) { setAndNotify("turntableNumber", m_turntableNumber, number); }
+    const std::shared_ptr<VXAWSong>& song() const { return m_song; }
+    void setSong(std::shared_ptr<VXAWSong> song) { setAndNotify("song", m_song, std::move(song)); }
+    bool isPlaying() const { return m_playing; }
+    void setPlaying(bool playing) { setAndNotify("playing", m_playing, playing); }
+    std::int64_t currentTime() const { return m_currentTime; }
+    void setCurrentTime(std::int64_t time) { setAndNotify("currentTime", m_currentTime, time); }
+    const std::optional<std::string>& currentDisplayTime() const { return m_currentDisplayTime; }
+    void setCurrentDisplayTime(std::optional<std::string> text) {
+        setAndNotify("currentDisplayTime", m_currentDisplayTime, std::move(text));
+    }
+    double autoLoopBeatInterval() const { return m_autoLoopBeatInterval; }
+    void setAutoLoopBeatInterval(double beats) { setAndNotify("autoLoopBeatInterval", m_autoLoopBeatInterval, beats); }
+    bool isLooping() const { return m_looping; }
+    void setLooping(bool looping) { setAndNotify("looping", m_looping, looping); }
+    const std::optional<std::string>& fxName() const { return m_fxName; }
+    void setFxName(std::optional<std::string> name) { setAndNotify("fxName", m_fxName, std::move(name)); }
+    bool isFxEnabled() const { return m_fxEnabled; }
+    void setFxEnabled(bool enabled) { setAndNotify("fxEnabled", m_fxEnabled, enabled); }
+    bool isFxLowPassEnabled() const { return m_fxLowPassEnabled; }
+    void setFxLowPassEnabled(bool enabled) { setAndNotify("fxLowPassEnabled", m_fxLowPassEnabled, enabled); }
+    bool isFxHighPassEnabled() const { return m_fxHighPassEnabled; }
+    void setFxHighPassEnabled(bool enabled) { setAndNotify("fxHighPassEnabled", m_fxHighPassEnabled, enabled); }
+    std::int64_t bpm() const { return m_bpm; }
+    void setBpm(std::int64_t bpm) { setAndNotify("bpm", m_bpm, bpm); }
+    const std::optional<std::string>& key() const { return m_key; }
+    void setKey(std::optional<std::string> key) { setAndNotify("key", m_key, std::move(key)); }
+    const std::shared_ptr<transport::MMWormhole>& wormhole() const { return m_wormhole; }
+    void setWormhole(std::shared_ptr<transport::MMWormhole> wormhole) {
+        setAndNotify("wormhole", m_wormhole, std::move(wormhole));
+    }
+    const std::shared_ptr<runtime::Timer>& currentTimeUpdateTimer() const { return m_currentTimeUpdateTimer; }
+    void setCurrentTimeUpdateTimer(std::shared_ptr<runtime::Timer> timer) {
+        setAndNotify("currentTimeUpdateTimer", m_currentTimeUpdateTimer, std::move(timer));
+    }
+
+    [[nodiscard]] std::any valueForKey(std::string_view key) const override;
+
+private:
+    void applyStatus(const plist::Value& status);
+    void applySongInfo(const plist::Value& songInfo);
+
+    std::int64_t m_turntableNumber = 0;
+    std::shared_ptr<VXAWSong> m_song;
+    bool m_playing = false;
+    std::int64_t m_currentTime = 0;
+    std::optional<std::string> m_currentDisplayTime;
+    double m_autoLoopBeatInterval = 0;
+    bool m_looping = false;
+    std::optional<std::string> m_fxName;
+    bool m_fxEnabled = false;
+    bool m_fxLowPassEnabled = false;
+    bool m_fxHighPassEnabled = false;
+    std::int64_t m_bpm = 0;
+    std::optional<std::string> m_key;
+    std::shared_ptr<transport::MMWormhole> m_wormhole;
+    std::shared_ptr<runtime::Timer> m_currentTimeUpdateTimer;
+};
+
+} // namespace vexo::model
