@@ -39,10 +39,10 @@ VXAWLibrary::VXAWLibrary() {
     setSectionAvailable(true);
     m_queue = std::make_shared<runtime::OperationQueue>();
     if (const auto& library = environment().mediaLibrary)
-        library->beginGeneratingLibraryChangeNotifications();
+        library->beginGeneratingLibraryChangeNotifications(VXAWWormholeApplicationGroupIdentifier);
     runtime::NotificationCenter::defaultCenter().addObserver(
         this, [this](const runtime::Notification&) { mediaLibraryDidChange(); },
-        kMediaLibraryDidChangeNotification);
+        media::MediaLibrary::kDidChangeNotification);
 }
 
 VXAWLibrary::~VXAWLibrary() {

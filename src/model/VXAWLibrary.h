@@ -36,10 +36,6 @@ class VXAWLibrary : public runtime::Observable, public std::enable_shared_from_t
 public:
     using Playlists = std::vector<media::MediaPlaylist>;
 
-    // The library change notification of the media library, in-process.
-    static constexpr std::string_view kMediaLibraryDidChangeNotification =
-        "MPMediaLibraryDidChangeNotification";
-
     // Starts the transport (which applies the stored "libraryItems"), then marks the section
     // available whatever that message said, creates the queue, and has the media library
     // announce its changes. No playlist load starts here.

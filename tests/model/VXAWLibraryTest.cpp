@@ -1,6 +1,7 @@
 #include "ModelTestFixture.h"
 
 #include "model/VXAWLibrary.h"
+#include "platform/media/MediaLibrary.h"
 #include "platform/runtime/NotificationCenter.h"
 #include "platform/runtime/OperationQueue.h"
 
@@ -112,8 +113,8 @@ TEST_F(VXAWLibraryTest, ReadingPlaylistsStartsOneLoadAndChangesRestartIt) {
     EXPECT_EQ(library->playlistsLoadOperation(), firstLoad) << "a second read starts no load";
 
     // Two changes in quick succession: only the last load hands back.
-    runtime::NotificationCenter::defaultCenter().post(VXAWLibrary::kMediaLibraryDidChangeNotification);
-    runtime::NotificationCenter::defaultCenter().post(VXAWLibrary::kMediaLibraryDidChangeNotification);
+    runtime::NotificationCenter::defaultCenter().post(media::MediaLibrary::kDidChangeNotification);
+    runtime::NotificationCenter::defaultCenter().post(media::MediaLibrary::kDidChangeNotification);
     const auto lastLoad = library->playlistsLoadOperation();
     EXPECT_TRUE(firstLoad->isCancelled());
     EXPECT_NE(lastLoad, firstLoad);
