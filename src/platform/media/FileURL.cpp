@@ -1,13 +1,21 @@
 #include "platform/media/FileURL.h"
 
+#include <array>
 #include <cctype>
 
 namespace vexo::media {
 namespace {
 
-bool isUnreserved(unsigned char c) {
-    return std::isalnum(c) != 0 || c == '-' || c == '.' || c == '_' || c == '~' || c == '/';
-}
+// Bytes written as they are; every other byte is percent-encoded. A table, since a playlist
+// query encodes every item's path.
+constexpr auto kUnreserved = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 256; ++c) {
+        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+                   c == '.' || c == '_' || c == '~' || c == '/';
+    }
+    return table;
+}();
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9')
@@ -31,21 +39,23 @@ bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
 
 } // namespace
 
-std::string FileURL::fromPath(const std::filesystem::path& path) {
+std::string FileURL::fromNativePath(std::string_view path) {
     static constexpr char kHex[] = "0123456789ABCDEF";
-    const std::string& bytes = path.native();
-    std::string url = "file://";
-    url.reserve(url.size() + bytes.size() + bytes.size() / 4);
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (isUnreserved(byte)) {
-            url += c;
-        } else {
-            url += '%';
-            url += kHex[byte >> 4];
-            url += kHex[byte & 0xF];
-        }
+    constexpr std::string_view kScheme = "file://";
+    std::string url;
+    url.reserve(kScheme.size() + path.size() + 16);
+    url.append(kScheme);
+    std::size_t run = 0;
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(path[i]);
+        if (kUnreserved[byte])
+            continue;
+        url.append(path.substr(run, i - run));
+        const char escape[3] = {'%', kHex[byte >> 4], kHex[byte & 0xF]};
+        url.append(escape, 3);
+        run = i + 1;
     }
+    url.append(path.substr(run));
     return url;
 }
 

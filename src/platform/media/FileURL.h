@@ -14,7 +14,11 @@ public:
     FileURL() = delete;
 
     // "file://" followed by the encoded path. REQUIRES: `path` is absolute.
-    [[nodiscard]] static std::string fromPath(const std::filesystem::path& path);
+    [[nodiscard]] static std::string fromPath(const std::filesystem::path& path) {
+        return fromNativePath(path.native());
+    }
+    // The same for a path's bytes, without making a path of them first.
+    [[nodiscard]] static std::string fromNativePath(std::string_view path);
 
     // The path a file URL names ("file:///a%20b", "file://localhost/a b"); nothing for another
     // scheme, another host, a relative path, a bad escape or an encoded NUL.

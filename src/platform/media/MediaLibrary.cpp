@@ -48,7 +48,7 @@ MediaItem itemFromRow(const SqliteStatement& row, int first, const std::weak_ptr
     MediaItem::Properties properties;
     properties.persistentID = LibraryIndex::persistentID(row.integer(first));
     if (row.integer(first + 2) != 0)
-        properties.assetURL = FileURL::fromPath(row.text(first + 1));
+        properties.assetURL = FileURL::fromNativePath(row.textView(first + 1));
     properties.title = row.text(first + 3);
     properties.artist = row.text(first + 4);
     properties.albumTitle = row.text(first + 5);

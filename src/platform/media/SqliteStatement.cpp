@@ -83,11 +83,11 @@ double SqliteStatement::real(int column) const {
     return sqlite3_column_double(m_statement, column);
 }
 
-std::string SqliteStatement::text(int column) const {
+std::string_view SqliteStatement::textView(int column) const {
     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
     if (text == nullptr)
         return {};
-    return std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(m_statement, column)));
+    return {text, static_cast<std::size_t>(sqlite3_column_bytes(m_statement, column))};
 }
 
 bool SqliteStatement::isNull(int column) const {

@@ -47,7 +47,9 @@ public:
 
     [[nodiscard]] std::int64_t integer(int column) const;
     [[nodiscard]] double real(int column) const;
-    [[nodiscard]] std::string text(int column) const;
+    [[nodiscard]] std::string text(int column) const { return std::string(textView(column)); }
+    // The text of a column; valid until the next step, reset or destruction.
+    [[nodiscard]] std::string_view textView(int column) const;
     [[nodiscard]] bool isNull(int column) const;
     // The bytes of a blob column; valid until the next step, reset or destruction.
     [[nodiscard]] std::span<const std::uint8_t> blob(int column) const;
