@@ -1,6 +1,9 @@
 #include "support/Subprocess.h"
 
 #include "platform/media/AudioFixture.h"
+#include "platform/media/MediaLibrary.h"
+#include "platform/runtime/DeterministicRunLoop.h"
+#include "platform/runtime/NotificationCenter.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
 
@@ -126,4 +129,35 @@ TEST_F(VexoLibraryToolTest, ScanThenListPlaylistsItemsAndOneItem) {
     EXPECT_TRUE(std::regex_search(after.output, std::regex(oneID + " +One +Ann +2:05 +\\(missing\\)\n")))
         << after.output;
     EXPECT_NE(library({"item", oneID}).output.find("(missing"), std::string::npos);
+}
+
+TEST_F(VexoLibraryToolTest, AScanInAnotherProcessReachesThisProcessUnderTheSameIdentifiers) {
+    using vexo::media::MediaLibrary;
+    vexo::runtime::DeterministicRunLoop loop;
+    vexo::runtime::RunLoop::CurrentScope current(&loop);
+    const auto media = MediaLibrary::open(MediaLibrary::defaultPath());
+    ASSERT_TRUE(media);
+    media->beginGeneratingLibraryChangeNotifications();
+    int changes = 0;
+    auto& centre = vexo::runtime::NotificationCenter::defaultCenter();
+    centre.addObserver(&changes, [&](const vexo::runtime::Notification&) { ++changes; },
+                       MediaLibrary::kDidChangeNotification, media.get());
+
+    song("one.wav", "One", "Ann");
+    ASSERT_EQ(library({"scan", m_music.string()}).exitCode, 0);
+    loop.runUntilIdle();
+    EXPECT_EQ(changes, 1);
+    const auto items = media->items();
+    ASSERT_EQ(items.size(), 1u);
+    char hex[17];
+    std::snprintf(hex, sizeof hex, "%llX", static_cast<unsigned long long>(items[0].persistentID()));
+    EXPECT_NE(library({"item", hex}).output.find("title:       One"), std::string::npos);
+
+    // Another group's scan is not heard here.
+    song("two.wav", "Two", "Bob");
+    ASSERT_EQ(library({"--group", "group.other", "scan", m_music.string()}).exitCode, 0);
+    loop.runUntilIdle();
+    EXPECT_EQ(changes, 1);
+    EXPECT_EQ(media->items().size(), 2u);
+    centre.removeObserver(&changes);
 }

@@ -21,9 +21,10 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kLogComponent = "media";
 
-// The columns that make a MediaItem, in the order itemFromRow() reads them from `first` on.
 // Identifiers are unsigned but stored signed: those from 2^63 up read negative, so every
 // "ORDER BY id < 0, id" below puts them after the others, in unsigned order.
+
+// The columns that make a MediaItem, in the order itemFromRow() reads them from `first` on.
 constexpr std::string_view kItemColumns =
     "i.persistent_id, i.path, i.present, i.title, i.artist, i.album, i.duration, i.media_type, "
     "i.has_artwork";
