@@ -1,0 +1,593 @@
+#include "platform/watchkit/ExtensionHost.h"
+
+#include "platform/log/Log.h"
+#include "platform/runtime/RunLoop.h"
+#include "platform/watchkit/ControllerRegistry.h"
+#include "platform/watchkit/Group.h"
+#include "platform/watchkit/InterfaceController.h"
+#include "platform/watchkit/InterfaceObject.h"
+#include "platform/watchkit/Menu.h"
+#include "platform/watchkit/Screen.h"
+#include "platform/watchkit/StackLayout.h"
+#include "platform/watchkit/Table.h"
+
+#include <algorithm>
+#include <exception>
+#include <set>
+
+// Snapshot format:
+//
+//   {"revision": n,                       the last change batch sent before it
+//    "screen": {"width": 312, "height": 390},
+//    "started": bool, "currentPage": i, "visibleScreen": "<screen id>" | null,
+//    "pages": [screen, ...], "modals": [screen, ...] (bottom first),
+//    "glance": {"visible": bool, "screen": screen | null}}
+//
+//   screen = {"id": "page-0" | "modal-<n>" | "glance", "controller": "<layout name>",
+//             "class": "<class>", "role": "page" | "modal" | "glance", "title": s | null,
+//             "active": bool, "context": {...}, "contentHeight": pixels,
+//             "objects": [object, ...], "menu": object}
+//
+//   object = {"id", "kind", "outlet"?, "frame": {"x", "y", "width", "height"}, "hidden",
+//             "action"?, "segue"?, "style"?, the kind's state, "children"?: [object, ...]}
+//     group:  backgroundImage, backgroundColor, animation? {frames, duration, repeatCount,
+//             running, startCount}
+//     button: title, backgroundImage, backgroundColor, enabled
+//     label:  text, textColor           image: image
+//     slider: value, minimum, maximum, steps, color, enabled
+//     switch: on, color, title, enabled
+//     timer:  date, running, stoppedAt (seconds since 1970)
+//     table:  rows: [{"rowType", "selectable", "group": object}, ...]
+//     menu:   items: [{"image": {"name"}, "title", "action"}], open
+//   An image is null, {"name": "<asset>"} or {"data": "<id>", "bytes", "type", "width",
+//   "height"}, the bytes being served by imageWithId(); a colour is {"red", "green",
+//   "blue", "alpha"} or null. Frames are pixels from the top left of the screen's content.
+//
+// Change batches: {"revision": n, "changes": [record, ...]}, records in this order:
+//   {"change": "navigation", ...the snapshot's started, currentPage, visibleScreen, plus
+//    "pages": [ids], "modals": [ids], "glance": {"visible", "screen": id | null},
+//    "active": id | null}
+//   {"change": "screenRemoved", "screen": id}
+//   {"change": "screenAdded", "screen": screen}
+//   {"change": "object", "screen": id, "object": object}   children by id only; a table's
+//                                                           rows whole; also when only its
+//                                                           frame moved
+namespace vexo::watchkit {
+
+namespace {
+
+constexpr std::string_view kComponent = "watchkit";
+
+std::string_view roleName(int role) {
+    static constexpr std::string_view names[] = {"page", "modal", "glance"};
+    return names[role];
+}
+
+} // namespace
+
+ExtensionHost::ExtensionHost(runtime::RunLoop& loop, const ControllerRegistry& registry, InterfaceLayout layout,
+                             Options options)
+    : m_loop(loop),
+      m_registry(registry),
+      m_layout(std::move(layout)),
+      m_options(std::move(options)),
+      m_alive(std::make_shared<ExtensionHost*>(this)) {}
+
+ExtensionHost::ExtensionHost(runtime::RunLoop& loop, const ControllerRegistry& registry, InterfaceLayout layout)
+    : ExtensionHost(loop, registry, std::move(layout), Options{}) {}
+
+ExtensionHost::~ExtensionHost() {
+    m_alive.reset();
+    for (Slot* slot : liveSlots())
+        slot->controller->detach();
+}
+
+// Lifecycle and navigation.
+
+EventResult ExtensionHost::start() {
+    if (m_started)
+        return EventResult::failure("the application is started already");
+    return dispatch([&] {
+        std::vector<std::unique_ptr<Slot>> pages;
+        for (std::size_t i = 0; i < m_layout.pages.size(); ++i) {
+            const ControllerLayout* layout = m_layout.controller(m_layout.pages[i]);
+            std::string error;
+            std::unique_ptr<Slot> page =
+                layout ? makeSlot(Role::Page, *layout, "page-" + std::to_string(i), error) : nullptr;
+            if (!page) {
+                for (auto& made : pages)
+                    dropSlot(std::move(made));
+                return EventResult::failure("cannot start: " +
+                                            (layout ? error : "page '" + m_layout.pages[i] + "' is not in the layout"));
+            }
+            awake(*page, Context{});
+            pages.push_back(std::move(page));
+        }
+        m_pages = std::move(pages);
+        m_currentPage = 0;
+        m_started = true;
+        for (const auto& page : m_pages)
+            scheduleFlush(m_changes.screenAdded(page->screen->id()));
+        noteNavigation();
+        if (!m_pages.empty() && !m_glanceVisible && m_modals.empty())
+            activate(*m_pages.front());
+        return EventResult::success();
+    });
+}
+
+std::unique_ptr<ExtensionHost::Slot> ExtensionHost::makeSlot(Role role, const ControllerLayout& layout,
+                                                             std::string screenId, std::string& error) {
+    const ControllerClass* controllerClass = m_registry.controllerClass(layout.className);
+    if (!controllerClass) {
+        error = "controller '" + layout.identifier + "': class " + layout.className + " is not registered";
+        return nullptr;
+    }
+    std::shared_ptr<InterfaceController> controller;
+    try {
+        controller = controllerClass->factory();
+    } catch (const std::exception& exception) {
+        error = "controller '" + layout.identifier + "': making a " + layout.className + " threw: " + exception.what();
+        return nullptr;
+    }
+    if (!controller) {
+        error = "controller '" + layout.identifier + "': class " + layout.className + " made no controller";
+        return nullptr;
+    }
+    auto slot = std::make_unique<Slot>();
+    slot->role = role;
+    slot->layout = &layout;
+    slot->controllerClass = controllerClass;
+    slot->controller = std::move(controller);
+    ScreenServices services{this, &m_images, &m_registry, m_options.clock, m_options.localization};
+    slot->screen = std::make_unique<Screen>(std::move(screenId), layout, std::move(services));
+    slot->screen->connectOutlets(*slot->controller, controllerClass->description);
+    slot->controller->attach(*this, *slot->screen, controllerClass->description);
+    // Frames as built are the ones listeners get with the new screen.
+    StackLayout::Result built = StackLayout::layoutScreen(*slot->screen, m_layout.screenWidth, m_layout.screenHeight);
+    for (const auto& [object, frame] : built.frames)
+        object->setReportedFrame(frame);
+    return slot;
+}
+
+void ExtensionHost::dropSlot(std::unique_ptr<Slot> slot) {
+    if (!slot)
+        return;
+    scheduleFlush(m_changes.screenRemoved(slot->screen->id()));
+    slot->controller->detach();
+    // The screen (and its objects) goes before the controller, which others may keep.
+    slot->screen.reset();
+    slot.reset();
+}
+
+void ExtensionHost::awake(Slot& slot, const Context& context) {
+    callController(slot.controller, "awakeWithContext",
+                   [&context](InterfaceController& controller) { controller.awakeWithContext(context); });
+}
+
+void ExtensionHost::activate(Slot& slot) {
+    if (slot.active)
+        return;
+    slot.active = true;
+    noteNavigation();
+    callController(slot.controller, "willActivate", [](InterfaceController& controller) { controller.willActivate(); });
+}
+
+void ExtensionHost::deactivate(Slot& slot) {
+    if (!slot.active)
+        return;
+    slot.active = false;
+    slot.screen->menu().setOpen(false);
+    noteNavigation();
+    callController(slot.controller, "didDeactivate", [](InterfaceController& controller) { controller.didDeactivate(); });
+}
+
+ExtensionHost::Slot* ExtensionHost::visibleSlot() const {
+    if (m_glanceVisible && m_glance)
+        return m_glance.get();
+    return applicationSlot();
+}
+
+ExtensionHost::Slot* ExtensionHost::applicationSlot() const {
+    if (!m_modals.empty())
+        return m_modals.back().get();
+    if (m_started && m_currentPage < m_pages.size())
+        return m_pages[m_currentPage].get();
+    return nullptr;
+}
+
+std::vector<ExtensionHost::Slot*> ExtensionHost::liveSlots() const {
+    std::vector<Slot*> slots;
+    for (const auto& page : m_pages)
+        slots.push_back(page.get());
+    for (const auto& modal : m_modals)
+        slots.push_back(modal.get());
+    if (m_glance)
+        slots.push_back(m_glance.get());
+    return slots;
+}
+
+ExtensionHost::Slot* ExtensionHost::slotOf(const InterfaceController* controller) const {
+    for (Slot* slot : liveSlots()) {
+        if (slot->controller.get() == controller)
+            return slot;
+    }
+    return nullptr;
+}
+
+ExtensionHost::Slot* ExtensionHost::slotOfScreen(const Screen* screen) const {
+    for (Slot* slot : liveSlots()) {
+        if (slot->screen.get() == screen)
+            return slot;
+    }
+    return nullptr;
+}
+
+EventResult ExtensionHost::present(Slot* presenter, std::string_view name, Context context) {
+    const ControllerLayout* layout = m_layout.controller(name);
+    std::string from = presenter ? " from '" + presenter->layout->identifier + "'" : std::string();
+    if (!layout) {
+        log::error(kComponent, "presentControllerWithName" + from + ": the layout has no controller '" +
+                                   std::string(name) + "'");
+        return EventResult::failure("the layout has no controller '" + std::string(name) + "'");
+    }
+    std::string error;
+    std::unique_ptr<Slot> modal = makeSlot(Role::Modal, *layout, "modal-" + std::to_string(m_nextModal), error);
+    if (!modal) {
+        log::error(kComponent, "presentControllerWithName" + from + ": " + error);
+        return EventResult::failure(error);
+    }
+    ++m_nextModal;
+    modal->context = context;
+    awake(*modal, modal->context);
+    Slot* covered = applicationSlot();
+    if (covered && !m_glanceVisible)
+        deactivate(*covered);
+    m_modals.push_back(std::move(modal));
+    scheduleFlush(m_changes.screenAdded(m_modals.back()->screen->id()));
+    noteNavigation();
+    if (!m_glanceVisible)
+        activate(*m_modals.back());
+    return EventResult::success();
+}
+
+void ExtensionHost::dismiss(Slot& modal) {
+    auto position = std::find_if(m_modals.begin(), m_modals.end(),
+                                 [&](const std::unique_ptr<Slot>& slot) { return slot.get() == &modal; });
+    if (position == m_modals.end())
+        return;
+    std::size_t keep = static_cast<std::size_t>(position - m_modals.begin());
+    while (m_modals.size() > keep) {
+        deactivate(*m_modals.back());
+        std::unique_ptr<Slot> top = std::move(m_modals.back());
+        m_modals.pop_back();
+        noteNavigation();
+        if (Slot* uncovered = visibleSlot(); uncovered && m_modals.size() == keep)
+            activate(*uncovered);
+        dropSlot(std::move(top));
+    }
+}
+
+void ExtensionHost::showPage(std::size_t index) {
+    if (index >= m_pages.size() || index == m_currentPage)
+        return;
+    Slot* left = m_pages[m_currentPage].get();
+    bool pagesVisible = visibleSlot() == left;
+    if (pagesVisible)
+        deactivate(*left);
+    m_currentPage = index;
+    noteNavigation();
+    if (pagesVisible)
+        activate(*m_pages[index]);
+}
+
+void ExtensionHost::presentController(InterfaceController& presenter, std::string_view name, Context context) {
+    request({NavigationRequest::Kind::Present, presenter.weak_from_this(), &presenter, std::string(name),
+             std::move(context)});
+}
+
+void ExtensionHost::dismissController(InterfaceController& controller) {
+    request({NavigationRequest::Kind::Dismiss, controller.weak_from_this(), &controller, {}, {}});
+}
+
+void ExtensionHost::becomeCurrentPage(InterfaceController& controller) {
+    request({NavigationRequest::Kind::BecomeCurrentPage, controller.weak_from_this(), &controller, {}, {}});
+}
+
+void ExtensionHost::request(NavigationRequest request) {
+    m_navigation.push_back(std::move(request));
+    if (m_dispatchDepth > 0 || m_drainPosted)
+        return;
+    // Asked from outside our callbacks (a timer, a notification): the caller may still be
+    // running code of the controller we would release, so wait for the next turn.
+    m_drainPosted = true;
+    m_loop.post([alive = std::weak_ptr<ExtensionHost*>(m_alive)] {
+        if (auto host = alive.lock()) {
+            (*host)->m_drainPosted = false;
+            (void)(*host)->dispatch([] { return EventResult::success(); });
+        }
+    });
+}
+
+void ExtensionHost::drainNavigation() {
+    while (!m_navigation.empty()) {
+        NavigationRequest next = std::move(m_navigation.front());
+        m_navigation.pop_front();
+        ++m_dispatchDepth;
+        Slot* from = next.from.expired() ? nullptr : slotOf(next.fromAddress);
+        switch (next.kind) {
+        case NavigationRequest::Kind::Present:
+            if (from)
+                (void)present(from, next.name, std::move(next.context));
+            else
+                log::debug(kComponent, "presentControllerWithName(" + next.name + ") from a controller off screen");
+            break;
+        case NavigationRequest::Kind::Dismiss:
+            if (from && from->role == Role::Modal)
+                dismiss(*from);
+            else
+                log::debug(kComponent, "dismissController from a controller that is no modal screen");
+            break;
+        case NavigationRequest::Kind::BecomeCurrentPage:
+            if (from && from->role == Role::Page)
+                showPage(static_cast<std::size_t>(
+                    std::find_if(m_pages.begin(), m_pages.end(), [&](const auto& page) { return page.get() == from; }) -
+                    m_pages.begin()));
+            else
+                log::debug(kComponent, "becomeCurrentPage from a controller that is no page");
+            break;
+        }
+        --m_dispatchDepth;
+    }
+}
+
+EventResult ExtensionHost::dispatch(const std::function<EventResult()>& work) {
+    if (m_dispatchDepth == 0)
+        m_callbackError.reset();
+    ++m_dispatchDepth;
+    EventResult result = EventResult::success();
+    try {
+        result = work();
+    } catch (const std::exception& exception) {
+        log::error(kComponent, std::string("input event failed: ") + exception.what());
+        result = EventResult::failure(exception.what());
+    }
+    --m_dispatchDepth;
+    if (m_dispatchDepth > 0)
+        return result;
+    drainNavigation();
+    if (result.ok() && m_callbackError)
+        result = EventResult::failure(*m_callbackError);
+    m_callbackError.reset();
+    return result;
+}
+
+void ExtensionHost::callController(const std::shared_ptr<InterfaceController>& controller, std::string_view what,
+                                   const std::function<void(InterfaceController&)>& call) {
+    // Held for the call: the controller may ask to be released meanwhile.
+    std::shared_ptr<InterfaceController> keep = controller;
+    ++m_dispatchDepth;
+    try {
+        call(*keep);
+    } catch (const std::exception& exception) {
+        std::string screen = keep->screen() ? keep->screen()->layout().identifier : std::string("off screen");
+        std::string message = std::string(what) + " of '" + screen + "' threw: " + exception.what();
+        log::error(kComponent, message);
+        if (!m_callbackError)
+            m_callbackError = message;
+    }
+    --m_dispatchDepth;
+}
+
+void ExtensionHost::noteNavigation() {
+    scheduleFlush(m_changes.navigationChanged());
+}
+
+// Change records.
+
+void ExtensionHost::objectDidChange(Screen& screen, InterfaceObject& object) {
+    scheduleFlush(m_changes.objectChanged(screen.id(), object));
+}
+
+void ExtensionHost::scheduleFlush(bool firstOfBatch) {
+    if (!firstOfBatch || m_flushPosted)
+        return;
+    m_flushPosted = true;
+    m_loop.post([alive = std::weak_ptr<ExtensionHost*>(m_alive)] {
+        if (auto host = alive.lock())
+            (*host)->flushChanges();
+    });
+}
+
+std::uint64_t ExtensionHost::subscribe(std::function<void(const nlohmann::json&)> listener) {
+    return m_changes.subscribe(std::move(listener));
+}
+
+void ExtensionHost::unsubscribe(std::uint64_t subscription) {
+    m_changes.unsubscribe(subscription);
+}
+
+void ExtensionHost::flushChanges() {
+    m_flushPosted = false;
+    ChangeStream::Pending pending = m_changes.take();
+    if (pending.empty() || !m_changes.hasListeners())
+        return;
+    nlohmann::json changes = nlohmann::json::array();
+    if (pending.navigation) {
+        nlohmann::json navigation = navigationJson();
+        navigation["change"] = "navigation";
+        changes.push_back(std::move(navigation));
+    }
+    for (const std::string& id : pending.removedScreens)
+        changes.push_back({{"change", "screenRemoved"}, {"screen", id}});
+
+    std::set<std::string> added;
+    for (const std::string& id : pending.addedScreens) {
+        for (Slot* slot : liveSlots()) {
+            if (slot->screen->id() != id)
+                continue;
+            changes.push_back({{"change", "screenAdded"}, {"screen", screenJson(*slot, true)}});
+            added.insert(id);
+        }
+    }
+
+    // Objects of screens that were there before: what changed, and what moved because of it.
+    std::map<std::string, std::vector<std::shared_ptr<InterfaceObject>>> changedByScreen;
+    for (const auto& [screenId, weak] : pending.objects) {
+        if (auto object = weak.lock(); object && !added.contains(screenId))
+            changedByScreen[screenId].push_back(std::move(object));
+    }
+    for (auto& [screenId, objects] : changedByScreen) {
+        Slot* slot = nullptr;
+        for (Slot* candidate : liveSlots()) {
+            if (candidate->screen->id() == screenId)
+                slot = candidate;
+        }
+        if (!slot)
+            continue;
+        StackLayout::Result layout = StackLayout::layoutScreen(*slot->screen, m_layout.screenWidth, m_layout.screenHeight);
+        // Objects whose whole state goes out in some record: the changed ones, and the
+        // objects in the rows of a changed table, which its record carries.
+        std::set<const InterfaceObject*> covered;
+        auto cover = [&](const InterfaceObject& object) {
+            covered.insert(&object);
+            if (object.kind() != ObjectKind::Table)
+                return;
+            std::function<void(const InterfaceObject&)> coverTree = [&](const InterfaceObject& inner) {
+                covered.insert(&inner);
+                for (const auto& child : inner.children())
+                    coverTree(*child);
+            };
+            for (const TableRow& row : static_cast<const Table&>(object).rows())
+                coverTree(*row.group);
+        };
+        for (const auto& object : objects)
+            cover(*object);
+        for (const auto& [object, frame] : layout.frames) {
+            if (!covered.contains(object) && object->reportedFrame() != frame) {
+                objects.push_back(std::const_pointer_cast<InterfaceObject>(object->shared_from_this()));
+                cover(*object);
+            }
+        }
+        for (const InterfaceObject* object : covered) {
+            if (auto frame = layout.frames.find(object); frame != layout.frames.end())
+                object->setReportedFrame(frame->second);
+        }
+        for (const auto& object : objects)
+            changes.push_back({{"change", "object"}, {"screen", screenId}, {"object", object->toJson(layout.frames, false)}});
+    }
+    if (changes.empty())
+        return;
+    ++m_revision;
+    m_changes.deliver({{"revision", m_revision}, {"changes", std::move(changes)}});
+}
+
+// Snapshots.
+
+nlohmann::json ExtensionHost::screenJson(const Slot& slot, bool markReported) const {
+    StackLayout::Result layout = StackLayout::layoutScreen(*slot.screen, m_layout.screenWidth, m_layout.screenHeight);
+    if (markReported) {
+        for (const auto& [object, frame] : layout.frames)
+            object->setReportedFrame(frame);
+    }
+    nlohmann::json out = slot.screen->toJson(layout.frames);
+    out["id"] = slot.screen->id();
+    out["controller"] = slot.layout->identifier;
+    out["class"] = slot.layout->className;
+    out["role"] = roleName(static_cast<int>(slot.role));
+    out["title"] = slot.layout->title ? nlohmann::json(*slot.layout->title) : nlohmann::json(nullptr);
+    out["active"] = slot.active;
+    out["context"] = slot.context.describe();
+    out["contentHeight"] = layout.contentHeight;
+    return out;
+}
+
+nlohmann::json ExtensionHost::navigationJson() const {
+    nlohmann::json pages = nlohmann::json::array();
+    for (const auto& page : m_pages)
+        pages.push_back(page->screen->id());
+    nlohmann::json modals = nlohmann::json::array();
+    for (const auto& modal : m_modals)
+        modals.push_back(modal->screen->id());
+    Slot* visible = visibleSlot();
+    nlohmann::json active = nullptr;
+    for (Slot* slot : liveSlots()) {
+        if (slot->active)
+            active = slot->screen->id();
+    }
+    return {{"started", m_started},
+            {"currentPage", m_currentPage},
+            {"visibleScreen", visible ? nlohmann::json(visible->screen->id()) : nlohmann::json(nullptr)},
+            {"pages", std::move(pages)},
+            {"modals", std::move(modals)},
+            {"glance", {{"visible", m_glanceVisible},
+                        {"screen", m_glance ? nlohmann::json(m_glance->screen->id()) : nlohmann::json(nullptr)}}},
+            {"active", std::move(active)}};
+}
+
+nlohmann::json ExtensionHost::snapshot() const {
+    nlohmann::json pages = nlohmann::json::array();
+    for (const auto& page : m_pages)
+        pages.push_back(screenJson(*page, false));
+    nlohmann::json modals = nlohmann::json::array();
+    for (const auto& modal : m_modals)
+        modals.push_back(screenJson(*modal, false));
+    Slot* visible = visibleSlot();
+    return {{"revision", m_revision},
+            {"screen", {{"width", m_layout.screenWidth}, {"height", m_layout.screenHeight}}},
+            {"started", m_started},
+            {"currentPage", m_currentPage},
+            {"visibleScreen", visible ? nlohmann::json(visible->screen->id()) : nlohmann::json(nullptr)},
+            {"pages", std::move(pages)},
+            {"modals", std::move(modals)},
+            {"glance", {{"visible", m_glanceVisible},
+                        {"screen", m_glance ? screenJson(*m_glance, false) : nlohmann::json(nullptr)}}}};
+}
+
+void ExtensionHost::postSnapshot(std::function<void(const nlohmann::json&)> completion) {
+    m_loop.post([alive = std::weak_ptr<ExtensionHost*>(m_alive), completion = std::move(completion)] {
+        if (auto host = alive.lock(); host && completion)
+            completion((*host)->snapshot());
+    });
+}
+
+std::shared_ptr<const ImageData> ExtensionHost::imageWithId(std::string_view id) const {
+    return m_images.find(id);
+}
+
+// Introspection.
+
+std::shared_ptr<InterfaceController> ExtensionHost::pageController(std::size_t index) const {
+    return index < m_pages.size() ? m_pages[index]->controller : nullptr;
+}
+
+std::vector<std::shared_ptr<InterfaceController>> ExtensionHost::modalControllers() const {
+    std::vector<std::shared_ptr<InterfaceController>> controllers;
+    for (const auto& modal : m_modals)
+        controllers.push_back(modal->controller);
+    return controllers;
+}
+
+std::shared_ptr<InterfaceController> ExtensionHost::glanceController() const {
+    return m_glance ? m_glance->controller : nullptr;
+}
+
+std::shared_ptr<InterfaceController> ExtensionHost::visibleController() const {
+    Slot* visible = visibleSlot();
+    return visible ? visible->controller : nullptr;
+}
+
+std::shared_ptr<InterfaceObject> ExtensionHost::object(std::string_view id) const {
+    for (Slot* slot : liveSlots()) {
+        if (auto location = slot->screen->locate(id))
+            return location->object;
+    }
+    return nullptr;
+}
+
+std::shared_ptr<InterfaceObject> ExtensionHost::objectForOutlet(const InterfaceController& controller,
+                                                                std::string_view outlet) const {
+    Slot* slot = slotOf(&controller);
+    return slot ? slot->screen->objectForOutlet(outlet) : nullptr;
+}
+
+} // namespace vexo::watchkit

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/graphics/Rect.h"
+
+#include <unordered_map>
+
+namespace vexo::watchkit {
+
+class InterfaceObject;
+
+// The frame of every laid-out object of a screen, in pixels from the top left of the
+// screen's content (which may be taller than the face and then scrolls).
+using FrameMap = std::unordered_map<const InterfaceObject*, graphics::Rect>;
+
+} // namespace vexo::watchkit

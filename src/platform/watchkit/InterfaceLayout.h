@@ -1,0 +1,48 @@
+#pragma once
+
+#include "platform/watchkit/ObjectLayout.h"
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The interface layout of the watch application (the host platform's storyboard), as the
+// LayoutLoader reads it from resources/Interface.json: the pages side by side, the glance,
+// and every controller by name with its tree of objects. Plain data; read-only once loaded.
+namespace vexo::watchkit {
+
+// One controller of the layout: its name (what presentControllerWithName() takes), its
+// class (what the registry makes), the title shown at its top, and its objects, held by a
+// vertical root group whose spacing and insets the screen uses.
+struct ControllerLayout {
+    std::string identifier;
+    std::string className;
+    std::optional<std::string> title;
+    ObjectLayout root;
+};
+
+struct InterfaceLayout {
+    // The file it was read from (or the name given to the loader), for messages.
+    std::string source;
+    // The watch face in pixels.
+    double screenWidth = 312;
+    double screenHeight = 390;
+    // Controller names of the pages, left to right; the first is the application's main
+    // controller and the page shown at start.
+    std::vector<std::string> pages;
+    std::optional<std::string> glance;
+    std::optional<std::string> notification;
+    std::map<std::string, ControllerLayout, std::less<>> controllers;
+
+    // The controller named `identifier`, or nullptr.
+    [[nodiscard]] const ControllerLayout* controller(std::string_view identifier) const;
+
+    // resources/Interface.json under the resource directory (VEXO_RESOURCE_DIR when set,
+    // else the source tree's resources; see text::Localization).
+    [[nodiscard]] static std::filesystem::path defaultPath();
+};
+
+} // namespace vexo::watchkit

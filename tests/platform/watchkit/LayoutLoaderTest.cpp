@@ -1,0 +1,207 @@
+#include "platform/watchkit/ControllerRegistry.h"
+#include "platform/watchkit/Label.h"
+#include "platform/watchkit/LayoutLoader.h"
+#include "platform/watchkit/Button.h"
+#include "platform/watchkit/Table.h"
+
+#include "support/TemporaryDirectory.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+
+using namespace vexo::watchkit;
+
+namespace {
+
+class DeckController : public InterfaceController {
+public:
+    template <class Self> static void describeInterface(InterfaceClass<Self>& c) {
+        c.outlet("bpmLabel", &DeckController::m_bpmLabel);
+        c.outlet("playButton", &DeckController::m_playButton);
+        c.action("togglePlayback", &DeckController::togglePlayback);
+        c.action("changeVolume", &DeckController::changeVolume);
+        c.action("flip", &DeckController::flip);
+        c.action("menuOnly", &DeckController::togglePlayback, ActionUse::Code);
+    }
+    void togglePlayback() {}
+    void changeVolume(float) {}
+    void flip(bool) {}
+
+    Outlet<Label> m_bpmLabel;
+    Outlet<Button> m_playButton;
+};
+
+class NameRow : public RowController {
+public:
+    template <class Self> static void describeInterface(InterfaceClass<Self>& c) {
+        c.outlet("nameLabel", &NameRow::m_nameLabel);
+    }
+    Outlet<Label> m_nameLabel;
+};
+
+const std::string kValid = R"({"format": 1, "pages": ["deck"], "controllers": {"deck": {"class": "Deck", "objects": [
+  {"kind": "label", "outlet": "bpmLabel"},
+  {"kind": "button", "outlet": "playButton", "action": "togglePlayback"},
+  {"kind": "slider", "action": "changeVolume"},
+  {"kind": "switch", "action": "flip"},
+  {"kind": "table", "rowTypes": {"row": {"class": "Row", "objects": [{"kind": "label", "outlet": "nameLabel"}]}}}
+]}}})";
+
+// kValid with `from` replaced by `to` (once).
+std::string edited(const std::string& from, const std::string& to) {
+    std::string text = kValid;
+    std::size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+struct Registry : ControllerRegistry {
+    Registry() {
+        registerClass<DeckController>("Deck");
+        registerRowClass<NameRow>("Row");
+    }
+};
+
+} // namespace
+
+TEST(LayoutLoaderTest, ErrorsNameTheFileTheControllerAndTheOutlet) {
+    Registry registry;
+    LayoutLoadResult valid = LayoutLoader::parse(kValid, "test.json", registry);
+    ASSERT_TRUE(valid.ok()) << valid.errorText();
+
+    const struct {
+        const char* what;
+        std::string text;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {"an outlet of the class missing from the layout",
+         edited(R"({"kind": "label", "outlet": "bpmLabel"},)", ""),
+         {"test.json: controller 'deck' (Deck): outlet 'bpmLabel': declared by class Deck (a label) but missing "
+          "from the layout"}},
+        {"an outlet the class does not have",
+         edited(R"({"kind": "label", "outlet": "bpmLabel"},)",
+                R"({"kind": "label", "outlet": "bpmLabel"}, {"kind": "label", "outlet": "keyLabel"},)"),
+         {"test.json: controller 'deck' (Deck): outlet 'keyLabel' (label keyLabel): class Deck has no such outlet"}},
+        {"an outlet of the wrong kind",
+         edited(R"({"kind": "label", "outlet": "bpmLabel"})", R"({"kind": "button", "outlet": "bpmLabel"})"),
+         {"test.json: controller 'deck' (Deck): outlet 'bpmLabel': class Deck declares a label but the layout has a "
+          "button (bpmLabel)"}},
+        {"an unknown action, and the declared one then unused",
+         edited(R"("action": "togglePlayback")", R"("action": "togglePlayBack")"),
+         {"test.json: controller 'deck' (Deck): action 'togglePlayBack' of button playButton: class Deck has no such "
+          "action",
+          "test.json: controller 'deck' (Deck): action 'togglePlayback': declared by class Deck for the layout, but "
+          "no object sends it"}},
+        {"an action taking what the object does not send",
+         edited(R"({"kind": "switch", "action": "flip"})",
+                R"({"kind": "switch", "action": "flip"}, {"kind": "button", "action": "changeVolume"})"),
+         {"test.json: controller 'deck' (Deck): action 'changeVolume' of button #4: class Deck declares it taking a "
+          "float, which a button does not send"}},
+        {"a row class's outlet missing from its row type",
+         edited(R"({"kind": "label", "outlet": "nameLabel"})", R"({"kind": "label"})"),
+         {"test.json: controller 'deck' (Deck), row type 'row' (Row): outlet 'nameLabel': declared by class Row (a "
+          "label) but missing from the layout"}},
+        {"two objects with one outlet",
+         edited(R"({"kind": "slider", "action": "changeVolume"})",
+                R"({"kind": "slider", "action": "changeVolume"}, {"kind": "group", "objects": [{"kind": "label", "outlet": "bpmLabel"}]})"),
+         {"test.json: controller 'deck' (Deck): outlet 'bpmLabel' names two objects"}},
+        {"an unknown kind and an unknown property",
+         edited(R"({"kind": "switch", "action": "flip"})",
+                R"({"kind": "switch", "action": "flip", "colour": "white"}, {"kind": "knob"})"),
+         {"test.json: controller 'deck', object #3: unknown property 'colour'",
+          "test.json: controller 'deck', object #4: unknown kind 'knob'"}},
+        {"values of the wrong form",
+         edited(R"({"kind": "label", "outlet": "bpmLabel"})",
+                R"({"kind": "label", "outlet": "bpmLabel", "width": "wide", "textColor": "#12345", "hidden": 1})"),
+         {"test.json: controller 'deck', object bpmLabel: 'width' must be pixels, \"fill\", \"fit\" or {\"relative\": "
+          "fraction}",
+          "test.json: controller 'deck', object bpmLabel: 'hidden' must be true or false",
+          "test.json: controller 'deck', object bpmLabel: 'textColor' must be \"#rrggbb\", \"#rrggbbaa\" or one of "
+          "white, lightGray, darkGray, black, clear, selection"}},
+        {"pages and segues that name no controller",
+         edited(R"("pages": ["deck"])", R"("pages": ["deck", "nowhere"])") ,
+         {"test.json: pages: 'nowhere' is not a controller of the layout"}},
+        {"a segue to nowhere",
+         edited(R"({"kind": "switch", "action": "flip"})",
+                R"({"kind": "switch", "action": "flip"}, {"kind": "button", "segue": {"destination": "nowhere"}})"),
+         {"test.json: controller 'deck', object #4: the segue's destination 'nowhere' is not a controller of the "
+          "layout"}},
+        {"an unregistered class",
+         edited(R"("class": "Deck")", R"("class": "Ghost")"),
+         {"test.json: controller 'deck' (Ghost): class Ghost is not registered"}},
+        {"not JSON", "{\"format\": 1,", {"test.json: not valid JSON: "}},
+        {"no pages", edited(R"("pages": ["deck"], )", ""),
+         {"test.json: 'pages' must list the controller names of the pages, left to right"}},
+    };
+    for (const auto& testCase : cases) {
+        LayoutLoadResult result = LayoutLoader::parse(testCase.text, "test.json", registry);
+        EXPECT_FALSE(result.ok()) << testCase.what;
+        for (const std::string& expected : testCase.expected) {
+            bool found = false;
+            for (const std::string& error : result.errors)
+                found = found || error.starts_with(expected);
+            EXPECT_TRUE(found) << testCase.what << ": no error starting with\n  " << expected << "\namong\n"
+                               << result.errorText();
+        }
+        EXPECT_EQ(result.errors.size(), testCase.expected.size()) << testCase.what << ":\n" << result.errorText();
+    }
+}
+
+TEST(LayoutLoaderTest, UnregisteredClassesAreListedWhenAllowed) {
+    ControllerRegistry empty;
+    LayoutLoadResult refused = LayoutLoader::parse(kValid, "test.json", empty);
+    EXPECT_FALSE(refused.ok());
+    EXPECT_EQ(refused.errors.size(), 2u) << refused.errorText();
+
+    LayoutLoadResult allowed = LayoutLoader::parse(kValid, "test.json", empty, MissingClasses::Allow);
+    ASSERT_TRUE(allowed.ok()) << allowed.errorText();
+    EXPECT_EQ(allowed.missingClasses, (std::vector<std::string>{"Deck", "Row"}));
+    const ObjectLayout& table = allowed.layout->controller("deck")->root.children.at(4);
+    ASSERT_NE(table.rowType("row"), nullptr);
+    EXPECT_EQ(table.rowType("row")->className, "Row");
+}
+
+TEST(LayoutLoaderTest, ReadsDefaultsLikeAndFiles) {
+    Registry registry;
+    std::string text = R"({"format": 1, "pages": ["one", "two"], "controllers": {
+      // Two pages of one design.
+      "one": {"class": "Deck", "spacing": 2, "objects": [
+        {"kind": "label", "outlet": "bpmLabel", "text": "--", "textColor": "#ff800080", "width": {"relative": 0.5}},
+        {"kind": "button", "outlet": "playButton", "action": "togglePlayback", "height": 44, "enabled": false},
+        {"kind": "slider", "action": "changeVolume", "minimum": -1, "maximum": 1, "steps": 4},
+        {"kind": "switch", "action": "flip", "on": true, "color": "selection"},
+        {"kind": "table", "rowTypes": {"row": {"class": "Row", "height": 40, "selectable": false,
+          "objects": [{"kind": "label", "outlet": "nameLabel"}]}}}
+      ]},
+      "two": {"like": "one", "title": "Second"}
+    }})";
+    vexo::testing::TemporaryDirectory directory;
+    std::filesystem::path path = directory.path() / "Interface.json";
+    std::ofstream(path) << text;
+    LayoutLoadResult result = LayoutLoader::loadFile(path, registry);
+    ASSERT_TRUE(result.ok()) << result.errorText();
+    const InterfaceLayout& layout = *result.layout;
+    EXPECT_EQ(layout.source, path.string());
+    EXPECT_EQ(layout.pages, (std::vector<std::string>{"one", "two"}));
+    EXPECT_EQ(layout.screenWidth, 312);
+    const ControllerLayout& two = *layout.controller("two");
+    EXPECT_EQ(two.className, "Deck");
+    EXPECT_EQ(two.title, "Second");
+    EXPECT_EQ(two.root.spacing, 2);
+    const ObjectLayout& label = two.root.children.at(0);
+    EXPECT_EQ(label.width.mode, Dimension::Mode::Relative);
+    EXPECT_EQ(label.width.value, 0.5);
+    EXPECT_EQ(label.height.mode, Dimension::Mode::Fit);
+    EXPECT_EQ(label.textColor, (Color{1.0, 128 / 255.0, 0, 128 / 255.0}));
+    EXPECT_FALSE(two.root.children.at(1).enabled);
+    EXPECT_EQ(two.root.children.at(2).minimum, -1);
+    EXPECT_EQ(two.root.children.at(2).steps, 4);
+    EXPECT_TRUE(two.root.children.at(3).on);
+    EXPECT_EQ(two.root.children.at(3).color, colors::selection());
+    EXPECT_FALSE(two.root.children.at(4).rowType("row")->selectable);
+
+    LayoutLoadResult missing = LayoutLoader::loadFile(directory.path() / "Missing.json", registry);
+    ASSERT_EQ(missing.errors.size(), 1u);
+    EXPECT_TRUE(missing.errors[0].starts_with((directory.path() / "Missing.json").string() + ": cannot be read"))
+        << missing.errors[0];
+}
