@@ -25,14 +25,19 @@ void put(Bytes& out, std::string_view text) {
     out.insert(out.end(), text.begin(), text.end());
 }
 
+// Byte `index` (0 the lowest) of `value`; bytes beyond the eighth are 0.
+std::uint8_t byteOf(std::uint64_t value, int index) {
+    return index < 8 ? static_cast<std::uint8_t>(value >> (8 * index)) : 0;
+}
+
 void putLE(Bytes& out, std::uint64_t value, int bytes) {
     for (int i = 0; i < bytes; ++i)
-        out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+        out.push_back(byteOf(value, i));
 }
 
 void putBE(Bytes& out, std::uint64_t value, int bytes) {
     for (int i = bytes - 1; i >= 0; --i)
-        out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+        out.push_back(byteOf(value, i));
 }
 
 Bytes wav(double seconds) {
