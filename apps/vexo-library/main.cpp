@@ -9,7 +9,7 @@
 // leading zeros. They are accepted in that form (with or without 0x) or in decimal.
 //
 // Exit codes: 0 success, 1 failure (missing folder, no such item, unusable index), 2 wrong
-// usage.
+// usage, 130 a scan interrupted (what it read is kept).
 #include "platform/log/Log.h"
 #include "platform/media/LibraryScanner.h"
 #include "platform/media/MediaLibrary.h"
@@ -20,6 +20,7 @@
 #include <chrono>
 #include <cinttypes>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <unistd.h>
@@ -184,9 +185,21 @@ private:
     std::chrono::steady_clock::time_point m_lastDrawn{};
 };
 
+// Set by the first SIGINT or SIGTERM: the scan stops after the file it is reading and keeps
+// what it wrote. A second signal ends the program at once.
+volatile std::sig_atomic_t g_interrupted = 0;
+
+extern "C" void interrupt(int signal) {
+    g_interrupted = 1;
+    std::signal(signal, SIG_DFL);
+}
+
 int scan(const Options& options, const std::filesystem::path& indexPath, const std::string& folder) {
     media::LibraryScanner::Options scanOptions;
     scanOptions.applicationGroup = options.group;
+    scanOptions.isCancelled = [] { return g_interrupted != 0; };
+    std::signal(SIGINT, interrupt);
+    std::signal(SIGTERM, interrupt);
     media::LibraryScanner scanner(indexPath, scanOptions);
     ProgressLine line(!options.quiet && ::isatty(STDERR_FILENO) == 1);
     std::string error;
@@ -194,7 +207,7 @@ int scan(const Options& options, const std::filesystem::path& indexPath, const s
         folder, [&](const media::LibraryScanner::Progress& progress) { line.update(progress); }, &error);
     line.clear();
     if (!summary)
-        return fail(error);
+        return fail(error, g_interrupted ? 128 + SIGINT : kFailure);
 
     for (const auto& problem : summary->problems)
         std::cerr << "vexo-library: skipped " << problem.path.string() << ": " << problem.reason << "\n";

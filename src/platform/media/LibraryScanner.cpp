@@ -366,8 +366,25 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
         return std::nullopt;
     }
 
+    // Stops early, keeping the batches written; nothing is marked gone, since the files not
+    // yet visited were not checked.
+    auto cancelled = [&]() -> bool {
+        if (!m_options.isCancelled || !m_options.isCancelled())
+            return false;
+        if (!run.commit()) {
+            writeFailed();
+            return true;
+        }
+        if (summary.changedIndex() && !m_options.applicationGroup.empty())
+            postChange(m_options.applicationGroup);
+        setError(error, "interrupted; the " + std::to_string(done) + " files read so far are kept");
+        return true;
+    };
+
     report(Progress::Phase::Reading, 0, total);
     for (const FolderWalker::File* file : audioFiles) {
+        if (cancelled())
+            return std::nullopt;
         const auto found = knownItems->find(file->path.native());
         Known* known = found != knownItems->end() ? &found->second : nullptr;
         if (known != nullptr)
@@ -397,6 +414,8 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
 
     // After the items, so that a playlist's entries are checked against the files now there.
     for (const FolderWalker::File* file : playlistFiles) {
+        if (cancelled())
+            return std::nullopt;
         const auto found = knownPlaylists->find(file->path.native());
         Known* known = found != knownPlaylists->end() ? &found->second : nullptr;
         if (known != nullptr)

@@ -29,6 +29,9 @@ public:
         std::string applicationGroup{MediaLibrary::kDefaultApplicationGroup};
         // Written files per transaction at most; a batch also ends after half a second.
         std::size_t batchSize = 256;
+        // Asked before each file (on the scanning thread); true stops the scan, keeping what
+        // it wrote so far and marking nothing as gone.
+        std::function<bool()> isCancelled;
     };
 
     struct Progress {
@@ -74,8 +77,8 @@ public:
     // Scans `folder`, calling `progress` (when set) on the calling thread as it goes. Items
     // of other folders stay, except that those whose file has gone lose their asset URL.
     // Nothing, with the reason in `error` when given, when the folder is missing or
-    // unreadable, the index cannot be opened, or writing it fails (batches committed before
-    // stay). Unreadable or damaged files inside the folder do not stop the scan: they are
+    // unreadable, the index cannot be opened, writing it fails (batches committed before
+    // stay) or the scan was cancelled (what it read is kept). Unreadable or damaged files inside the folder do not stop the scan: they are
     // listed in the summary's problems.
     [[nodiscard]] std::optional<Summary> scan(const std::filesystem::path& folder,
                                               const ProgressCallback& progress = {},

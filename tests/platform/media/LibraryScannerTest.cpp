@@ -322,6 +322,26 @@ TEST_F(LibraryScannerTest, DamagedFilesPipesAndLinkCyclesDoNotStopAScan) {
     EXPECT_EQ(indexed, expectedTitles);
 }
 
+TEST_F(LibraryScannerTest, ACancelledScanKeepsWhatItReadAndMarksNothingGone) {
+    for (const char* name : {"a", "b", "c", "d", "e"})
+        song(std::string(name) + ".wav", name);
+    LibraryScanner::Options options;
+    int asked = 0;
+    options.isCancelled = [&] { return ++asked > 2; };
+    std::string error;
+    EXPECT_FALSE(LibraryScanner(m_index, options).scan(m_music, {}, &error));
+    EXPECT_NE(error.find("interrupted"), std::string::npos) << error;
+    EXPECT_EQ(library()->items().size(), 2u);
+
+    scan();
+    fs::remove(m_music / "e.wav");
+    asked = 0;
+    options.isCancelled = [&] { return true; };
+    EXPECT_FALSE(LibraryScanner(m_index, options).scan(m_music, {}, &error));
+    for (const auto& item : library()->items())
+        EXPECT_TRUE(item.assetURL()) << item.title();
+}
+
 TEST_F(LibraryScannerTest, MissingOrUnusableFolderOrIndexIsAClearError) {
     std::ofstream(m_temporary.path() / "file.txt") << "x";
     const std::vector<std::pair<fs::path, std::string>> rows = {
