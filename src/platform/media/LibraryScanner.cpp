@@ -41,14 +41,6 @@ struct Known {
 
 using KnownByPath = std::unordered_map<std::string, Known>;
 
-bool isInside(const fs::path& path, const fs::path& folder) {
-    const std::string& text = path.native();
-    const std::string& prefix = folder.native();
-    if (prefix == "/")
-        return true;
-    return text.size() > prefix.size() && text.compare(0, prefix.size(), prefix) == 0 && text[prefix.size()] == '/';
-}
-
 bool fileHasGone(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
@@ -402,10 +394,12 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
         }
         report(Progress::Phase::Reading, ++done, total);
     }
+    // Asked of the file itself, not of the walk: a file in a folder that could not be read
+    // has not gone.
     for (const auto& [path, known] : *knownItems) {
         if (known.seen || !known.present)
             continue;
-        if (isInside(path, root) || fileHasGone(path)) {
+        if (fileHasGone(path)) {
             if (!run.markItemGone(known.id))
                 return writeFailed();
             ++summary.itemsGone;
@@ -435,7 +429,7 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
     for (const auto& [path, known] : *knownPlaylists) {
         if (known.seen || !known.present)
             continue;
-        if (isInside(path, root) || fileHasGone(path)) {
+        if (fileHasGone(path)) {
             if (!run.markPlaylistGone(known.id))
                 return writeFailed();
             ++summary.playlistsGone;

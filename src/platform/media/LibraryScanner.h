@@ -74,8 +74,9 @@ public:
     explicit LibraryScanner(std::filesystem::path indexPath, Options options);
     explicit LibraryScanner(std::filesystem::path indexPath) : LibraryScanner(std::move(indexPath), Options{}) {}
 
-    // Scans `folder`, calling `progress` (when set) on the calling thread as it goes. Items
-    // of other folders stay, except that those whose file has gone lose their asset URL.
+    // Scans `folder`, calling `progress` (when set) on the calling thread as it goes. Every
+    // item whose file has gone loses its asset URL, whichever folder it was found in; items of
+    // other folders stay otherwise, as do those in a folder that could not be read.
     // Nothing, with the reason in `error` when given, when the folder is missing or
     // unreadable, the index cannot be opened, writing it fails (batches committed before
     // stay) or the scan was cancelled (what it read is kept). Unreadable or damaged files inside the folder do not stop the scan: they are

@@ -297,13 +297,15 @@ TEST_F(LibraryScannerTest, DamagedFilesPipesAndLinkCyclesDoNotStopAScan) {
     fs::create_symlink(good, m_music / "alias.wav");
     fs::create_symlink(m_music / "nowhere.wav", m_music / "dangling.wav");
     song(".hidden/secret.wav", "Secret");
-    fs::create_directories(m_music / "locked");
     song("locked/inside.wav", "Inside");
+    scan();
+    // A folder that cannot be read is no sign that its files have gone. (Root reads it anyway.)
     fs::permissions(m_music / "locked", fs::perms::none);
     const bool locksApply = ::access((m_music / "locked").c_str(), R_OK) != 0;
 
     const auto summary = scan();
     fs::permissions(m_music / "locked", fs::perms::owner_all);
+    EXPECT_EQ(summary.itemsGone, 0u);
 
     std::set<std::string> problems;
     for (const auto& problem : summary.problems) {
@@ -314,12 +316,12 @@ TEST_F(LibraryScannerTest, DamagedFilesPipesAndLinkCyclesDoNotStopAScan) {
     if (locksApply)
         expected.insert("locked");
     EXPECT_EQ(problems, expected);
-    std::set<std::string> indexed;
-    for (const auto& item : library()->items())
-        indexed.insert(item.title());
-    const std::set<std::string> expectedTitles =
-        locksApply ? std::set<std::string>{"Good"} : std::set<std::string>{"Good", "Inside"};
-    EXPECT_EQ(indexed, expectedTitles);
+    std::set<std::string> playable;
+    for (const auto& item : library()->items()) {
+        if (item.assetURL())
+            playable.insert(item.title());
+    }
+    EXPECT_EQ(playable, (std::set<std::string>{"Good", "Inside"}));
 }
 
 TEST_F(LibraryScannerTest, ACancelledScanKeepsWhatItReadAndMarksNothingGone) {
