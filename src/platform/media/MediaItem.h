@@ -40,6 +40,9 @@ public:
         std::optional<std::string> assetURL;
     };
 
+    // An empty item: identifier 0, empty texts, no URL, no picture.
+    MediaItem() = default;
+
     // An item that carries its picture itself (or none); for items made outside an index,
     // such as in tests of the screens.
     explicit MediaItem(Properties properties,

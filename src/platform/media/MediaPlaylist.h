@@ -19,6 +19,8 @@ public:
     static constexpr std::string_view kPropertyPersistentID = "persistentID";
     static constexpr std::string_view kPropertyName = "name";
 
+    // An empty playlist: identifier 0, no name, no items.
+    MediaPlaylist() = default;
     MediaPlaylist(PersistentID persistentID, std::string name, std::vector<MediaItem> items);
 
     [[nodiscard]] PersistentID persistentID() const { return m_persistentID; }
@@ -33,7 +35,7 @@ public:
     friend bool operator==(const MediaPlaylist&, const MediaPlaylist&) = default;
 
 private:
-    PersistentID m_persistentID;
+    PersistentID m_persistentID = 0;
     std::string m_name;
     std::vector<MediaItem> m_items;
 };
