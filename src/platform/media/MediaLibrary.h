@@ -43,6 +43,8 @@ public:
     // another is given.
     static constexpr std::string_view kDefaultApplicationGroup = "group.com.vexo.remote";
 
+    // Whether playlists without a matching item are listed; the host platform's query omits
+    // them, a listing for people may not.
     enum class EmptyPlaylists { Omit, Include };
 
     // $VEXO_MEDIA_LIBRARY when set and not empty, else
