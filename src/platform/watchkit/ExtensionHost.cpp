@@ -309,7 +309,16 @@ void ExtensionHost::request(NavigationRequest request) {
 }
 
 void ExtensionHost::drainNavigation() {
+    // Controllers that present from willActivate() could keep us here for ever.
+    constexpr int kMaxRequestsPerDrain = 1000;
+    int handled = 0;
     while (!m_navigation.empty()) {
+        if (++handled > kMaxRequestsPerDrain) {
+            log::error(kComponent, "more than " + std::to_string(kMaxRequestsPerDrain) +
+                                       " navigation requests in one turn; the rest are dropped");
+            m_navigation.clear();
+            break;
+        }
         NavigationRequest next = std::move(m_navigation.front());
         m_navigation.pop_front();
         ++m_dispatchDepth;

@@ -34,8 +34,6 @@ public:
     // Host side: connects the outlet to `object` (nullptr empties it).
     void connect(const std::shared_ptr<T>& object) { m_object = object; }
 
-    friend bool operator==(const Outlet& outlet, const T& object) { return outlet.get().get() == &object; }
-
 private:
     std::weak_ptr<T> m_object;
 };

@@ -1,5 +1,6 @@
 #include "platform/watchkit/Table.h"
 
+#include "platform/log/Log.h"
 #include "platform/watchkit/Group.h"
 
 #include <stdexcept>
@@ -36,7 +37,7 @@ Table::IndexSet Table::indexesInRange(std::size_t location, std::size_t length) 
 }
 
 void Table::setRowTypes(const std::vector<std::string>& rowTypes) {
-    if (!acceptChange("setRowTypes"))
+    if (!acceptChange("setRowTypes") || !canMakeRows("setRowTypes"))
         return;
     std::vector<TableRow> rows;
     rows.reserve(rowTypes.size());
@@ -46,7 +47,7 @@ void Table::setRowTypes(const std::vector<std::string>& rowTypes) {
 }
 
 void Table::setNumberOfRows(std::size_t count, std::string_view rowType) {
-    if (!acceptChange("setNumberOfRows"))
+    if (!acceptChange("setNumberOfRows") || !canMakeRows("setNumberOfRows"))
         return;
     std::vector<TableRow> rows;
     rows.reserve(count);
@@ -56,7 +57,7 @@ void Table::setNumberOfRows(std::size_t count, std::string_view rowType) {
 }
 
 void Table::insertRowsAtIndexes(const IndexSet& indexes, std::string_view rowType) {
-    if (!acceptChange("insertRowsAtIndexes"))
+    if (!acceptChange("insertRowsAtIndexes") || !canMakeRows("insertRowsAtIndexes"))
         return;
     std::size_t inserted = 0;
     for (std::size_t index : indexes) {
@@ -98,7 +99,9 @@ std::shared_ptr<RowController> Table::rowControllerAtIndex(std::size_t index) co
 
 void Table::detach() {
     InterfaceObject::detach();
+    // Nothing is shown any more: the rows go, even when someone still holds the table.
     detachRows(m_rows);
+    m_rows.clear();
 }
 
 void Table::replaceRows(std::vector<TableRow> rows) {
@@ -107,6 +110,13 @@ void Table::replaceRows(std::vector<TableRow> rows) {
     detachRows(m_rows);
     m_rows = std::move(rows);
     didChange();
+}
+
+bool Table::canMakeRows(std::string_view operation) const {
+    if (screen())
+        return true;
+    log::debug("watchkit", "table " + identifier() + " " + std::string(operation) + ": its screen is gone");
+    return false;
 }
 
 TableRow Table::makeRow(std::string_view rowType) {

@@ -54,12 +54,15 @@ public:
 
     // Host side: the rows, in order.
     [[nodiscard]] const std::vector<TableRow>& rows() const { return m_rows; }
+    // Host side: also releases the rows.
     void detach() override;
 
 private:
     void writeState(nlohmann::json& out, const FrameMap& frames) const override;
     void replaceRows(std::vector<TableRow> rows);
     [[nodiscard]] TableRow makeRow(std::string_view rowType);
+    // False (and logged) once the screen is gone: a table held past its screen makes no rows.
+    [[nodiscard]] bool canMakeRows(std::string_view operation) const;
 
     std::vector<TableRow> m_rows;
 };

@@ -6,6 +6,11 @@
 #include "platform/watchkit/Menu.h"
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/Timer.h"
+#include "platform/text/Localization.h"
+#include "support/TemporaryDirectory.h"
+
+#include <filesystem>
+#include <fstream>
 
 #include <gtest/gtest.h>
 
@@ -71,8 +76,12 @@ TEST(InterfaceObjectTest, AnEmptyOutletIsAMessageToNil) {
     EXPECT_EQ(picker->m_titleLabel->text(), "left: record") << "the context carried a C++ object";
     auto row = picker->m_table->rowControllerAtIndex<ItemRow>(1);
     ASSERT_TRUE(row && row->m_nameLabel);
+    std::shared_ptr<Table> held = picker->m_table.get();
     ASSERT_TRUE(app.host->closeModal().ok());
     EXPECT_FALSE(picker->m_titleLabel);
+    held->setRowTypes({"item"});
+    held->insertRowsAtIndexes({0}, "item");
+    EXPECT_EQ(held->numberOfRows(), 0u) << "a table held past its screen has no rows and makes none";
     EXPECT_FALSE(row->m_nameLabel);
     picker->m_titleLabel->setText("after");
     picker->m_table->setRowTypes({"item"});
@@ -252,4 +261,26 @@ TEST(InterfaceObjectTest, AnimationsAndTimersRecordTheirState) {
     EXPECT_EQ(state["date"], 100.0);
     EXPECT_EQ(state["stoppedAt"], 107.0);
     EXPECT_EQ(state["running"], false);
+}
+
+TEST(InterfaceObjectTest, LayoutTextsAreLocalisedWhenAsked) {
+    vexo::testing::TemporaryDirectory resources;
+    std::filesystem::create_directories(resources.path() / "de.lproj");
+    std::ofstream(resources.path() / "de.lproj" / "Localizable.strings") << "\"Done\" = \"Fertig\";\n\"Loud\" = \"Laut\";\n";
+    vexo::text::Localization german(resources.path(), "de_DE");
+
+    CallLog log;
+    ControllerRegistry registry;
+    registerTestClasses(registry, log);
+    LayoutLoadResult loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
+    ASSERT_TRUE(loaded.ok());
+    const ControllerLayout& picker = *loaded.layout->controller("picker");
+    const vexo::text::Localization* localizations[] = {&german, nullptr};
+    for (const vexo::text::Localization* localization : localizations) {
+        Screen screen("s", picker, ScreenServices{nullptr, nullptr, &registry, {}, localization});
+        auto done = std::static_pointer_cast<Button>(screen.objects().back());
+        auto toggle = std::static_pointer_cast<Switch>(screen.objectForOutlet("toggle"));
+        EXPECT_EQ(done->title(), localization ? "Fertig" : "Done");
+        EXPECT_EQ(toggle->title(), localization ? "Laut" : "Loud");
+    }
 }

@@ -3,6 +3,8 @@
 #include "platform/watchkit/LayoutLoader.h"
 #include "platform/watchkit/Button.h"
 #include "platform/watchkit/Table.h"
+#include "platform/watchkit/ExtensionHost.h"
+#include "platform/runtime/DeterministicRunLoop.h"
 
 #include "support/TemporaryDirectory.h"
 
@@ -204,4 +206,55 @@ TEST(LayoutLoaderTest, ReadsDefaultsLikeAndFiles) {
     ASSERT_EQ(missing.errors.size(), 1u);
     EXPECT_TRUE(missing.errors[0].starts_with((directory.path() / "Missing.json").string() + ": cannot be read"))
         << missing.errors[0];
+}
+
+namespace {
+
+// Two pages of one class that differ only in a number, as the deck pages do.
+class BasePage : public InterfaceController {
+public:
+    template <class Self> static void describeInterface(InterfaceClass<Self>& c) {
+        c.outlet("numberLabel", &BasePage::m_numberLabel);
+        c.action("press", &BasePage::press);
+    }
+    virtual void press() { m_numberLabel->setText("base"); }
+    [[nodiscard]] std::shared_ptr<Label> label() const { return m_numberLabel.get(); }
+
+private:
+    Outlet<Label> m_numberLabel;
+};
+
+class SecondPage : public BasePage {
+public:
+    template <class Self> static void describeInterface(InterfaceClass<Self>& c) {
+        BasePage::describeInterface(c);
+    }
+    void press() override { BasePage::press(); label()->setText(*label()->text() + " then second"); }
+};
+
+} // namespace
+
+TEST(LayoutLoaderTest, SubclassesDeclareTheInterfaceOfTheirBase) {
+    ControllerRegistry registry;
+    EXPECT_TRUE(registry.registerClass<BasePage>("First"));
+    EXPECT_TRUE(registry.registerClass<SecondPage>("Second"));
+    EXPECT_FALSE(registry.registerClass<SecondPage>("Second")) << "a name is taken once";
+    EXPECT_EQ(registry.controllerClassNames(), (std::vector<std::string>{"First", "Second"}));
+    const char* text = R"({"format": 1, "pages": ["one", "two"], "controllers": {
+        "one": {"class": "First", "objects": [{"kind": "button", "action": "press", "objects": [
+                  {"kind": "label", "outlet": "numberLabel"}]}]},
+        "two": {"like": "one", "class": "Second"}}})";
+    LayoutLoadResult loaded = LayoutLoader::parse(text, "t.json", registry);
+    ASSERT_TRUE(loaded.ok()) << loaded.errorText();
+    vexo::runtime::DeterministicRunLoop loop;
+    ExtensionHost host(loop, registry, std::move(*loaded.layout));
+    ASSERT_TRUE(host.start().ok());
+    ASSERT_TRUE(host.tap("page-0.0").ok());
+    ASSERT_TRUE(host.swipeToPage(1).ok());
+    ASSERT_TRUE(host.tap("page-1.0").ok());
+    auto first = std::dynamic_pointer_cast<BasePage>(host.pageController(0));
+    auto second = std::dynamic_pointer_cast<SecondPage>(host.pageController(1));
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(first->label()->text(), "base");
+    EXPECT_EQ(second->label()->text(), "base then second") << "the action calls the override";
 }
