@@ -3,6 +3,7 @@
 #include "platform/plist/Base64.h"
 #include "platform/plist/BinaryPropertyListWriter.h"
 #include "platform/plist/KeyedArchiveFormat.h"
+#include "platform/plist/Utf.h"
 
 #include <charconv>
 #include <cmath>
@@ -98,24 +99,6 @@ std::optional<double> parseReal(std::string_view text) {
     else if (text.empty() || !parseDecimal(text, value))
         return std::nullopt;
     return negative ? -value : value;
-}
-
-void appendUtf8(std::string& out, std::uint32_t c) {
-    if (c < 0x80) {
-        out.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    }
 }
 
 // Abandons a parse from anywhere in the reader; caught in toBinary(), never escapes it.
@@ -381,7 +364,7 @@ private:
                 result.ptr != digits.data() + digits.size() || code == 0 || code > 0x10FFFF ||
                 (code >= 0xD800 && code <= 0xDFFF))
                 fail("malformed character reference");
-            appendUtf8(out, code);
+            utf::appendUtf8(out, code);
         } else {
             fail("unknown entity &" + std::string(entity) + ";");
         }
