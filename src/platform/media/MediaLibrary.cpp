@@ -64,7 +64,7 @@ fs::path MediaLibrary::defaultPath() {
     if (const auto path = environmentValue("VEXO_MEDIA_LIBRARY"))
         return *path;
     fs::path dataHome;
-    // The base directory specification ignores a relative data home.
+    // The XDG base-directory rules ignore a relative data home.
     if (const auto value = environmentValue("XDG_DATA_HOME"); value && fs::path(*value).is_absolute())
         dataHome = *value;
     else
