@@ -48,7 +48,7 @@ void Button::setEnabled(bool enabled) {
 }
 
 void Button::writeState(nlohmann::json& out, const FrameMap&) const {
-    out["title"] = m_title ? nlohmann::json(*m_title) : nlohmann::json(nullptr);
+    out["title"] = snapshot::text(m_title);
     out["backgroundImage"] = m_backgroundImage.toJson();
     out["backgroundColor"] = snapshot::color(m_backgroundColor);
     out["enabled"] = m_enabled;

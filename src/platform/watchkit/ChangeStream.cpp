@@ -1,8 +1,10 @@
 #include "platform/watchkit/ChangeStream.h"
 
+#include "platform/log/Log.h"
 #include "platform/watchkit/InterfaceObject.h"
 
 #include <algorithm>
+#include <exception>
 
 namespace vexo::watchkit {
 
@@ -66,8 +68,14 @@ void ChangeStream::deliver(const nlohmann::json& batch) {
     // Copied so that a listener may unsubscribe anyone, itself included, while we deliver.
     std::vector<std::pair<std::uint64_t, std::shared_ptr<Listener>>> listeners(m_listeners.begin(), m_listeners.end());
     for (const auto& [id, listener] : listeners) {
-        if (m_listeners.contains(id))
+        if (!m_listeners.contains(id))
+            continue;
+        // Delivery runs on the loop, which nothing may throw across.
+        try {
             (*listener)(batch);
+        } catch (const std::exception& exception) {
+            log::error("watchkit", std::string("a change listener threw: ") + exception.what());
+        }
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/plist/Json.h"
 #include "platform/plist/Value.h"
+#include "platform/watchkit/SnapshotFormat.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -29,12 +30,14 @@ template <class T> bool put(const std::any& value, nlohmann::json& out) {
 
 nlohmann::json describeValue(const std::any& value) {
     nlohmann::json out;
-    if (put<std::string>(value, out) || put<bool>(value, out) || put<int>(value, out) ||
+    if (const std::string* text = std::any_cast<std::string>(&value))
+        return snapshot::text(*text);
+    if (put<bool>(value, out) || put<int>(value, out) ||
         put<long>(value, out) || put<long long>(value, out) || put<unsigned>(value, out) ||
         put<unsigned long>(value, out) || put<double>(value, out) || put<float>(value, out))
         return out;
     if (const char* const* text = std::any_cast<const char*>(&value))
-        return *text ? nlohmann::json(*text) : nlohmann::json(nullptr);
+        return *text ? snapshot::text(std::string(*text)) : nlohmann::json(nullptr);
     if (const plist::Value* plistValue = std::any_cast<plist::Value>(&value))
         return plist::json::toJson(*plistValue);
     if (!value.has_value())

@@ -15,43 +15,6 @@
 #include <exception>
 #include <set>
 
-// Snapshot format:
-//
-//   {"revision": n,                       the last change batch sent before it
-//    "screen": {"width": 312, "height": 390},
-//    "started": bool, "currentPage": i, "visibleScreen": "<screen id>" | null,
-//    "pages": [screen, ...], "modals": [screen, ...] (bottom first),
-//    "glance": {"visible": bool, "screen": screen | null}}
-//
-//   screen = {"id": "page-0" | "modal-<n>" | "glance", "controller": "<layout name>",
-//             "class": "<class>", "role": "page" | "modal" | "glance", "title": s | null,
-//             "active": bool, "context": {...}, "contentHeight": pixels,
-//             "objects": [object, ...], "menu": object}
-//
-//   object = {"id", "kind", "outlet"?, "frame": {"x", "y", "width", "height"}, "hidden",
-//             "action"?, "segue"?, "style"?, the kind's state, "children"?: [object, ...]}
-//     group:  backgroundImage, backgroundColor, animation? {frames, duration, repeatCount,
-//             running, startCount}
-//     button: title, backgroundImage, backgroundColor, enabled
-//     label:  text, textColor           image: image
-//     slider: value, minimum, maximum, steps, color, enabled
-//     switch: on, color, title, enabled
-//     timer:  date, running, stoppedAt (seconds since 1970)
-//     table:  rows: [{"rowType", "selectable", "group": object}, ...]
-//     menu:   items: [{"image": {"name"}, "title", "action"}], open
-//   An image is null, {"name": "<asset>"} or {"data": "<id>", "bytes", "type", "width",
-//   "height"}, the bytes being served by imageWithId(); a colour is {"red", "green",
-//   "blue", "alpha"} or null. Frames are pixels from the top left of the screen's content.
-//
-// Change batches: {"revision": n, "changes": [record, ...]}, records in this order:
-//   {"change": "navigation", ...the snapshot's started, currentPage, visibleScreen, plus
-//    "pages": [ids], "modals": [ids], "glance": {"visible", "screen": id | null},
-//    "active": id | null}
-//   {"change": "screenRemoved", "screen": id}
-//   {"change": "screenAdded", "screen": screen}
-//   {"change": "object", "screen": id, "object": object}   children by id only; a table's
-//                                                           rows whole; also when only its
-//                                                           frame moved
 namespace vexo::watchkit {
 
 namespace {

@@ -1,5 +1,7 @@
 #include "platform/watchkit/ImageContent.h"
 
+#include "platform/watchkit/SnapshotFormat.h"
+
 namespace vexo::watchkit {
 
 ImageContent ImageContent::named(std::string name) {
@@ -16,7 +18,7 @@ ImageContent ImageContent::withData(std::shared_ptr<const ImageData> data) {
 
 nlohmann::json ImageContent::toJson() const {
     if (m_name)
-        return {{"name", *m_name}};
+        return {{"name", snapshot::text(m_name)}};
     if (m_data) {
         return {{"data", m_data->id},
                 {"bytes", m_data->bytes.size()},

@@ -33,7 +33,7 @@ void Label::setTextColor(std::optional<Color> color) {
 }
 
 void Label::writeState(nlohmann::json& out, const FrameMap&) const {
-    out["text"] = m_text ? nlohmann::json(*m_text) : nlohmann::json(nullptr);
+    out["text"] = snapshot::text(m_text);
     out["textColor"] = snapshot::color(m_textColor);
 }
 

@@ -1,5 +1,7 @@
 #include "platform/watchkit/Menu.h"
 
+#include "platform/watchkit/SnapshotFormat.h"
+
 namespace vexo::watchkit {
 
 Menu::Menu(ObjectInit init) : InterfaceObject(kKind, std::move(init)) {}
@@ -35,7 +37,9 @@ void Menu::setOpen(bool open) {
 void Menu::writeState(nlohmann::json& out, const FrameMap&) const {
     nlohmann::json items = nlohmann::json::array();
     for (const Item& item : m_items)
-        items.push_back({{"image", {{"name", item.imageName}}}, {"title", item.title}, {"action", item.action}});
+        items.push_back({{"image", {{"name", snapshot::text(item.imageName)}}},
+                         {"title", snapshot::text(item.title)},
+                         {"action", item.action}});
     out["items"] = std::move(items);
     out["open"] = m_open;
 }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <string>
 
 // How values appear in snapshots and change records, so that every writer spells them alike.
 namespace vexo::watchkit::snapshot {
@@ -15,6 +16,10 @@ namespace vexo::watchkit::snapshot {
 
 // {"x": x, "y": y, "width": w, "height": h}, in pixels.
 [[nodiscard]] nlohmann::json rect(const graphics::Rect& rect);
+
+// `text` as a JSON string, each malformed UTF-8 sequence replaced by U+FFFD, so that a
+// snapshot always dumps (song titles come from file tags); null for nothing.
+[[nodiscard]] nlohmann::json text(const std::optional<std::string>& text);
 
 // Seconds since 1970-01-01 UTC, as a browser's Date takes them (divided by 1000).
 [[nodiscard]] double secondsSince1970(std::chrono::system_clock::time_point time);

@@ -49,7 +49,7 @@ void Switch::setEnabled(bool enabled) {
 void Switch::writeState(nlohmann::json& out, const FrameMap&) const {
     out["on"] = m_on;
     out["color"] = snapshot::color(m_color);
-    out["title"] = m_title ? nlohmann::json(*m_title) : nlohmann::json(nullptr);
+    out["title"] = snapshot::text(m_title);
     out["enabled"] = m_enabled;
 }
 

@@ -1,6 +1,7 @@
 #include "TestInterface.h"
 
 #include "platform/watchkit/Screen.h"
+#include "platform/watchkit/SnapshotFormat.h"
 #include "platform/watchkit/StackLayout.h"
 #include "support/WatchSnapshot.h"
 
@@ -288,4 +289,25 @@ TEST(SnapshotTest, EventsAndSnapshotsMayBePostedFromAnotherThread) {
     app.host.reset();
     app.loop.runUntilIdle();
     EXPECT_EQ(answer, "the interface has gone");
+}
+
+TEST(SnapshotTest, TextsAlwaysDumpAsJson) {
+    const std::string replacement = "\xEF\xBF\xBD";
+    const struct {
+        std::string in;
+        std::string out;
+    } rows[] = {
+        {"Caf\xC3\xA9 \xF0\x9F\x8E\xB5", "Caf\xC3\xA9 \xF0\x9F\x8E\xB5"},
+        {"a\xFF" "b", "a" + replacement + "b"},
+        {"cut \xC3", "cut " + replacement},
+        {"\xED\xA0\x80", replacement + replacement + replacement},  // a surrogate
+        {"\xC0\xAF", replacement + replacement},                      // an overlong slash
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(snapshot::text(row.in), row.out) << row.out;
+
+    TestApplication app;
+    ASSERT_TRUE(app.host->start().ok());
+    app.page<PageController>(0)->m_titleLabel->setText("Tag \xFF from a file");
+    EXPECT_NO_THROW((void)app.host->snapshot().dump());
 }
