@@ -1,5 +1,7 @@
 #include "platform/media/FileURL.h"
 
+#include "platform/plist/NumericText.h"
+
 #include <array>
 #include <cctype>
 
@@ -16,16 +18,6 @@ constexpr auto kUnreserved = [] {
     }
     return table;
 }();
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
 
 bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
     if (text.size() < prefix.size())
@@ -83,8 +75,8 @@ std::optional<std::filesystem::path> FileURL::toPath(std::string_view url) {
         }
         if (i + 2 >= rest.size())
             return std::nullopt;
-        const int high = hexDigit(rest[i + 1]);
-        const int low = hexDigit(rest[i + 2]);
+        const int high = plist::text::hexDigitValue(rest[i + 1]);
+        const int low = plist::text::hexDigitValue(rest[i + 2]);
         if (high < 0 || low < 0 || (high == 0 && low == 0))
             return std::nullopt;
         path += static_cast<char>(high * 16 + low);

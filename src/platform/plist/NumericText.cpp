@@ -108,6 +108,8 @@ template <typename Floating> Floating scanFloating(std::string_view text) {
     return negative ? -value : value;
 }
 
+} // namespace
+
 int hexDigitValue(char c) {
     if (c >= '0' && c <= '9')
         return c - '0';
@@ -117,8 +119,6 @@ int hexDigitValue(char c) {
         return c - 'A' + 10;
     return -1;
 }
-
-} // namespace
 
 std::int64_t scanInteger(std::string_view text) {
     text = skipBlanks(text);

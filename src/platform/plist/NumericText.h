@@ -27,6 +27,9 @@ float scanFloat(std::string_view text);
 // Y, y, T, t or a digit 1-9.
 bool scanBool(std::string_view text);
 
+// The value of one hexadecimal digit of either case, or -1 for any other character.
+int hexDigitValue(char c);
+
 // Unsigned hexadecimal as the host platform's scanner reads it (scanHexLongLong): leading
 // blanks are skipped, an optional "0x"/"0X" prefix is accepted, digits of either case are
 // read until the first other character, a value beyond 64 bits saturates at UINT64_MAX.
