@@ -10,6 +10,7 @@
 #include "platform/graphics/ImageDecoder.h"
 #include "platform/graphics/JpegDecoder.h"
 #include "platform/graphics/RoundArtworkRenderer.h"
+#include "platform/graphics/TestImages.h"
 
 #include <benchmark/benchmark.h>
 
@@ -48,53 +49,21 @@ std::vector<std::uint8_t> noisyRgb(int width, int height) {
     return rgb;
 }
 
-Bytes encodeJpeg(int width, int height) {
-    std::vector<std::uint8_t> rgb = noisyRgb(width, height);
-    jpeg_compress_struct cinfo{};
-    jpeg_error_mgr errors{};
-    cinfo.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&cinfo);
-    unsigned char* buffer = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&cinfo, &buffer, &size);
-    cinfo.image_width = static_cast<JDIMENSION>(width);
-    cinfo.image_height = static_cast<JDIMENSION>(height);
-    cinfo.input_components = 3;
-    cinfo.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, 90, TRUE);
-    jpeg_start_compress(&cinfo, TRUE);
-    while (cinfo.next_scanline < cinfo.image_height) {
-        JSAMPROW row = &rgb[static_cast<std::size_t>(cinfo.next_scanline) * width * 3];
-        jpeg_write_scanlines(&cinfo, &row, 1);
-    }
-    jpeg_finish_compress(&cinfo);
-    Bytes out(buffer, buffer + size);
-    std::free(buffer);
-    jpeg_destroy_compress(&cinfo);
-    return out;
+// The same field as a pixel function for the test images' encoders.
+test::PixelFunction noisyField(int width, int height) {
+    auto rgb = std::make_shared<std::vector<std::uint8_t>>(noisyRgb(width, height));
+    return [rgb, width](int x, int y) {
+        const std::uint8_t* p = &(*rgb)[(static_cast<std::size_t>(y) * width + x) * 3];
+        return Rgba8{p[0], p[1], p[2], 255};
+    };
 }
 
-void appendPng(png_structp png, png_bytep data, png_size_t length) {
-    auto* out = static_cast<Bytes*>(png_get_io_ptr(png));
-    out->insert(out->end(), data, data + length);
+Bytes encodeJpeg(int width, int height) {
+    return test::makeJpeg(width, height, noisyField(width, height), 90);
 }
 
 Bytes encodePng(int width, int height) {
-    std::vector<std::uint8_t> rgb = noisyRgb(width, height);
-    Bytes out;
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png_create_info_struct(png);
-    png_set_write_fn(png, &out, appendPng, nullptr);
-    png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8, PNG_COLOR_TYPE_RGB,
-                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    std::vector<png_bytep> rows(static_cast<std::size_t>(height));
-    for (int y = 0; y < height; ++y)
-        rows[y] = &rgb[static_cast<std::size_t>(y) * width * 3];
-    png_set_rows(png, info, rows.data());
-    png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
-    png_destroy_write_struct(&png, &info);
-    return out;
+    return test::makePng(width, height, noisyField(width, height), /*alpha=*/false);
 }
 
 const Bytes& jpegInput() {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 
 #include <jpeglib.h>
@@ -87,7 +88,11 @@ Bytes makePalettePng(int width, int height, Rgba8 opaque) {
     });
 }
 
-Bytes makeJpeg(int width, int height, const PixelFunction& pixel, int quality, bool progressive) {
+namespace {
+
+// Compresses rows of `components` bytes per pixel that `fillRow` writes for each line.
+Bytes compressJpeg(int width, int height, int components, J_COLOR_SPACE colorSpace, int quality,
+                   bool progressive, const std::function<void(int y, std::uint8_t* row)>& fillRow) {
     jpeg_compress_struct cinfo{};
     jpeg_error_mgr errors{};
     cinfo.err = jpeg_std_error(&errors);
@@ -97,22 +102,16 @@ Bytes makeJpeg(int width, int height, const PixelFunction& pixel, int quality, b
     jpeg_mem_dest(&cinfo, &buffer, &size);
     cinfo.image_width = static_cast<JDIMENSION>(width);
     cinfo.image_height = static_cast<JDIMENSION>(height);
-    cinfo.input_components = 3;
-    cinfo.in_color_space = JCS_RGB;
+    cinfo.input_components = components;
+    cinfo.in_color_space = colorSpace;
     jpeg_set_defaults(&cinfo);
     jpeg_set_quality(&cinfo, quality, TRUE);
     if (progressive)
         jpeg_simple_progression(&cinfo);
     jpeg_start_compress(&cinfo, TRUE);
-    std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * 3);
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * static_cast<std::size_t>(components));
     while (cinfo.next_scanline < cinfo.image_height) {
-        int y = static_cast<int>(cinfo.next_scanline);
-        for (int x = 0; x < width; ++x) {
-            Rgba8 p = pixel(x, y);
-            row[x * 3] = p.red;
-            row[x * 3 + 1] = p.green;
-            row[x * 3 + 2] = p.blue;
-        }
+        fillRow(static_cast<int>(cinfo.next_scanline), row.data());
         JSAMPROW rowPointer = row.data();
         jpeg_write_scanlines(&cinfo, &rowPointer, 1);
     }
@@ -123,33 +122,24 @@ Bytes makeJpeg(int width, int height, const PixelFunction& pixel, int quality, b
     return out;
 }
 
+} // namespace
+
+Bytes makeJpeg(int width, int height, const PixelFunction& pixel, int quality, bool progressive) {
+    return compressJpeg(width, height, 3, JCS_RGB, quality, progressive, [&](int y, std::uint8_t* row) {
+        for (int x = 0; x < width; ++x) {
+            const Rgba8 p = pixel(x, y);
+            row[x * 3] = p.red;
+            row[x * 3 + 1] = p.green;
+            row[x * 3 + 2] = p.blue;
+        }
+    });
+}
+
 Bytes makeCmykJpeg(int width, int height, const std::uint8_t cmyk[4]) {
-    jpeg_compress_struct cinfo{};
-    jpeg_error_mgr errors{};
-    cinfo.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&cinfo);
-    unsigned char* buffer = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&cinfo, &buffer, &size);
-    cinfo.image_width = static_cast<JDIMENSION>(width);
-    cinfo.image_height = static_cast<JDIMENSION>(height);
-    cinfo.input_components = 4;
-    cinfo.in_color_space = JCS_CMYK;
-    jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, 95, TRUE);
-    jpeg_start_compress(&cinfo, TRUE);
-    std::vector<std::uint8_t> row(static_cast<std::size_t>(width) * 4);
-    for (int x = 0; x < width; ++x)
-        std::memcpy(&row[static_cast<std::size_t>(x) * 4], cmyk, 4);
-    while (cinfo.next_scanline < cinfo.image_height) {
-        JSAMPROW rowPointer = row.data();
-        jpeg_write_scanlines(&cinfo, &rowPointer, 1);
-    }
-    jpeg_finish_compress(&cinfo);
-    Bytes out(buffer, buffer + size);
-    std::free(buffer);
-    jpeg_destroy_compress(&cinfo);
-    return out;
+    return compressJpeg(width, height, 4, JCS_CMYK, 95, false, [&](int, std::uint8_t* row) {
+        for (int x = 0; x < width; ++x)
+            std::memcpy(&row[static_cast<std::size_t>(x) * 4], cmyk, 4);
+    });
 }
 
 Bytes withExifOrientation(const Bytes& jpeg, std::uint16_t orientation, bool bigEndian) {
