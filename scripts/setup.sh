@@ -34,6 +34,9 @@ fi
 build_dir=$1
 shift
 if [[ ! -f "$build_dir/build.ninja" ]]; then
-  cmake -S . -B "$build_dir" -G Ninja "$@"
+  launcher=()
+  # ccache is optional: when the machine has it, rebuilds of other trees reuse its objects.
+  if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache); fi
+  cmake -S . -B "$build_dir" -G Ninja "${launcher[@]}" "$@"
 fi
 cmake --build "$build_dir"

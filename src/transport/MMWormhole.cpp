@@ -27,9 +27,10 @@ void wormholeNotificationCallback(const std::string& name) {
         plist::Value(plist::Dictionary{{std::string(MMWormhole::kIdentifierKey), plist::Value(name)}}));
 }
 
-MMWormhole::MMWormhole(std::string applicationGroupIdentifier, std::optional<std::string> directory)
+MMWormhole::MMWormhole(std::string applicationGroupIdentifier, std::optional<std::string> directory,
+                       runtime::RunLoop* loop)
     : m_applicationGroupIdentifier(std::move(applicationGroupIdentifier)),
-      m_directory(std::move(directory)) {
+      m_directory(std::move(directory)), m_loop(loop) {
     runtime::NotificationCenter::defaultCenter().addObserver(
         this, [this](const runtime::Notification& notification) {
             didReceiveMessageNotification(notification);
@@ -132,6 +133,8 @@ std::shared_ptr<ipc::NotifyCenter> MMWormhole::notifyCenter() {
         m_applicationGroupIdentifier);
     if (!container)
         return nullptr;
+    if (m_loop != nullptr)
+        return ipc::NotifyCenter::forContainer(*container, *m_loop);
     return ipc::NotifyCenter::forContainer(*container);
 }
 

@@ -16,6 +16,9 @@
 namespace vexo::ipc {
 class NotifyCenter;
 }
+namespace vexo::runtime {
+class RunLoop;
+}
 
 // A last-value mailbox per message identifier between the phone application and the watch.
 //
@@ -29,8 +32,8 @@ class NotifyCenter;
 // no file. So does any identifier that is not one plain file-name component (empty, holding
 // "/" or NUL, "." or "..").
 //
-// Every member is for the main loop's thread (the calling thread's current run loop delivers
-// the notifications). Listeners run synchronously inside the delivery. No operation reports an
+// Every member is for the thread of the loop that delivers the notifications: the loop given
+// at construction, else the calling thread's current loop. Listeners run synchronously inside the delivery. No operation reports an
 // error: a missing container, a failed write or a missing file degrade silently.
 namespace vexo::transport {
 
@@ -44,8 +47,11 @@ public:
     [[nodiscard]] static std::unique_ptr<MMWormhole> init() { return nullptr; }
 
     // Copies both strings and subscribes to the in-process "MMWormholeNotificationName". Touches
-    // no file and registers no cross-process observer.
-    MMWormhole(std::string applicationGroupIdentifier, std::optional<std::string> directory);
+    // no file and registers no cross-process observer. Cross-process notifications are
+    // delivered on `loop`, or, when it is nullptr, on the current loop of the thread that
+    // listens. REQUIRES: `loop` outlives the instance.
+    MMWormhole(std::string applicationGroupIdentifier, std::optional<std::string> directory,
+               runtime::RunLoop* loop = nullptr);
 
     // Leaves the in-process centre, then removes every cross-process registration.
     ~MMWormhole();
@@ -101,12 +107,13 @@ private:
     void didReceiveMessageNotification(const runtime::Notification& notification);
     Listener listenerBlockForIdentifier(std::string_view identifier) const;
 
-    // The cross-process centre of this instance's container; nothing without a container or
-    // outside a run loop.
+    // The cross-process centre of this instance's container on its loop; nothing without a
+    // container, or without a loop given and outside a run loop.
     std::shared_ptr<ipc::NotifyCenter> notifyCenter();
 
     std::string m_applicationGroupIdentifier;
     std::optional<std::string> m_directory;
+    runtime::RunLoop* m_loop;
     ipc::FileManager m_fileManager;
     std::map<std::string, Listener, std::less<>> m_listenerBlocks;
     // Centres this instance registered with, so that teardown reaches every registration.
