@@ -1,5 +1,6 @@
 // Local notifications from the phone, shown as banners over the watch with their action
-// buttons. Choosing an action hands it to the watch with the notification's user info.
+// buttons. The watch keeps them open until one of its pages acts on or dismisses them, so
+// every tab shows the same banners.
 
 const kMaximumBanners = 3;
 
@@ -8,19 +9,37 @@ export class Banners {
     this.container = container;
     this.onEvent = onEvent;
     this.onMessage = onMessage;
-    this.seen = new Set();
+    this.banners = new Map(); // notification id -> element
+  }
+
+  // The notifications open now (a page that connects starts with them).
+  replaceAll(notifications) {
+    for (const id of [...this.banners.keys()]) this.close(id);
+    for (const notification of notifications) this.show(notification);
+  }
+
+  close(id) {
+    const banner = this.banners.get(id);
+    if (!banner) return;
+    this.banners.delete(id);
+    const focusWasInside = banner.contains(document.activeElement);
+    banner.remove();
+    this.#layout();
+    if (focusWasInside) document.querySelector('#screen')?.focus();
+  }
+
+  // The oldest beyond the few that fit stay open on the watch, out of sight.
+  #layout() {
+    [...this.container.children].forEach((element, index) => { element.hidden = index >= kMaximumBanners; });
   }
 
   show(notification) {
-    if (!notification || typeof notification !== 'object') return;
-    // A notification sent again after a reconnection is shown once.
-    const key = notification.id ?? notification.sequence;
-    if (key !== undefined) {
-      if (this.seen.has(key)) return;
-      this.seen.add(key);
-    }
+    if (!notification || typeof notification !== 'object' || typeof notification.id !== 'string') return;
+    if (this.banners.has(notification.id)) return;
+    const id = notification.id;
     const banner = document.createElement('section');
     banner.className = 'banner';
+    banner.dataset.notification = id;
     banner.setAttribute('role', 'alertdialog');
     const titleId = `banner-${Math.random().toString(36).slice(2)}`;
     banner.setAttribute('aria-labelledby', titleId);
@@ -31,7 +50,11 @@ export class Banners {
     dismiss.className = 'banner-dismiss';
     dismiss.textContent = '×';
     dismiss.setAttribute('aria-label', 'Dismiss the notification');
-    dismiss.addEventListener('click', () => this.#remove(banner));
+    dismiss.addEventListener('click', async () => {
+      const result = await this.onEvent({ type: 'dismissNotification', notification: id });
+      // One that is gone already (another tab acted on it) goes here too.
+      if (!result?.ok) this.close(id);
+    });
     head.append(app, dismiss);
     const title = Object.assign(document.createElement('h2'), { className: 'banner-title', id: titleId });
     title.textContent = notification.alertTitle || 'Vexo';
@@ -47,28 +70,17 @@ export class Banners {
       button.textContent = action.title || action.identifier;
       button.addEventListener('click', async () => {
         for (const b of actions.querySelectorAll('button')) b.disabled = true;
-        const result = await this.onEvent({
-          type: 'notificationAction',
-          identifier: action.identifier,
-          userInfo: notification.userInfo && typeof notification.userInfo === 'object' ? notification.userInfo : {},
-        });
+        const result = await this.onEvent({ type: 'notificationAction', notification: id, identifier: action.identifier });
         if (result?.ok === false) {
           this.onMessage?.(`The watch refused “${button.textContent}”: ${result.error}`);
           for (const b of actions.querySelectorAll('button')) b.disabled = false;
-          return;
         }
-        this.#remove(banner);
       });
       actions.append(button);
     }
     banner.append(head, title, body, actions);
+    this.banners.set(id, banner);
     this.container.prepend(banner);
-    while (this.container.children.length > kMaximumBanners) this.container.lastElementChild.remove();
-  }
-
-  #remove(banner) {
-    const focusWasInside = banner.contains(document.activeElement);
-    banner.remove();
-    if (focusWasInside) document.querySelector('#screen')?.focus();
+    this.#layout();
   }
 }

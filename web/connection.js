@@ -5,47 +5,32 @@ const kMinimumDelay = 250;
 const kMaximumDelay = 4000;
 const kEventTimeout = 10000;
 
-// What a message of the stream is. Results answer an event we sent (they carry our "id");
-// a snapshot has "pages"; a batch has "changes"; the rest say their type.
+// What a message of the stream is, by its "type" (see vexo-watch's WatchFace):
+// snapshot, changes, log, notifications, notification, notificationClosed, result.
 export function classify(message) {
   if (!message || typeof message !== 'object' || Array.isArray(message)) return 'unknown';
-  if (typeof message.type === 'string') {
-    switch (message.type) {
-      case 'snapshot': return 'snapshot';
-      case 'changes': case 'batch': return 'batch';
-      case 'result': case 'eventResult': return 'result';
-      case 'log': case 'protocolLog': case 'protocol': return 'log';
-      case 'notification': case 'localNotification': return 'notification';
-      case 'pong': case 'echo': return 'echo';
-      default: break;
-    }
+  switch (message.type) {
+    case 'snapshot': return message.snapshot && typeof message.snapshot === 'object' ? 'snapshot' : 'unknown';
+    case 'changes': return Array.isArray(message.changes) ? 'batch' : 'unknown';
+    case 'log': return Array.isArray(message.records) ? 'log' : 'unknown';
+    case 'notifications': return Array.isArray(message.notifications) ? 'notifications' : 'unknown';
+    case 'notification': return message.notification && typeof message.notification === 'object' ? 'notification' : 'unknown';
+    case 'notificationClosed': return 'notificationClosed';
+    case 'result': return 'result';
+    default: return 'unknown';
   }
-  if (Array.isArray(message.pages) && message.screen) return 'snapshot';
-  if (Array.isArray(message.changes)) return 'batch';
-  if ('id' in message && ('ok' in message || 'result' in message)) return 'result';
-  if (message.protocolLog || message.log) return 'log';
-  if ('sequence' in message && 'direction' in message && 'identifier' in message) return 'log';
-  if (message.notification) return 'notification';
-  if ('alertTitle' in message || 'alertBody' in message) return 'notification';
-  return 'unknown';
 }
 
-// The body of a log or notification message, whether it comes wrapped or not.
-export function unwrap(message, kind) {
-  if (kind === 'log') return message.protocolLog ?? message.log ?? message.record ?? message;
-  if (kind === 'notification') return message.notification ?? message.record ?? message;
-  return message;
-}
-
-// {ok, error?} from a result message, wrapped ({"result": {...}}) or flat.
+// {ok, status, error?} of a result message.
 export function resultOf(message) {
-  const inner = message.result && typeof message.result === 'object' ? message.result : message;
-  return { ok: inner.ok === true, error: inner.error ?? (inner.ok === true ? undefined : 'refused') };
+  const ok = message.ok === true;
+  return { ok, status: message.status ?? (ok ? 200 : 409), error: ok ? undefined : (message.error ?? 'refused') };
 }
 
 export class Connection {
-  // handlers: onSnapshot(s), onBatch(b), onLog(record), onNotification(n), onStatus(state,
-  // detail) with state 'connecting' | 'open' | 'closed'.
+  // handlers: onSnapshot(snapshot), onBatch(batch), onLogReset(), onLog(record), onNotifications(all open),
+  // onNotification(one), onNotificationClosed(id), onStatus(state, detail) with state
+  // 'connecting' | 'open' | 'closed'.
   constructor(handlers, { location = window.location } = {}) {
     this.handlers = handlers;
     const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
@@ -54,9 +39,10 @@ export class Connection {
     this.delay = kMinimumDelay;
     this.nextId = 1;
     this.pending = new Map(); // id -> {resolve, timer}
-    this.echoes = new Map();
+    this.unnamed = []; // waiting for a result without "id" (an answer to a non-JSON message)
     this.retryTimer = null;
     this.state = 'connecting';
+    this.welcomed = true;
   }
 
   start() {
@@ -80,7 +66,7 @@ export class Connection {
     return new Promise((resolve) => {
       const timer = setTimeout(() => {
         this.pending.delete(id);
-        resolve({ ok: false, error: 'the watch did not answer' });
+        resolve({ ok: false, status: 0, error: 'the watch did not answer' });
       }, kEventTimeout);
       this.pending.set(id, { resolve, timer });
       this.socket.send(JSON.stringify({ ...event, id }));
@@ -95,9 +81,10 @@ export class Connection {
         body: JSON.stringify(event),
       });
       const body = await response.json().catch(() => ({}));
-      return { ok: response.ok && body.ok !== false, error: body.error ?? (response.ok ? undefined : `HTTP ${response.status}`) };
+      const ok = response.ok && body.ok !== false;
+      return { ok, status: response.status, error: ok ? undefined : (body.error ?? `HTTP ${response.status}`) };
     } catch {
-      return { ok: false, error: 'the watch is not reachable' };
+      return { ok: false, status: 0, error: 'the watch is not reachable' };
     }
   }
 
@@ -122,6 +109,7 @@ export class Connection {
       if (this.socket !== socket) return;
       this.socket = null;
       this.#failPending('the connection closed');
+      for (const waiting of this.unnamed.splice(0)) waiting(-1);
       this.#scheduleRetry();
     });
     socket.addEventListener('error', () => {
@@ -138,10 +126,27 @@ export class Connection {
       return;
     }
     const kind = classify(message);
+    const handlers = this.handlers;
     switch (kind) {
-      case 'snapshot': this.handlers.onSnapshot?.(message.snapshot ?? message); break;
-      case 'batch': this.handlers.onBatch?.(message); break;
+      case 'snapshot':
+        this.welcomed = false;
+        handlers.onSnapshot?.(message.snapshot);
+        break;
+      case 'batch': handlers.onBatch?.(message); break;
+      case 'log':
+        // The first log message after a snapshot holds every record the watch keeps.
+        if (!this.welcomed) handlers.onLogReset?.();
+        this.welcomed = true;
+        for (const record of message.records) handlers.onLog?.(record);
+        break;
+      case 'notifications': handlers.onNotifications?.(message.notifications); break;
+      case 'notification': handlers.onNotification?.(message.notification); break;
+      case 'notificationClosed': handlers.onNotificationClosed?.(message.id); break;
       case 'result': {
+        if (!('id' in message)) {
+          this.unnamed.shift()?.(performance.now());
+          break;
+        }
         const waiting = this.pending.get(message.id);
         if (waiting) {
           this.pending.delete(message.id);
@@ -150,24 +155,26 @@ export class Connection {
         }
         break;
       }
-      case 'echo': {
-        const waiting = this.echoes.get(message.id);
-        if (waiting) {
-          this.echoes.delete(message.id);
-          waiting(performance.now());
-        }
-        break;
-      }
-      case 'log': this.handlers.onLog?.(unwrap(message, kind)); break;
-      case 'notification': this.handlers.onNotification?.(unwrap(message, kind)); break;
       default: break;
     }
+  }
+
+  // The cheapest round trip the stream has: a message that is not JSON, answered at once by
+  // the server without reaching the watch. Resolves with the milliseconds it took, or -1
+  // when the stream is closed.
+  roundTrip() {
+    if (!this.isOpen) return Promise.resolve(-1);
+    const start = performance.now();
+    return new Promise((resolve) => {
+      this.unnamed.push((end) => resolve(end - start));
+      this.socket.send('.');
+    });
   }
 
   #failPending(reason) {
     for (const { resolve, timer } of this.pending.values()) {
       clearTimeout(timer);
-      resolve({ ok: false, error: reason });
+      resolve({ ok: false, status: 0, error: reason });
     }
     this.pending.clear();
   }

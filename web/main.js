@@ -63,8 +63,11 @@ const connection = new Connection({
     if (changes.gap) resynchronise();
     else if (!changes.stale) view.applyChanges(changes);
   },
+  onLogReset: () => log.reset(),
   onLog: (record) => log.add(record),
+  onNotifications: (notifications) => banners.replaceAll(notifications),
   onNotification: (notification) => banners.show(notification),
+  onNotificationClosed: (id) => banners.close(id),
   onStatus(status, detail) {
     document.body.dataset.connection = status;
     if (status === 'open') {

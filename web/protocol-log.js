@@ -70,12 +70,7 @@ export class ProtocolLogPanel {
     this.paused = false;
     this.held = [];
     this.filter.addEventListener('input', () => this.#applyFilter());
-    root.querySelector('#log-clear').addEventListener('click', () => {
-      this.records.clear();
-      this.held = [];
-      this.list.replaceChildren();
-      this.#updateCount();
-    });
+    root.querySelector('#log-clear').addEventListener('click', () => this.reset());
     this.pause.addEventListener('click', () => {
       this.paused = !this.paused;
       this.pause.setAttribute('aria-pressed', String(this.paused));
@@ -86,6 +81,14 @@ export class ProtocolLogPanel {
         for (const record of held) this.add(record);
       }
     });
+    this.#updateCount();
+  }
+
+  // Forgets every record (the watch sends the ones it keeps again on a new connection).
+  reset() {
+    this.records.clear();
+    this.held = [];
+    this.list.replaceChildren();
     this.#updateCount();
   }
 

@@ -88,19 +88,23 @@ test('every button has a name, from its title, labels, action or image', () => {
   for (const [object, texts, expected] of rows) assert.equal(buttonName(object, texts), expected);
 });
 
-test('stream messages are told apart', () => {
+test('stream messages are told apart by their type', () => {
   const rows = [
-    [{ revision: 0, screen: {}, pages: [] }, 'snapshot'],
-    [{ revision: 3, changes: [] }, 'batch'],
-    [{ id: 'e1', ok: true }, 'result'],
-    [{ type: 'result', id: 'e2', result: { ok: false, error: 'no' } }, 'result'],
-    [{ sequence: 1, identifier: 'mixerStatus', direction: 'fromPhone', time: 0, contents: {} }, 'log'],
-    [{ type: 'notification', notification: {} }, 'notification'],
-    [{ alertTitle: 'Load', actions: [] }, 'notification'],
+    [{ type: 'snapshot', snapshot: { pages: [] } }, 'snapshot'],
+    [{ type: 'snapshot' }, 'unknown'],
+    [{ type: 'changes', revision: 3, changes: [] }, 'batch'],
+    [{ type: 'log', records: [] }, 'log'],
+    [{ type: 'log', records: {} }, 'unknown'],
+    [{ type: 'notifications', notifications: [] }, 'notifications'],
+    [{ type: 'notification', notification: { id: 'n1' } }, 'notification'],
+    [{ type: 'notificationClosed', id: 'n1' }, 'notificationClosed'],
+    [{ type: 'result', id: 'e1', ok: true, status: 200 }, 'result'],
+    [{ type: 'surprise' }, 'unknown'],
     [[1, 2], 'unknown'],
     [null, 'unknown'],
   ];
   for (const [message, kind] of rows) assert.equal(classify(message), kind, JSON.stringify(message));
-  assert.deepEqual(resultOf({ id: 'e2', result: { ok: false, error: 'no' } }), { ok: false, error: 'no' });
-  assert.deepEqual(resultOf({ id: 'e1', ok: true }), { ok: true, error: undefined });
+  assert.deepEqual(resultOf({ id: 'e2', ok: false, status: 409, error: 'no' }), { ok: false, status: 409, error: 'no' });
+  assert.deepEqual(resultOf({ id: 'e1', ok: true, status: 200 }), { ok: true, status: 200, error: undefined });
+  assert.deepEqual(resultOf({ ok: false }), { ok: false, status: 409, error: 'refused' });
 });
