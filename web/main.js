@@ -83,7 +83,7 @@ const connection = new Connection({
 connection.start();
 
 // For tests and the benchmark: the page's state and link, read-only by convention.
-window.vexoFace = { state, connection, view };
+window.vexoFace = { state, connection, view, log: log.records };
 
 // Glance and menu controls beside the watch.
 glanceButton.addEventListener('click', () => send({ type: state.navigation.glance.visible ? 'hideGlance' : 'showGlance' }));

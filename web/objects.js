@@ -50,6 +50,7 @@ export function createElement(object) {
   element.dataset.id = object.id;
   element.dataset.kind = object.kind;
   if (object.outlet) element.dataset.outlet = object.outlet;
+  if (object.action) element.dataset.action = object.action;
   return element;
 }
 
@@ -78,6 +79,13 @@ function applyStyle(element, object) {
   element.dataset.align = style.textAlignment ?? '';
 }
 
+// What an object shows, for tests and styles: the asset name, or "data:<id>" for image data.
+function imageTag(image) {
+  if (image?.name) return image.name.replace(/\.png$/, '');
+  if (image?.data) return `data:${image.data}`;
+  return '';
+}
+
 function setBackgroundImage(element, image) {
   const url = imageUrl(image);
   const value = url ? `url("${url}")` : '';
@@ -104,8 +112,7 @@ export function update(element, object, parentFrame, texts = []) {
       element.firstChild.textContent = object.title ?? '';
       element.disabled = object.enabled === false;
       element.setAttribute('aria-label', buttonName(object, texts));
-      const image = object.backgroundImage?.name ?? '';
-      element.dataset.image = image.replace(/\.png$/, '');
+      element.dataset.image = imageTag(object.backgroundImage);
       break;
     }
     case 'label':
@@ -122,7 +129,7 @@ export function update(element, object, parentFrame, texts = []) {
         element.style.visibility = 'hidden';
       }
       element.alt = object.outlet === 'artworkImage' ? 'Artwork' : '';
-      element.dataset.image = (object.image?.name ?? (object.image?.data ? 'data' : '')).replace(/\.png$/, '');
+      element.dataset.image = imageTag(object.image);
       break;
     }
     case 'slider':

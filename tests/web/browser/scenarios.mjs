@@ -1,0 +1,257 @@
+// The watch face in a real browser against real vexo-watch and vexo-phone processes: what a
+// person sees and does, step by step, with a screenshot of each step.
+//
+//   node scenarios.mjs --watch PATH --phone PATH --library PATH --web-root DIR --screenshots DIR
+//
+// Prints one line per scenario and "N passed, N failed"; exits 77 (skipped) with one line
+// when Chromium, playwright-core or a program is missing.
+import assert from 'node:assert/strict';
+import { Face, action, escapeRegExp as escape, loadSong, outlet } from './face.mjs';
+import { Skip, launchBrowser, parseArgs, run, startPrograms } from './harness.mjs';
+
+const options = parseArgs(process.argv.slice(2));
+const viewport = { width: 1280, height: 860 };
+
+const deck = (n) => `turntable${n}`;
+
+const scenarios = [
+  ['the three pages appear', async ({ face }) => {
+    const controllers = await face.page.$$eval('#pages > section', (s) => s.map((e) => e.dataset.controller));
+    assert.deepEqual(controllers, ['turntable1', 'mixer', 'turntable2']);
+    assert.equal(await face.page.locator('#dots .dot').count(), 3);
+    for (const page of [0, 1, 2]) {
+      await face.showPage(page);
+      await face.shot(`page-${page + 1}`);
+    }
+    await face.showPage(0);
+    assert.equal(await face.text(outlet(deck(1), 'nameLabel')), '--');
+  }],
+
+  ['library, playlist, row: the deck shows the song and its round artwork', async ({ face, state }) => {
+    state.song1 = await loadSong(face, 1);
+    await face.waitForText(outlet(deck(1), 'nameLabel'), new RegExp(`^${escape(state.song1)}$`));
+    await face.waitForImage(outlet(deck(1), 'artworkButton'), /^data:/);
+    // The artwork is the round picture the watch drew: a 92-point square PNG.
+    const size = await face.page.$eval(outlet(deck(1), 'artworkButton'), async (element) => {
+      const image = window.vexoFace.state.object(element.dataset.id).backgroundImage;
+      return [image.type, image.width, image.height];
+    });
+    assert.deepEqual(size, ['image/png', 92, 92]);
+    await face.shot('deck1-loaded');
+  }],
+
+  ['play shows pause only after the phone says it plays', async ({ face, programs }) => {
+    const play = outlet(deck(1), 'playButton');
+    await face.waitForImage(play, /^turntable-play-active$/);
+    const sent = (await face.logRecords()).length;
+    programs.phone.signal('SIGSTOP');
+    try {
+      await face.page.click(play);
+      // The action left for the phone...
+      await face.wait((n) => window.vexoFace.log.records.length > n &&
+        window.vexoFace.log.records.some((r) => r.direction === 'toPhone' && JSON.stringify(r.contents).includes('"action":0')), sent);
+      await face.page.waitForTimeout(300);
+      // ...but the phone has not answered, so the button still says play.
+      assert.equal(await face.image(play), 'turntable-play-active');
+      await face.shot('play-tapped-phone-silent');
+    } finally {
+      programs.phone.signal('SIGCONT');
+    }
+    await face.waitForImage(play, /^turntable-pause-active$/);
+    await face.shot('playing');
+  }],
+
+  ['the glance shows the audible deck\'s song', async ({ face, state }) => {
+    await face.page.click('#glance-button');
+    await face.wait(() => window.vexoFace.state.navigation.glance.visible);
+    await face.waitForText(outlet('glance', 'nameLabel'), new RegExp(`^${escape(state.song1)}$`));
+    await face.waitForImage(outlet('glance', 'artworkImage'), /^data:/);
+    await face.shot('glance');
+    await face.page.keyboard.press('Escape');
+    await face.wait(() => !window.vexoFace.state.navigation.glance.visible);
+  }],
+
+  ['the crossfader buttons move the crossfader in manual mode', async ({ face }) => {
+    await face.showPage(1);
+    const image = outlet('mixer', 'crossfaderImage');
+    await face.waitForImage(image, /^mixer-crossfader-manual\d-f$/);
+    await face.page.click(action('mixer', 'crossfadeLeft'));
+    await face.waitForImage(image, /^mixer-crossfader-manual1-f$/);
+    await face.page.click(action('mixer', 'crossfadeLeft'));
+    await face.waitForImage(image, /^mixer-crossfader-manual0-f$/);
+    await face.shot('crossfader-left');
+    for (let i = 0; i < 4; i++) await face.page.click(action('mixer', 'crossfadeRight'));
+    await face.waitForImage(image, /^mixer-crossfader-manual4-f$/);
+    await face.page.click(action('mixer', 'crossfadeMiddle'));
+    await face.waitForImage(image, /^mixer-crossfader-manual2-f$/);
+    await face.shot('crossfader-middle');
+  }],
+
+  ['the transitions switch shows and hides the list', async ({ face }) => {
+    await face.showPage(1);
+    await face.page.click('section[data-controller="mixer"] .wk-button[aria-label^="Transitions"]');
+    await face.waitForVisible('transitions');
+    const toggle = outlet('transitions', 'transitionModeSwitch');
+    const duration = outlet('transitions', 'transitionDurationGroup');
+    const rows = 'section[data-controller="transitions"] .wk-row';
+    assert.equal(await face.page.getAttribute(toggle, 'aria-checked'), 'false');
+    assert.equal(await face.page.locator(rows).count(), 0);
+    assert.equal(await face.page.isHidden(duration), true);
+    await face.shot('transitions-manual');
+    await face.page.click(toggle);
+    await face.wait((s) => document.querySelector(s)?.getAttribute('aria-checked') === 'true', toggle);
+    await face.page.waitForSelector(duration, { state: 'visible' });
+    await face.page.waitForSelector(`${rows}.selectable`);
+    await face.shot('transitions-automatic');
+    await face.page.click(toggle);
+    await face.wait((s) => document.querySelectorAll(s).length === 0, rows);
+    assert.equal(await face.page.isHidden(duration), true);
+    // Automatic again for the next scenario, then back to the mixer with the close control.
+    await face.page.click(toggle);
+    await face.page.waitForSelector(`${rows}.selectable`);
+    await face.page.click('section[data-controller="transitions"] .wk-close');
+    await face.waitForVisible('mixer');
+  }],
+
+  ['the crossfader buttons send transitions in automatic mode', async ({ face }) => {
+    const image = outlet('mixer', 'crossfaderImage');
+    await face.waitForImage(image, /^mixer-crossfader-auto\d-f$/);
+    const before = (await face.logRecords())[0]?.sequence ?? 0;
+    await face.page.click(action('mixer', 'crossfadeRight'));
+    await face.wait((n) => window.vexoFace.log.records.some((r) => r.sequence > n && r.direction === 'toPhone' &&
+      /"action":5\b/.test(JSON.stringify(r.contents))), before);
+    // The phone runs the transition; the crossfader follows its status to deck 2.
+    await face.waitForImage(image, /^mixer-crossfader-auto4-f$/);
+    await face.shot('crossfader-automatic');
+  }],
+
+  ['automix through the menu changes the menu\'s title', async ({ face }) => {
+    await face.showPage(1);
+    const menuTitle = '#menu .menu-title';
+    await face.page.click(outlet('mixer', 'crossfaderImage'), { button: 'right' });
+    await face.page.waitForSelector(menuTitle);
+    assert.equal(await face.text(menuTitle), 'Automix Off');
+    await face.shot('menu-automix-off');
+    await face.page.click('#menu .menu-item');
+    await face.page.waitForSelector('#menu', { state: 'hidden' });
+    await face.wait(() => {
+      const screen = window.vexoFace.state.visibleScreen();
+      return window.vexoFace.state.object(screen.menuId)?.items?.[0]?.title === 'Automix On';
+    });
+    await face.page.keyboard.press('m');
+    await face.page.waitForSelector(menuTitle);
+    assert.equal(await face.text(menuTitle), 'Automix On');
+    await face.shot('menu-automix-on');
+    await face.page.keyboard.press('Escape');
+    await face.page.waitForSelector('#menu', { state: 'hidden' });
+  }],
+
+  ['a load notification for deck 2 brings page 2 to the front', async ({ face, programs }) => {
+    await face.showPage(1);
+    await programs.notifyLoad(2);
+    const banner = '#banners .banner';
+    await face.page.waitForSelector(banner);
+    await face.shot('notification');
+    await face.page.click(`${banner} .banner-action[data-identifier="VXTUserNotificationActionLoad"]`);
+    await face.waitForPage(2);
+    await face.page.waitForSelector(banner, { state: 'detached' });
+    await face.shot('notification-deck2');
+  }],
+
+  ['two tabs stay in sync', async ({ face, browser, programs }) => {
+    const other = new Face(await browser.newPage({ viewport }), face.screenshots);
+    other.count = face.count;
+    try {
+      await other.open(programs.url);
+      await face.showPage(0);
+      await other.waitForPage(0);
+      await other.page.keyboard.press('ArrowRight');
+      await face.waitForPage(1);
+      const play = outlet(deck(1), 'playButton');
+      await other.page.keyboard.press('ArrowLeft');
+      await face.waitForPage(0);
+      const before = await face.image(play);
+      await other.page.click(play);
+      const after = before.includes('pause') ? /^turntable-play-active$/ : /^turntable-pause-active$/;
+      await face.waitForImage(play, after);
+      await other.waitForImage(play, after);
+      face.count = other.count;
+      await face.shot('tab-one');
+      other.count = face.count;
+      await other.shot('tab-two');
+      face.count = other.count;
+    } finally {
+      await other.page.close();
+    }
+  }],
+
+  ['play works from the keyboard alone', async ({ face }) => {
+    const page = face.page;
+    await page.reload();
+    await face.open(page.url());
+    for (let i = 0; i < 3; i++) await page.keyboard.press('ArrowLeft');
+    await face.waitForPage(0);
+    let name = '';
+    for (let i = 0; i < 80 && !/^(Play|Pause)$/.test(name); i++) {
+      await page.keyboard.press('Tab');
+      name = await page.evaluate(() => {
+        const element = document.activeElement;
+        return element?.closest('section[data-controller="turntable1"]') ? element.getAttribute('aria-label') ?? '' : '';
+      });
+    }
+    assert.match(name, /^(Play|Pause)$/, 'Tab reaches the play button of deck 1');
+    const play = outlet(deck(1), 'playButton');
+    const toggled = (image) => (image.includes('pause') ? /^turntable-play-active$/ : /^turntable-pause-active$/);
+    let before = await face.image(play);
+    await page.keyboard.press('Enter');
+    await face.waitForImage(play, toggled(before));
+    await face.shot('keyboard-enter');
+    before = await face.image(play);
+    await page.keyboard.press('Space');
+    await face.waitForImage(play, toggled(before));
+    await face.shot('keyboard-space');
+  }],
+];
+
+
+run('web.browser', async () => {
+  const browser = await launchBrowser();
+  let programs;
+  try {
+    programs = await startPrograms(options);
+    const page = await browser.newPage({ viewport });
+    const errors = [];
+    page.on('pageerror', (error) => errors.push(String(error)));
+    const face = new Face(page, options.screenshots);
+    await face.open(programs.url);
+    const state = {};
+    let passed = 0;
+    let failed = 0;
+    let skipped = 0;
+    for (const [name, scenario] of scenarios) {
+      try {
+        await scenario({ face, state, programs, browser });
+        assert.deepEqual(errors, [], 'the page threw');
+        passed += 1;
+        console.log(`ok - ${name}`);
+      } catch (error) {
+        if (error instanceof Skip) {
+          skipped += 1;
+          console.log(`skipped - ${name}: ${error.message}`);
+          continue;
+        }
+        failed += 1;
+        errors.length = 0;
+        console.log(`not ok - ${name}\n  ${String(error.stack ?? error).split('\n').slice(0, 6).join('\n  ')}`);
+        await face.shot('failed').catch(() => {});
+      }
+    }
+    console.log(`screenshots: ${options.screenshots}`);
+    if (failed) console.log(`--- vexo-watch output ---\n${programs.watch.output.slice(-4000)}\n--- vexo-phone output ---\n${programs.phone.output.slice(-4000)}`);
+    console.log(`${passed} passed, ${failed} failed${skipped ? `, ${skipped} skipped` : ''}`);
+    return failed > 0;
+  } finally {
+    await programs?.stop();
+    await browser.close();
+  }
+});
