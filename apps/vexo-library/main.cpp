@@ -2,7 +2,7 @@
 //
 //   vexo-library scan DIR        index a music folder (again: only changed files are read)
 //   vexo-library playlists       every playlist: identifier, name, number of items
-//   vexo-library items PLAYLIST  the items of a playlist, by identifier or name
+//   vexo-library items PLAYLIST  the items of a playlist, by identifier or name, with tempo and key
 //   vexo-library item ID         everything the library knows of one item
 //
 // Identifiers are shown as the link to the phone writes them: upper-case hexadecimal without
@@ -277,19 +277,24 @@ int items(const std::filesystem::path& indexPath, const std::string& which) {
 
     std::cout << chosen->name() << " (" << hex(chosen->persistentID()) << "), " << chosen->count()
               << (chosen->count() == 1 ? " item\n" : " items\n");
-    std::size_t titleWidth = 5, artistWidth = 6;
+    std::size_t titleWidth = 5, artistWidth = 6, keyWidth = 3;
     for (const auto& item : chosen->items()) {
         titleWidth = std::max(titleWidth, columns(item.title()));
         artistWidth = std::max(artistWidth, columns(item.artist()));
+        keyWidth = std::max(keyWidth, columns(item.initialKey()));
     }
     titleWidth = std::min<std::size_t>(titleWidth, 40);
     artistWidth = std::min<std::size_t>(artistWidth, 30);
+    // An absent tempo or key shows as "-", so that every line has all its columns.
     std::cout << padded("ID", 16) << "  " << padded("TITLE", titleWidth) << "  " << padded("ARTIST", artistWidth)
-              << "  DURATION\n";
+              << "  DURATION  BPM  KEY\n";
     for (const auto& item : chosen->items()) {
+        const std::string bpm = item.beatsPerMinute() > 0 ? std::to_string(item.beatsPerMinute()) : "-";
+        const std::string key = item.initialKey().empty() ? "-" : item.initialKey();
         std::cout << padded(hex(item.persistentID()), 16) << "  " << padded(item.title(), titleWidth) << "  "
                   << padded(item.artist(), artistWidth) << "  " << rightAligned(duration(item.playbackDuration()), 8)
-                  << (item.assetURL() ? "" : "  (missing)") << "\n";
+                  << "  " << rightAligned(bpm, 3) << "  "
+                  << (item.assetURL() ? key : padded(key, keyWidth) + "  (missing)") << "\n";
     }
     return kSuccess;
 }
@@ -326,6 +331,9 @@ int item(const std::filesystem::path& indexPath, const std::string& text) {
               << "album:       " << found->albumTitle() << "\n"
               << "duration:    " << duration(found->playbackDuration()) << " (" << seconds << " s)\n"
               << "kind:        " << kindName(found->mediaType()) << "\n"
+              << "bpm:         " << (found->beatsPerMinute() > 0 ? std::to_string(found->beatsPerMinute()) : "none")
+              << "\n"
+              << "key:         " << (found->initialKey().empty() ? "none" : found->initialKey()) << "\n"
               << "asset URL:   " << found->assetURL().value_or("(missing: the file has gone)") << "\n"
               << "artwork:     " << (artwork ? std::to_string(artwork->size()) + " bytes" : "none") << "\n"
               << "playlists:   " << (inPlaylists.empty() ? "none" : inPlaylists) << "\n";

@@ -21,7 +21,9 @@ CREATE TABLE items (
     album TEXT NOT NULL,
     duration REAL NOT NULL,
     media_type INTEGER NOT NULL,
-    has_artwork INTEGER NOT NULL
+    has_artwork INTEGER NOT NULL,
+    bpm INTEGER NOT NULL DEFAULT 0,
+    initial_key TEXT NOT NULL DEFAULT ''
 );
 CREATE TABLE artwork (
     item_id INTEGER PRIMARY KEY,
@@ -41,6 +43,15 @@ CREATE TABLE playlist_entries (
     path TEXT NOT NULL,
     PRIMARY KEY (playlist_id, position)
 ) WITHOUT ROWID;
+)sql";
+
+// From version 1: the tempo and key columns. Version 1 never read those tags, so every item
+// is marked as changed (a modification time no file has) and the next scan reads it again
+// under its own identifier.
+constexpr std::string_view kUpgradeFrom1 = R"sql(
+ALTER TABLE items ADD COLUMN bpm INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE items ADD COLUMN initial_key TEXT NOT NULL DEFAULT '';
+UPDATE items SET modified_ns = -1;
 )sql";
 
 bool fail(std::string* error, std::string message) {
@@ -82,6 +93,28 @@ bool createSchema(SqliteDatabase& database, const std::filesystem::path& path, s
     }
     if (!database.execute("COMMIT"))
         return fail(error, path.string() + ": " + database.errorMessage());
+    return true;
+}
+
+// Brings an index of an earlier version up to this one; another process may be doing the
+// same, so the version is read again inside the write transaction.
+bool upgradeSchema(SqliteDatabase& database, const std::filesystem::path& path, std::string* error) {
+    if (!database.execute("BEGIN IMMEDIATE"))
+        return fail(error, path.string() + ": cannot upgrade the index: " + database.errorMessage());
+    const auto version = pragmaValue(database, "user_version");
+    bool ok = version.has_value();
+    if (ok && *version == 1)
+        ok = database.execute(kUpgradeFrom1) &&
+             database.execute("PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion));
+    if (!ok) {
+        const std::string message = database.errorMessage();
+        database.execute("ROLLBACK");
+        return fail(error, path.string() + ": cannot upgrade the index: " + message);
+    }
+    if (!database.execute("COMMIT"))
+        return fail(error, path.string() + ": cannot upgrade the index: " + database.errorMessage());
+    log::info(kLogComponent, path.string() + ": index upgraded to version " +
+                                 std::to_string(LibraryIndex::kSchemaVersion) + "; the next scan reads every file again");
     return true;
 }
 
@@ -136,6 +169,8 @@ std::unique_ptr<SqliteDatabase> LibraryIndex::open(const std::filesystem::path& 
                         std::to_string(*created) + ")");
         return nullptr;
     }
+    if (*created < kSchemaVersion && !upgradeSchema(*database, path, error))
+        return nullptr;
     // Readers never wait for the scanner in WAL mode; NORMAL keeps the index intact on a crash
     // and may only lose the last batch of a scan on power loss. Either may be refused (a
     // read-only file); the index works without them.

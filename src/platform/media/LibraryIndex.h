@@ -12,13 +12,18 @@
 // process reads.
 //
 //   items            one row per audio file ever found, kept when the file goes (present 0)
-//                    so that its identifier stays; paths are canonical, so one file is one item
+//                    so that its identifier stays; paths are canonical, so one file is one item;
+//                    bpm 0 and initial_key '' when the file has no such tag
 //   artwork          the embedded picture of an item, apart so that listing items stays cheap
 //   playlists        one row per playlist file, kept when it goes, like items
 //   playlist_entries the resolved paths a playlist names, in order; joined with items.path
 //                    at query time, so an entry whose file is indexed later still finds it
 //
 // Identifiers are stored bit for bit as SQLite's signed 64-bit integers.
+//
+// Schema versions: 1 had no tempo or key; 2 adds items.bpm and items.initial_key. Opening an
+// index of version 1 upgrades it in place, keeping every identifier and playlist, and marks
+// its items for reading again, so that the next scan fills the new columns.
 namespace vexo::media {
 
 class LibraryIndex {
@@ -27,11 +32,12 @@ public:
 
     // The file's application id ("VXML") and the schema version this program writes.
     static constexpr std::int32_t kApplicationID = 0x56584D4C;
-    static constexpr int kSchemaVersion = 1;
+    static constexpr int kSchemaVersion = 2;
 
-    // Opens the index at `path`, making the file, its folder and the tables when missing.
-    // Nothing, with the reason in `error` when given, for a file that is not an index of
-    // ours, one of a newer schema, or one that cannot be opened or made.
+    // Opens the index at `path`, making the file, its folder and the tables when missing, and
+    // upgrading an index of an earlier version. Nothing, with the reason in `error` when
+    // given, for a file that is not an index of ours, one of a newer schema, or one that
+    // cannot be opened, made or upgraded (a read-only index of an earlier version).
     [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path,
                                                               std::string* error);
 

@@ -56,11 +56,12 @@ public:
     bool prepare() {
         m_upsertItem = m_database.prepare(
             "INSERT INTO items (persistent_id, path, present, modified_ns, size, title, artist, album,"
-            " duration, media_type, has_artwork) VALUES (?1, ?2, 1, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)"
+            " duration, media_type, has_artwork, bpm, initial_key)"
+            " VALUES (?1, ?2, 1, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12)"
             " ON CONFLICT(path) DO UPDATE SET present = 1, modified_ns = excluded.modified_ns,"
             " size = excluded.size, title = excluded.title, artist = excluded.artist,"
             " album = excluded.album, duration = excluded.duration, media_type = excluded.media_type,"
-            " has_artwork = excluded.has_artwork"
+            " has_artwork = excluded.has_artwork, bpm = excluded.bpm, initial_key = excluded.initial_key"
             " RETURNING persistent_id");
         m_putArtwork = m_database.prepare("INSERT OR REPLACE INTO artwork (item_id, data) VALUES (?1, ?2)");
         m_deleteArtwork = m_database.prepare("DELETE FROM artwork WHERE item_id = ?1");
@@ -112,7 +113,9 @@ public:
                 .bind(7, track.albumTitle)
                 .bind(8, track.duration)
                 .bind(9, static_cast<std::int64_t>(track.mediaType))
-                .bind(10, static_cast<std::int64_t>(track.artwork ? 1 : 0));
+                .bind(10, static_cast<std::int64_t>(track.artwork ? 1 : 0))
+                .bind(11, track.beatsPerMinute)
+                .bind(12, track.initialKey);
             const auto step = m_upsertItem.step();
             if (step == SqliteStatement::Step::Row) {
                 const std::int64_t stored = m_upsertItem.integer(0);

@@ -38,6 +38,10 @@ plist::Value MediaItem::valueForProperty(std::string_view property) const {
         return plist::Value(static_cast<std::uint64_t>(m_properties.mediaType));
     if (property == kPropertyAssetURL && m_properties.assetURL)
         return plist::Value(*m_properties.assetURL);
+    if (property == kPropertyBeatsPerMinute && m_properties.beatsPerMinute != 0)
+        return plist::Value(m_properties.beatsPerMinute);
+    if (property == kPropertyInitialKey && !m_properties.initialKey.empty())
+        return plist::Value(m_properties.initialKey);
     return {};
 }
 
@@ -46,7 +50,8 @@ bool operator==(const MediaItem& a, const MediaItem& b) {
     const auto& y = b.m_properties;
     return x.persistentID == y.persistentID && x.title == y.title && x.artist == y.artist &&
            x.albumTitle == y.albumTitle && x.playbackDuration == y.playbackDuration &&
-           x.mediaType == y.mediaType && x.assetURL == y.assetURL && a.m_hasArtwork == b.m_hasArtwork;
+           x.mediaType == y.mediaType && x.assetURL == y.assetURL && x.beatsPerMinute == y.beatsPerMinute &&
+           x.initialKey == y.initialKey && a.m_hasArtwork == b.m_hasArtwork;
 }
 
 } // namespace vexo::media

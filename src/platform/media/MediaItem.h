@@ -27,6 +27,9 @@ public:
     static constexpr std::string_view kPropertyPlaybackDuration = "playbackDuration";
     static constexpr std::string_view kPropertyMediaType = "mediaType";
     static constexpr std::string_view kPropertyAssetURL = "assetURL";
+    static constexpr std::string_view kPropertyBeatsPerMinute = "beatsPerMinute";
+    // The host platform has no key property; named in the same style.
+    static constexpr std::string_view kPropertyInitialKey = "initialKey";
 
     struct Properties {
         PersistentID persistentID = 0;
@@ -38,6 +41,10 @@ public:
         MediaType mediaType = MediaType::Music;
         // A file:// URL; nothing when the file has gone.
         std::optional<std::string> assetURL;
+        // Whole beats per minute from the tempo tag; 0 when the file has none.
+        std::int64_t beatsPerMinute = 0;
+        // The musical key as tagged ("Am", "8A"); empty when the file has none.
+        std::string initialKey;
     };
 
     // An empty item: identifier 0, empty texts, no URL, no picture.
@@ -60,6 +67,12 @@ public:
     // Seconds; 0 when the length is unknown.
     [[nodiscard]] double playbackDuration() const { return m_properties.playbackDuration; }
     [[nodiscard]] MediaType mediaType() const { return m_properties.mediaType; }
+    // The tempo tag in whole beats per minute (ID3v2 TBPM, Xiph BPM, MP4 tmpo, ...); 0 when
+    // the file has none.
+    [[nodiscard]] std::int64_t beatsPerMinute() const { return m_properties.beatsPerMinute; }
+    // The initial-key tag as written (ID3v2 TKEY, Xiph INITIALKEY or KEY, MP4's initialkey
+    // atom, ...); empty when the file has none.
+    [[nodiscard]] const std::string& initialKey() const { return m_properties.initialKey; }
 
     // The file's URL (file://, percent-encoded). Nothing when the file has gone since the
     // last scan: the item cannot be played, and screens show it grey.
@@ -71,8 +84,9 @@ public:
     [[nodiscard]] std::optional<std::vector<std::uint8_t>> artworkData() const;
 
     // The property under one of the kProperty names as a property-list value (integers for
-    // the identifier and the type, a real for the duration, strings otherwise); nothing for
-    // an unknown name or an absent value, as on the host platform.
+    // the identifier, the type and the tempo, a real for the duration, strings otherwise);
+    // nothing for an unknown name or an absent value (no URL, a tempo of 0, an empty key), as
+    // on the host platform.
     [[nodiscard]] plist::Value valueForProperty(std::string_view property) const;
 
     // Same identifier and same properties; where the picture comes from does not count.

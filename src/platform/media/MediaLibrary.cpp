@@ -27,7 +27,7 @@ constexpr std::string_view kLogComponent = "media";
 // The columns that make a MediaItem, in the order itemFromRow() reads them from `first` on.
 constexpr std::string_view kItemColumns =
     "i.persistent_id, i.path, i.present, i.title, i.artist, i.album, i.duration, i.media_type, "
-    "i.has_artwork";
+    "i.has_artwork, i.bpm, i.initial_key";
 
 std::optional<std::string> environmentValue(const char* name) {
     const char* value = std::getenv(name);
@@ -55,6 +55,8 @@ MediaItem itemFromRow(const SqliteStatement& row, int first, const std::weak_ptr
     properties.albumTitle = row.text(first + 5);
     properties.playbackDuration = row.real(first + 6);
     properties.mediaType = static_cast<MediaType>(row.integer(first + 7));
+    properties.beatsPerMinute = row.integer(first + 9);
+    properties.initialKey = row.text(first + 10);
     return MediaItem(std::move(properties), library, row.integer(first + 8) != 0);
 }
 

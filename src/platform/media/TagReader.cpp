@@ -7,6 +7,7 @@
 #include <taglib/apetag.h>
 #include <taglib/asffile.h>
 #include <taglib/asfpicture.h>
+#include <taglib/asftag.h>
 #include <taglib/attachedpictureframe.h>
 #include <taglib/fileref.h>
 #include <taglib/flacfile.h>
@@ -17,6 +18,7 @@
 #include <taglib/mpegfile.h>
 #include <taglib/oggflacfile.h>
 #include <taglib/opusfile.h>
+#include <taglib/tpropertymap.h>
 #include <taglib/speexfile.h>
 #include <taglib/tdebuglistener.h>
 #include <taglib/vorbisfile.h>
@@ -142,7 +144,65 @@ void offerAPE(PictureChoice& choice, TagLib::APE::Tag* tag) {
 struct Extracted {
     PictureChoice picture;
     std::optional<MediaType> mediaType;
+    // Tempo and key from fields that TagLib's common property names do not cover.
+    std::string tempo;
+    std::string key;
 };
+
+// MP4 keeps the key in a freeform atom ("----:com.apple.iTunes:initialkey" from most DJ
+// software, "KEY" from some), which TagLib's property map leaves out.
+void extractMP4TempoAndKey(Extracted& result, TagLib::MP4::Tag* tag) {
+    if (tag->contains("tmpo"))
+        result.tempo = std::to_string(tag->item("tmpo").toInt());
+    std::string fallback;
+    for (const auto& [name, item] : tag->itemMap()) {
+        const std::string atom = name.to8Bit(true);
+        if (!atom.starts_with("----:"))
+            continue;
+        const std::string field = atom.substr(atom.rfind(':') + 1);
+        const TagLib::StringList values = item.toStringList();
+        if (values.isEmpty())
+            continue;
+        if (equalsIgnoringCase(field, "initialkey"))
+            result.key = trimmed(values.front());
+        else if (equalsIgnoringCase(field, "key"))
+            fallback = trimmed(values.front());
+    }
+    if (result.key.empty())
+        result.key = std::move(fallback);
+}
+
+void extractASFTempoAndKey(Extracted& result, TagLib::ASF::Tag* tag) {
+    if (tag->contains("WM/BeatsPerMinute"))
+        result.tempo = trimmed(tag->attribute("WM/BeatsPerMinute").front().toString());
+    if (tag->contains("WM/InitialKey"))
+        result.key = trimmed(tag->attribute("WM/InitialKey").front().toString());
+}
+
+// The first non-blank value under any of `names`, in that order.
+std::string firstProperty(const TagLib::PropertyMap& properties, std::initializer_list<const char*> names) {
+    for (const char* name : names) {
+        const auto found = properties.find(name);
+        if (found == properties.end())
+            continue;
+        for (const auto& value : found->second) {
+            if (std::string text = trimmed(value); !text.empty())
+                return text;
+        }
+    }
+    return {};
+}
+
+// `text` cut to at most `bytes` bytes without splitting a UTF-8 sequence.
+std::string cutAtCharacter(std::string text, std::size_t bytes) {
+    if (text.size() <= bytes)
+        return text;
+    std::size_t end = bytes;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
+    text.resize(end);
+    return text;
+}
 
 // MP4's "stik" media kind, in the values the host platform's own tagger writes.
 std::optional<MediaType> mp4MediaKind(int kind) {
@@ -199,6 +259,7 @@ Extracted extractFormatSpecific(TagLib::File* file) {
                 result.mediaType = mp4MediaKind(tag->item("stik").toByte());
             if (!result.mediaType && tag->contains("pcst") && tag->item("pcst").toBool())
                 result.mediaType = MediaType::Podcast;
+            extractMP4TempoAndKey(result, tag);
         }
     } else if (auto* wav = dynamic_cast<TagLib::RIFF::WAV::File*>(file)) {
         if (wav->hasID3v2Tag())
@@ -214,6 +275,8 @@ Extracted extractFormatSpecific(TagLib::File* file) {
                     result.picture.offer(picture.picture(), picture.type() == TagLib::ASF::Picture::FrontCover);
             }
         }
+        if (auto* tag = asf->tag())
+            extractASFTempoAndKey(result, tag);
     } else if (auto* wavPack = dynamic_cast<TagLib::WavPack::File*>(file)) {
         if (wavPack->hasAPETag())
             offerAPE(result.picture, wavPack->APETag());
@@ -243,6 +306,26 @@ bool setError(std::string* error, std::string message) {
 }
 
 } // namespace
+
+std::int64_t TagReader::beatsPerMinuteFromText(std::string_view text) {
+    std::size_t at = 0;
+    while (at < text.size() && std::isspace(static_cast<unsigned char>(text[at])) != 0)
+        ++at;
+    std::int64_t whole = 0;
+    std::size_t digits = 0;
+    for (; at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])) != 0; ++at, ++digits) {
+        whole = whole * 10 + (text[at] - '0');
+        if (whole > kMaximumBeatsPerMinute)
+            return 0;
+    }
+    if (digits == 0)
+        return 0;
+    // Some taggers write a decimal comma ("127,95").
+    if (at + 1 < text.size() && (text[at] == '.' || text[at] == ',') &&
+        std::isdigit(static_cast<unsigned char>(text[at + 1])) != 0 && text[at + 1] >= '5')
+        ++whole;
+    return whole <= kMaximumBeatsPerMinute ? whole : 0;
+}
 
 bool TagReader::isAudioFile(const std::filesystem::path& path) {
     const std::string extension = lowerExtension(path);
@@ -291,6 +374,14 @@ std::optional<TagReader::Track> TagReader::read(const std::filesystem::path& pat
     track.duration = std::max(0, properties->lengthInMilliseconds()) / 1000.0;
 
     Extracted extracted = extractFormatSpecific(reference.file());
+    // The common names cover ID3v2 (TBPM, TKEY, TXXX:KEY), Xiph comments and APE tags as
+    // written, and RIFF INFO; MP4 and ASF keep theirs elsewhere.
+    const TagLib::PropertyMap tagFields = reference.file()->properties();
+    const std::string tempo = extracted.tempo.empty() ? firstProperty(tagFields, {"BPM", "TEMPO"}) : extracted.tempo;
+    track.beatsPerMinute = beatsPerMinuteFromText(tempo);
+    track.initialKey = cutAtCharacter(
+        extracted.key.empty() ? firstProperty(tagFields, {"INITIALKEY", "KEY", "INITIAL KEY"}) : extracted.key,
+        kMaximumKeyBytes);
     // A kind the file states outright counts before one guessed from the genre.
     track.mediaType = extracted.mediaType ? *extracted.mediaType : mediaTypeFromGenre(genre, track.mediaType);
     const TagLib::ByteVector& picture = extracted.picture.data;

@@ -8,12 +8,14 @@
 #include <taglib/mp4file.h>
 #include <taglib/mpegfile.h>
 #include <taglib/opusfile.h>
+#include <taglib/tpropertymap.h>
 #include <taglib/vorbisfile.h>
 #include <taglib/wavfile.h>
 #include <taglib/xiphcomment.h>
 
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
 
 namespace vexo::testing {
@@ -317,6 +319,23 @@ bool tag(const std::filesystem::path& path, AudioFixture::Format format, const A
     tag->setGenre(utf8(tags.genre));
     TagLib::File* file = reference.file();
     using Format = AudioFixture::Format;
+    const std::string keyName = tags.keyUnderOtherName ? "KEY" : "INITIALKEY";
+    if (format == Format::M4a) {
+        auto* mp4 = static_cast<TagLib::MP4::File*>(file)->tag();
+        if (!tags.bpm.empty())
+            mp4->setItem("tmpo", TagLib::MP4::Item(std::atoi(tags.bpm.c_str())));
+        if (!tags.initialKey.empty())
+            mp4->setItem("----:com.apple.iTunes:" + (tags.keyUnderOtherName ? std::string("KEY") : "initialkey"),
+                         TagLib::MP4::Item(TagLib::StringList(utf8(tags.initialKey))));
+    } else if (!tags.bpm.empty() || !tags.initialKey.empty()) {
+        // Before the pictures: a property map replaces the frames it covers.
+        TagLib::PropertyMap properties = file->properties();
+        if (!tags.bpm.empty())
+            properties.replace("BPM", TagLib::StringList(utf8(tags.bpm)));
+        if (!tags.initialKey.empty())
+            properties.replace(keyName, TagLib::StringList(utf8(tags.initialKey)));
+        file->setProperties(properties);
+    }
     if (tags.artwork) {
         switch (format) {
         case Format::Wav:

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vexo::testing {
@@ -18,6 +19,13 @@ public:
     enum class Format { Wav, Mp3, Flac, OggVorbis, Opus, M4a };
 
     struct Tags {
+        Tags() = default;
+        // The fields most callers set, in this order; tempo and key are set by name.
+        Tags(std::string title, std::string artist, std::string album = {}, std::string genre = {},
+             std::optional<std::vector<std::uint8_t>> artwork = {}, std::optional<int> mp4MediaKind = {})
+            : title(std::move(title)), artist(std::move(artist)), album(std::move(album)), genre(std::move(genre)),
+              artwork(std::move(artwork)), mp4MediaKind(mp4MediaKind) {}
+
         std::string title;
         std::string artist;
         std::string album;
@@ -25,6 +33,14 @@ public:
         std::optional<std::vector<std::uint8_t>> artwork;
         // MP4's "stik" media kind (2 audiobook, 21 podcast), M4A only.
         std::optional<int> mp4MediaKind;
+        // Tempo and key as text, where each format keeps them: ID3v2 TBPM and TKEY, Xiph BPM and
+        // INITIALKEY, MP4 tmpo (the whole number of the text) and the freeform
+        // "----:com.apple.iTunes:initialkey" atom. Empty: no such tag.
+        std::string bpm;
+        std::string initialKey;
+        // The key under the other name some taggers use: ID3v2 TXXX:KEY, Xiph KEY, MP4
+        // "----:com.apple.iTunes:KEY".
+        bool keyUnderOtherName = false;
     };
 
     // The usual extension of `format`, with its dot.

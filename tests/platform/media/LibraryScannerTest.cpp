@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sqlite3.h>
+
 #include <fstream>
 #include <map>
 #include <set>
@@ -358,4 +360,108 @@ TEST_F(LibraryScannerTest, MissingOrUnusableFolderOrIndexIsAClearError) {
     std::string error;
     EXPECT_FALSE(LibraryScanner(m_temporary.path()).scan(m_music, {}, &error));
     EXPECT_NE(error.find("is a folder"), std::string::npos) << error;
+}
+
+TEST_F(LibraryScannerTest, TempoAndKeyReachTheLibraryAndFollowRetaggedFiles) {
+    struct Row {
+        std::string file;
+        Format format;
+        std::string bpm;
+        std::string key;
+        std::int64_t expectedBpm;
+        std::string expectedKey;
+    };
+    const std::vector<Row> rows = {
+        {"a.wav", Format::Wav, "124", "Gm", 124, "Gm"},
+        {"b.mp3", Format::Mp3, "", "", 0, ""},
+        {"c.m4a", Format::M4a, "90", "", 90, ""},
+        {"d.opus", Format::Opus, "", "11B", 0, "11B"},
+    };
+    for (const auto& row : rows) {
+        AudioFixture::Tags tags(row.file, "Artist");
+        tags.bpm = row.bpm;
+        tags.initialKey = row.key;
+        ASSERT_TRUE(AudioFixture::write(m_music / row.file, row.format, 2.0, tags));
+    }
+    scan();
+    const auto media = library();
+    std::map<std::string, MediaItem> byTitle;
+    for (const auto& item : media->items())
+        byTitle[item.title()] = item;
+    for (const auto& row : rows) {
+        ASSERT_TRUE(byTitle.contains(row.file)) << row.file;
+        EXPECT_EQ(byTitle[row.file].beatsPerMinute(), row.expectedBpm) << row.file;
+        EXPECT_EQ(byTitle[row.file].initialKey(), row.expectedKey) << row.file;
+    }
+
+    // Retagging drops a tag as well as changing one; the size changes, so the rescan reads it.
+    AudioFixture::Tags retagged("a.wav", "Artist");
+    retagged.bpm = "174.2";
+    ASSERT_TRUE(AudioFixture::write(m_music / "a.wav", Format::Wav, 2.5, retagged));
+    scan();
+    const auto item = media->itemsWithPersistentID(byTitle["a.wav"].persistentID());
+    ASSERT_EQ(item.size(), 1u);
+    EXPECT_EQ(item[0].beatsPerMinute(), 174);
+    EXPECT_EQ(item[0].initialKey(), "");
+}
+
+TEST_F(LibraryScannerTest, IndexOfTheFirstVersionIsUpgradedAndTheRescanFillsTempoAndKey) {
+    AudioFixture::Tags tags("Old Song", "Artist");
+    tags.bpm = "126";
+    tags.initialKey = "Em";
+    ASSERT_TRUE(AudioFixture::write(m_music / "old.flac", Format::Flac, 2.0, tags));
+    playlist("Set.m3u8", "old.flac\n");
+    struct stat status {};
+    ASSERT_EQ(::stat((m_music / "old.flac").c_str(), &status), 0);
+    const std::int64_t modified = static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 +
+                                  status.st_mtim.tv_nsec;
+    ASSERT_EQ(::stat((m_music / "Set.m3u8").c_str(), &status), 0);
+    const std::int64_t playlistModified = static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 +
+                                          status.st_mtim.tv_nsec;
+
+    // The first version's tables, holding the file as unchanged since it was read.
+    const std::string path = (m_music / "old.flac").string();
+    const std::string sql =
+        "CREATE TABLE items (persistent_id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, present INTEGER NOT "
+        "NULL, modified_ns INTEGER NOT NULL, size INTEGER NOT NULL, title TEXT NOT NULL, artist TEXT NOT NULL, "
+        "album TEXT NOT NULL, duration REAL NOT NULL, media_type INTEGER NOT NULL, has_artwork INTEGER NOT NULL);"
+        "CREATE TABLE artwork (item_id INTEGER PRIMARY KEY, data BLOB NOT NULL);"
+        "CREATE TABLE playlists (persistent_id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, present INTEGER "
+        "NOT NULL, modified_ns INTEGER NOT NULL, size INTEGER NOT NULL, name TEXT NOT NULL);"
+        "CREATE TABLE playlist_entries (playlist_id INTEGER NOT NULL, position INTEGER NOT NULL, path TEXT NOT "
+        "NULL, PRIMARY KEY (playlist_id, position)) WITHOUT ROWID;"
+        "INSERT INTO items VALUES (-7, '" + path + "', 1, " + std::to_string(modified) + ", " +
+        std::to_string(fs::file_size(m_music / "old.flac")) + ", 'Old Song', 'Artist', '', 2.0, 1, 0);"
+        "INSERT INTO playlists VALUES (77, '" + (m_music / "Set.m3u8").string() + "', 1, " +
+        std::to_string(playlistModified) + ", " + std::to_string(fs::file_size(m_music / "Set.m3u8")) +
+        ", 'Set');"
+        "INSERT INTO playlist_entries VALUES (77, 0, '" + path + "');"
+        "PRAGMA application_id = 1448627532; PRAGMA user_version = 1;";
+    fs::create_directories(m_index.parent_path());
+    sqlite3* database = nullptr;
+    ASSERT_EQ(sqlite3_open(m_index.c_str(), &database), SQLITE_OK);
+    char* message = nullptr;
+    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK) << (message ? message : "");
+    sqlite3_free(message);
+    sqlite3_close(database);
+
+    // Opened before any rescan: everything is there, tempo and key not yet.
+    const auto before = library()->itemsWithPersistentID(static_cast<PersistentID>(-7));
+    ASSERT_EQ(before.size(), 1u);
+    EXPECT_EQ(before[0].beatsPerMinute(), 0);
+
+    const auto summary = scan();
+    EXPECT_EQ(summary.itemsUpdated, 1u);
+    EXPECT_EQ(summary.itemsAdded, 0u);
+    const auto media = library();
+    const auto after = media->itemsWithPersistentID(static_cast<PersistentID>(-7));
+    ASSERT_EQ(after.size(), 1u);
+    EXPECT_EQ(after[0].beatsPerMinute(), 126);
+    EXPECT_EQ(after[0].initialKey(), "Em");
+    const auto playlists = media->playlists(MediaType::Any);
+    ASSERT_EQ(playlists.size(), 1u);
+    EXPECT_EQ(playlists[0].persistentID(), 77u);
+    EXPECT_EQ(titles(playlists[0]), (std::vector<std::string>{"Old Song"}));
+    // Once filled, the next rescan reads nothing again.
+    EXPECT_EQ(scan().itemsUnchanged, 1u);
 }

@@ -32,7 +32,8 @@ void execute(const fs::path& path, const std::string& sql) {
 
 std::string item(std::int64_t id, const std::string& path, int present, const std::string& title, int type = 1,
                  int artwork = 0) {
-    return "INSERT INTO items VALUES (" + std::to_string(id) + ", '" + path + "', " + std::to_string(present) +
+    return "INSERT INTO items (persistent_id, path, present, modified_ns, size, title, artist, album, duration,"
+           " media_type, has_artwork) VALUES (" + std::to_string(id) + ", '" + path + "', " + std::to_string(present) +
            ", 0, 0, '" + title + "', 'Artist', 'Album', 61.5, " + std::to_string(type) + ", " +
            std::to_string(artwork) + ");";
 }
@@ -211,4 +212,19 @@ TEST(MediaItemTest, ItemMadeOutsideAnIndexCarriesItsPicture) {
     EXPECT_EQ(playlist.count(), 2u);
     EXPECT_EQ(playlist.valueForProperty(MediaPlaylist::kPropertyName), vexo::plist::Value("List"));
     EXPECT_EQ(playlist.valueForProperty(MediaPlaylist::kPropertyPersistentID), vexo::plist::Value(5));
+}
+
+TEST(MediaItemTest, TempoAndKeyAreAbsentPropertiesWhenUntagged) {
+    MediaItem::Properties tagged;
+    tagged.beatsPerMinute = 124;
+    tagged.initialKey = "Gm";
+    const MediaItem withTags(tagged);
+    const MediaItem without{MediaItem::Properties{}};
+    EXPECT_EQ(withTags.valueForProperty(MediaItem::kPropertyBeatsPerMinute), vexo::plist::Value(124));
+    EXPECT_EQ(withTags.valueForProperty(MediaItem::kPropertyInitialKey), vexo::plist::Value("Gm"));
+    EXPECT_TRUE(without.valueForProperty(MediaItem::kPropertyBeatsPerMinute).isNull());
+    EXPECT_TRUE(without.valueForProperty(MediaItem::kPropertyInitialKey).isNull());
+    EXPECT_EQ(without.beatsPerMinute(), 0);
+    EXPECT_EQ(without.initialKey(), "");
+    EXPECT_FALSE(withTags == without);
 }

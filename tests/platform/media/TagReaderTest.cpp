@@ -113,3 +113,64 @@ TEST(TagReaderTest, KnowsAudioFilesByExtensionInAnyCase) {
     for (const auto& [name, expected] : rows)
         EXPECT_EQ(TagReader::isAudioFile(name), expected) << name;
 }
+
+TEST(TagReaderTest, ReadsTempoAndKeyWhereEachFormatKeepsThem) {
+    using Format = AudioFixture::Format;
+    struct Row {
+        Format format;
+        std::string bpm;
+        std::string key;
+        bool keyUnderOtherName;
+        std::int64_t expectedBpm;
+        std::string expectedKey;
+    };
+    std::vector<Row> rows;
+    for (const Format format : {Format::Wav, Format::Mp3, Format::Flac, Format::OggVorbis, Format::Opus,
+                                Format::M4a}) {
+        rows.push_back({format, "128", "Am", false, 128, "Am"});
+        rows.push_back({format, "", "F♯m", true, 0, "F♯m"});
+        rows.push_back({format, "", "", false, 0, ""});
+    }
+    rows.push_back({Format::Mp3, "127.6", " 8A ", false, 128, "8A"});
+    rows.push_back({Format::Flac, "fast", "", false, 0, ""});
+    rows.push_back({Format::OggVorbis, "98 BPM", "D minor", false, 98, "D minor"});
+
+    vexo::testing::TemporaryDirectory folder;
+    int index = 0;
+    for (const auto& row : rows) {
+        const auto path = folder.path() / ("song" + std::to_string(++index) + AudioFixture::extension(row.format));
+        AudioFixture::Tags tags("Title", "Artist", "Album", "", AudioFixture::pictureBytes(index));
+        tags.bpm = row.bpm;
+        tags.initialKey = row.key;
+        tags.keyUnderOtherName = row.keyUnderOtherName;
+        ASSERT_TRUE(AudioFixture::write(path, row.format, 1.0, tags)) << path;
+        const auto track = TagReader::read(path, nullptr);
+        ASSERT_TRUE(track) << path;
+        EXPECT_EQ(track->beatsPerMinute, row.expectedBpm) << path << " bpm " << row.bpm;
+        EXPECT_EQ(track->initialKey, row.expectedKey) << path << " key " << row.key;
+        // Writing tempo and key leaves the other tags and the picture alone.
+        EXPECT_EQ(track->title, "Title") << path;
+        EXPECT_EQ(track->artwork, AudioFixture::pictureBytes(index)) << path;
+    }
+}
+
+TEST(TagReaderTest, TempoTextReadsAsWholeBeatsPerMinuteOrNone) {
+    const std::vector<std::pair<std::string, std::int64_t>> rows = {
+        {"128", 128},  {" 127.6 ", 128}, {"127.4", 127},   {"127,5", 128}, {"98 BPM", 98},
+        {"0.6", 1},    {"999", 999},     {"999.5", 0},     {"1000", 0},    {"0", 0},
+        {"", 0},       {"fast", 0},      {"-120", 0},      {".5", 0},      {"99999999999999999999999", 0},
+    };
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(TagReader::beatsPerMinuteFromText(text), expected) << '"' << text << '"';
+}
+
+TEST(TagReaderTest, OverlongKeyIsCutBetweenCharacters) {
+    vexo::testing::TemporaryDirectory folder;
+    const auto path = folder.path() / "long.flac";
+    AudioFixture::Tags tags("T", "A");
+    tags.initialKey = "Ré " + std::string(27, 'x') + "é mineur"; // bytes 31 and 32 are "é"
+    ASSERT_TRUE(AudioFixture::write(path, AudioFixture::Format::Flac, 1.0, tags));
+    const auto track = TagReader::read(path, nullptr);
+    ASSERT_TRUE(track);
+    EXPECT_EQ(track->initialKey, "Ré " + std::string(27, 'x'));
+}
