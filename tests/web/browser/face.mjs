@@ -15,10 +15,11 @@ export function action(controller, name) {
 }
 
 export class Face {
-  constructor(page, screenshots) {
+  // Faces that share `counter` number their screenshots in one sequence.
+  constructor(page, screenshots, counter = { value: 0 }) {
     this.page = page;
     this.screenshots = screenshots;
-    this.count = 0;
+    this.counter = counter;
     mkdirSync(screenshots, { recursive: true });
   }
 
@@ -29,8 +30,8 @@ export class Face {
 
   // Saves a screenshot named after the step; returns its file name.
   async shot(name) {
-    this.count += 1;
-    const file = `${String(this.count).padStart(2, '0')}-${name}.png`;
+    this.counter.value += 1;
+    const file = `${String(this.counter.value).padStart(2, '0')}-${name}.png`;
     await this.page.screenshot({ path: join(this.screenshots, file) });
     return file;
   }

@@ -159,8 +159,7 @@ const scenarios = [
   }],
 
   ['two tabs stay in sync', async ({ face, browser, programs }) => {
-    const other = new Face(await browser.newPage({ viewport }), face.screenshots);
-    other.count = face.count;
+    const other = new Face(await browser.newPage({ viewport }), face.screenshots, face.counter);
     try {
       await other.open(programs.url);
       await face.showPage(0);
@@ -175,11 +174,8 @@ const scenarios = [
       const after = before.includes('pause') ? /^turntable-play-active$/ : /^turntable-pause-active$/;
       await face.waitForImage(play, after);
       await other.waitForImage(play, after);
-      face.count = other.count;
       await face.shot('tab-one');
-      other.count = face.count;
       await other.shot('tab-two');
-      face.count = other.count;
     } finally {
       await other.page.close();
     }
