@@ -114,12 +114,12 @@ class Child {
   }
 }
 
-// Starts vexo-phone and vexo-watch on a demonstration library in a temporary folder.
-// Returns {url, phone, watch, root, stop()}.
+// Starts vexo-watch, and vexo-phone on a demonstration library beside it when they are
+// built, in a temporary folder. vexo-watch is required; without the phone or the library
+// the scenarios that need them skip. Returns {url, watch, phone | null, missing: {what:
+// why}, root, stop()}.
 export async function startPrograms(options) {
   requireProgram(options.watch, 'vexo-watch');
-  requireProgram(options.phone, 'vexo-phone');
-  requireProgram(options.library, 'vexo-library');
   const root = mkdtempSync(join(tmpdir(), 'vexo-face-'));
   const music = join(root, 'music');
   const env = {
@@ -133,24 +133,42 @@ export async function startPrograms(options) {
   };
   for (const dir of [music, env.XDG_CONFIG_HOME, env.XDG_DATA_HOME, env.XDG_RUNTIME_DIR]) mkdirSync(dir, { recursive: true, mode: 0o700 });
   const children = [];
+  const missing = {};
   const stop = async () => {
     await Promise.all(children.map((child) => child.stop()));
     if (!process.env.VEXO_KEEP_TEMP) rmSync(root, { recursive: true, force: true });
   };
   try {
-    const demo = spawnSync(options.library, ['demo', music], { env, encoding: 'utf8', timeout: 120000 });
-    if (demo.status !== 0) throw new Error(`vexo-library demo failed (${demo.status}):\n${demo.stdout}${demo.stderr}`);
-    const phone = new Child('vexo-phone', options.phone, ['--music', music], env);
-    children.push(phone);
-    await phone.waitFor(/listening|ready|phone/i, 30000).catch(() => {});
+    let library = false;
+    if (!options.library || !existsSync(options.library)) {
+      missing.library = `vexo-library is not built (${options.library ?? 'no path given'})`;
+    } else {
+      const demo = spawnSync(options.library, ['demo', music], { env, encoding: 'utf8', timeout: 120000 });
+      if (demo.status === 0) library = true;
+      else missing.library = `vexo-library demo did not make a library (exit ${demo.status}): ${(demo.stderr || demo.stdout).trim().split('\n')[0]}`;
+    }
+    let phone = null;
+    if (!options.phone || !existsSync(options.phone)) {
+      missing.phone = `vexo-phone is not built (${options.phone ?? 'no path given'})`;
+    } else {
+      phone = new Child('vexo-phone', options.phone, library ? ['--music', music] : [], env);
+      children.push(phone);
+    }
     const watch = new Child('vexo-watch', options.watch, ['--port', '0', '--web-root', options['web-root']], env);
     children.push(watch);
     const match = await watch.waitFor(/Watch face: (http:\/\/127\.0\.0\.1:\d+\/)/);
+    if (phone && phone.exitStatus !== null) {
+      missing.phone = `vexo-phone ended at once: ${phone.output.trim().split('\n').slice(-1)[0]}`;
+      phone = null;
+    }
     // How the phone's side makes a local notification, once it has a way.
     const notifyLoad = async () => {
       throw new Skip('vexo-phone has no way yet to send a load notification on request');
     };
-    return { url: match[1], phone, watch, root, env, stop, notifyLoad };
+    const need = (...what) => {
+      for (const thing of what) if (missing[thing]) throw new Skip(missing[thing]);
+    };
+    return { url: match[1], phone, watch, missing, need, root, env, stop, notifyLoad };
   } catch (error) {
     await stop();
     throw error;

@@ -27,7 +27,8 @@ const scenarios = [
     assert.equal(await face.text(outlet(deck(1), 'nameLabel')), '--');
   }],
 
-  ['library, playlist, row: the deck shows the song and its round artwork', async ({ face, state }) => {
+  ['library, playlist, row: the deck shows the song and its round artwork', async ({ face, state, programs }) => {
+    programs.need('phone', 'library');
     state.song1 = await loadSong(face, 1);
     await face.waitForText(outlet(deck(1), 'nameLabel'), new RegExp(`^${escape(state.song1)}$`));
     await face.waitForImage(outlet(deck(1), 'artworkButton'), /^data:/);
@@ -40,7 +41,9 @@ const scenarios = [
     await face.shot('deck1-loaded');
   }],
 
-  ['play shows pause only after the phone says it plays', async ({ face, programs }) => {
+  ['play shows pause only after the phone says it plays', async ({ face, state, programs }) => {
+    programs.need('phone', 'library');
+    if (!state.song1) throw new Skip('no song was loaded');
     const play = outlet(deck(1), 'playButton');
     await face.waitForImage(play, /^turntable-play-active$/);
     const sent = (await face.logRecords()).length;
@@ -61,7 +64,9 @@ const scenarios = [
     await face.shot('playing');
   }],
 
-  ['the glance shows the audible deck\'s song', async ({ face, state }) => {
+  ['the glance shows the audible deck\'s song', async ({ face, state, programs }) => {
+    programs.need('phone', 'library');
+    if (!state.song1) throw new Skip('no song was loaded');
     await face.page.click('#glance-button');
     await face.wait(() => window.vexoFace.state.navigation.glance.visible);
     await face.waitForText(outlet('glance', 'nameLabel'), new RegExp(`^${escape(state.song1)}$`));
@@ -87,7 +92,7 @@ const scenarios = [
     await face.shot('crossfader-middle');
   }],
 
-  ['the transitions switch shows and hides the list', async ({ face }) => {
+  ['the transitions switch shows and hides the list', async ({ face, programs }) => {
     await face.showPage(1);
     await face.page.click('section[data-controller="mixer"] .wk-button[aria-label^="Transitions"]');
     await face.waitForVisible('transitions');
@@ -101,19 +106,20 @@ const scenarios = [
     await face.page.click(toggle);
     await face.wait((s) => document.querySelector(s)?.getAttribute('aria-checked') === 'true', toggle);
     await face.page.waitForSelector(duration, { state: 'visible' });
-    await face.page.waitForSelector(`${rows}.selectable`);
+    // The names come from the phone's mixer status.
+    if (programs.phone) await face.page.waitForSelector(`${rows}.selectable`);
     await face.shot('transitions-automatic');
     await face.page.click(toggle);
     await face.wait((s) => document.querySelectorAll(s).length === 0, rows);
     assert.equal(await face.page.isHidden(duration), true);
     // Automatic again for the next scenario, then back to the mixer with the close control.
     await face.page.click(toggle);
-    await face.page.waitForSelector(`${rows}.selectable`);
+    await face.wait((s) => document.querySelector(s)?.getAttribute('aria-checked') === 'true', toggle);
     await face.page.click('section[data-controller="transitions"] .wk-close');
     await face.waitForVisible('mixer');
   }],
 
-  ['the crossfader buttons send transitions in automatic mode', async ({ face }) => {
+  ['the crossfader buttons send transitions in automatic mode', async ({ face, programs }) => {
     const image = outlet('mixer', 'crossfaderImage');
     await face.waitForImage(image, /^mixer-crossfader-auto\d-f$/);
     const before = (await face.logRecords())[0]?.sequence ?? 0;
@@ -121,11 +127,12 @@ const scenarios = [
     await face.wait((n) => window.vexoFace.log.records.some((r) => r.sequence > n && r.direction === 'toPhone' &&
       /"action":5\b/.test(JSON.stringify(r.contents))), before);
     // The phone runs the transition; the crossfader follows its status to deck 2.
-    await face.waitForImage(image, /^mixer-crossfader-auto4-f$/);
+    if (programs.phone) await face.waitForImage(image, /^mixer-crossfader-auto4-f$/);
     await face.shot('crossfader-automatic');
   }],
 
-  ['automix through the menu changes the menu\'s title', async ({ face }) => {
+  ['automix through the menu changes the menu\'s title', async ({ face, programs }) => {
+    programs.need('phone');
     await face.showPage(1);
     const menuTitle = '#menu .menu-title';
     await face.page.click(outlet('mixer', 'crossfaderImage'), { button: 'right' });
@@ -147,6 +154,7 @@ const scenarios = [
   }],
 
   ['a load notification for deck 2 brings page 2 to the front', async ({ face, programs }) => {
+    programs.need('phone');
     await face.showPage(1);
     await programs.notifyLoad(2);
     const banner = '#banners .banner';
@@ -166,14 +174,17 @@ const scenarios = [
       await other.waitForPage(0);
       await other.page.keyboard.press('ArrowRight');
       await face.waitForPage(1);
-      const play = outlet(deck(1), 'playButton');
       await other.page.keyboard.press('ArrowLeft');
       await face.waitForPage(0);
-      const before = await face.image(play);
-      await other.page.click(play);
-      const after = before.includes('pause') ? /^turntable-play-active$/ : /^turntable-pause-active$/;
-      await face.waitForImage(play, after);
-      await other.waitForImage(play, after);
+      if (programs.phone && !programs.missing.library) {
+        // A tap in one tab: both show the phone's answer.
+        const play = outlet(deck(1), 'playButton');
+        const before = await face.image(play);
+        await other.page.click(play);
+        const after = before.includes('pause') ? /^turntable-play-active$/ : /^turntable-pause-active$/;
+        await face.waitForImage(play, after);
+        await other.waitForImage(play, after);
+      }
       await face.shot('tab-one');
       await other.shot('tab-two');
     } finally {
@@ -181,7 +192,7 @@ const scenarios = [
     }
   }],
 
-  ['play works from the keyboard alone', async ({ face }) => {
+  ['play works from the keyboard alone', async ({ face, state, programs }) => {
     const page = face.page;
     await page.reload();
     await face.open(page.url());
@@ -197,6 +208,15 @@ const scenarios = [
     }
     assert.match(name, /^(Play|Pause)$/, 'Tab reaches the play button of deck 1');
     const play = outlet(deck(1), 'playButton');
+    if (!programs.phone || programs.missing.library || !state.song1) {
+      // No phone to answer: Enter sends the play action, and the button waits for the phone.
+      const before = (await face.logRecords())[0]?.sequence ?? 0;
+      await page.keyboard.press('Enter');
+      await face.wait((n) => window.vexoFace.log.records.some((r) => r.sequence > n && r.direction === 'toPhone' &&
+        /"action":0\b/.test(JSON.stringify(r.contents))), before);
+      await face.shot('keyboard-enter');
+      return;
+    }
     const toggled = (image) => (image.includes('pause') ? /^turntable-play-active$/ : /^turntable-pause-active$/);
     let before = await face.image(play);
     await page.keyboard.press('Enter');
@@ -242,6 +262,7 @@ run('web.browser', async () => {
         await face.shot('failed').catch(() => {});
       }
     }
+    for (const why of Object.values(programs.missing)) console.log(`note: ${why}`);
     console.log(`screenshots: ${options.screenshots}`);
     if (failed) console.log(`--- vexo-watch output ---\n${programs.watch.output.slice(-4000)}\n--- vexo-phone output ---\n${programs.phone.output.slice(-4000)}`);
     console.log(`${passed} passed, ${failed} failed${skipped ? `, ${skipped} skipped` : ''}`);
