@@ -212,7 +212,7 @@ function resize() {
   const controls = document.querySelector('#watch-controls').getBoundingClientRect().height;
   const width = watch.offsetWidth;
   const height = watch.offsetHeight;
-  const available = Math.min((box.width - 16) / width, (window.innerHeight - box.top - controls - 24) / height);
+  const available = Math.min((box.width - 16) / width, (window.innerHeight - box.top - controls - 72) / height);
   const factor = Math.max(0.5, Math.min(2.2, available));
   watch.style.setProperty('--scale', String(factor));
   fit.style.width = `${width * factor}px`;
