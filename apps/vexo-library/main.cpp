@@ -4,12 +4,15 @@
 //   vexo-library playlists       every playlist: identifier, name, number of items
 //   vexo-library items PLAYLIST  the items of a playlist, by identifier or name, with tempo and key
 //   vexo-library item ID         everything the library knows of one item
+//   vexo-library demo DIR        write a demonstration music library into DIR and scan it
 //
 // Identifiers are shown as the link to the phone writes them: upper-case hexadecimal without
 // leading zeros. They are accepted in that form (with or without 0x) or in decimal.
 //
 // Exit codes: 0 success, 1 failure (missing folder, no such item, unusable index), 2 wrong
 // usage, 130 a scan interrupted (what it read is kept).
+#include "DemoLibraryWriter.h"
+
 #include "platform/log/Log.h"
 #include "platform/media/LibraryScanner.h"
 #include "platform/media/MediaLibrary.h"
@@ -117,11 +120,28 @@ std::string kindName(MediaType type) {
     return text.empty() ? "unknown (" + std::to_string(static_cast<std::uint64_t>(type)) + ")" : text;
 }
 
-// Terminal columns of UTF-8 text, one per character (wide characters are rare in tags).
+// Terminal columns of UTF-8 text: two for East Asian wide characters and emoji, none for
+// combining marks and variation selectors, one for the rest.
 std::size_t columns(const std::string& text) {
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }));
+    std::size_t width = 0;
+    for (std::size_t i = 0; i < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        char32_t code = length == 1 ? lead : lead & (0x3F >> (length - 1));
+        for (std::size_t k = 1; k < length && i + k < text.size(); ++k)
+            code = (code << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+        i += length;
+        if ((code >= 0x300 && code <= 0x36F) || (code >= 0xFE00 && code <= 0xFE0F) || code == 0x200D)
+            continue;
+        const bool wide = (code >= 0x1100 && code <= 0x115F) || (code >= 0x2E80 && code <= 0xA4CF) ||
+                          (code >= 0xAC00 && code <= 0xD7A3) || (code >= 0xF900 && code <= 0xFAFF) ||
+                          (code >= 0xFE30 && code <= 0xFE4F) || (code >= 0xFF00 && code <= 0xFF60) ||
+                          (code >= 0xFFE0 && code <= 0xFFE6) || (code >= 0x2600 && code <= 0x27BF) ||
+                          (code >= 0x1F300 && code <= 0x1FAFF) ||
+                          (code >= 0x20000 && code <= 0x3FFFD);
+        width += wide ? 2 : 1;
+    }
+    return width;
 }
 
 std::string padded(const std::string& text, std::size_t width) {
@@ -223,6 +243,85 @@ int scan(const Options& options, const std::filesystem::path& indexPath, const s
         std::cout << "skipped: " << summary->problems.size() << " (see above)\n";
     std::cout << "index: " << indexPath.string() << "\n";
     return kSuccess;
+}
+
+// What the demo command made, as a table of songs and one of playlists.
+void printDemo(const library::DemoLibraryWriter::Summary& made) {
+    using library::DemoLibraryWriter;
+    std::size_t tempo = 0, key = 0, artwork = 0, titleWidth = 5, artistWidth = 6;
+    for (const auto& written : made.songs) {
+        tempo += written.song.tempoTagged ? 1 : 0;
+        key += written.song.keyTag.empty() ? 0 : 1;
+        artwork += written.artworkWidth > 0 ? 1 : 0;
+        titleWidth = std::max(titleWidth, columns(written.song.title));
+        artistWidth = std::max(artistWidth, columns(written.song.artist));
+    }
+    char megabytes[32];
+    std::snprintf(megabytes, sizeof megabytes, "%.1f", static_cast<double>(made.bytes) / 1e6);
+    std::cout << "made a demonstration library in " << made.folder.string() << ": " << made.songs.size()
+              << " songs, " << made.playlists.size() << " playlists, " << megabytes << " MB\n"
+              << "songs: " << tempo << " with a tempo tag, " << key << " with a key tag, " << artwork
+              << " with artwork\n\n";
+    std::cout << padded("TITLE", titleWidth) << "  " << padded("ARTIST", artistWidth)
+              << "  DURATION  BPM  KEY       ARTWORK\n";
+    for (const auto& written : made.songs) {
+        const std::string bpm = written.song.tempoTagged ? std::to_string(written.song.beatsPerMinute) : "-";
+        const std::string key = written.song.keyTag.empty() ? "-" : written.song.keyTag;
+        const std::string picture = written.artworkWidth > 0 ? std::to_string(written.artworkWidth) + "x" +
+                                                                   std::to_string(written.artworkHeight)
+                                                             : "-";
+        std::cout << padded(written.song.title, titleWidth) << "  " << padded(written.song.artist, artistWidth)
+                  << "  " << rightAligned(duration(written.seconds), 8) << "  " << rightAligned(bpm, 3) << "  "
+                  << padded(key, 8) << "  " << picture << "\n";
+    }
+    std::size_t nameWidth = 8;
+    for (const auto& written : made.playlists)
+        nameWidth = std::max(nameWidth, columns(written.playlist.name));
+    std::cout << "\n" << padded("PLAYLIST", nameWidth) << "  SONGS\n";
+    for (const auto& written : made.playlists) {
+        const auto& playlist = written.playlist;
+        std::cout << padded(playlist.name, nameWidth) << "  " << rightAligned(std::to_string(playlist.songs.size()), 5);
+        if (!playlist.missingFiles.empty())
+            std::cout << "  (and " << playlist.missingFiles.size() << " missing file"
+                      << (playlist.missingFiles.size() == 1 ? ")" : "s)");
+        std::cout << "\n";
+    }
+    std::cout << "\n";
+}
+
+int demo(const Options& options, const std::filesystem::path& indexPath, const std::string& folder) {
+    using library::DemoLibraryWriter;
+    std::signal(SIGINT, interrupt);
+    std::signal(SIGTERM, interrupt);
+    const bool tty = ::isatty(STDERR_FILENO) == 1;
+    DemoLibraryWriter::Progress::Phase shown = DemoLibraryWriter::Progress::Phase::Songs;
+    bool started = false;
+    // One line per phase; on a terminal it counts up in place.
+    auto progress = [&](const DemoLibraryWriter::Progress& step) {
+        if (options.quiet)
+            return;
+        const char* what = step.phase == DemoLibraryWriter::Progress::Phase::Songs ? "songs" : "playlists";
+        if (tty) {
+            std::fprintf(stderr, "\r\033[Kwriting %s: %zu/%zu", what, step.done, step.total);
+            if (step.done == step.total)
+                std::fputc('\n', stderr);
+            std::fflush(stderr);
+        } else if (!started || step.phase != shown) {
+            std::fprintf(stderr, "writing %zu %s into %s\n", step.total, what, folder.c_str());
+        }
+        started = true;
+        shown = step.phase;
+    };
+    std::string error;
+    const auto made = DemoLibraryWriter::write(folder, progress, [] { return g_interrupted != 0; }, &error);
+    if (tty && !options.quiet)
+        std::fputs("\r\033[K", stderr);
+    if (!made)
+        return fail(error, g_interrupted ? 128 + SIGINT : kFailure);
+    if (!options.quiet)
+        std::fprintf(stderr, "scanning %s into %s\n", folder.c_str(), indexPath.c_str());
+    printDemo(*made);
+    return scan(options, indexPath, folder);
 }
 
 int playlists(const std::filesystem::path& indexPath) {
@@ -368,6 +467,13 @@ int main(int argc, char** argv) {
     auto* itemCommand = app.add_subcommand("item", "show one item");
     itemCommand->add_option("ID", identifier, "identifier (hexadecimal or decimal)")->required();
 
+    std::string demoFolder;
+    auto* demoCommand = app.add_subcommand(
+        "demo", "write a demonstration music library (40 tagged songs with artwork, 31 playlists) into DIR, then "
+                "scan it; DIR must be new, empty, or made by this command before");
+    demoCommand->add_option("DIR", demoFolder, "the folder to write (made when missing)")->required();
+    demoCommand->add_flag("-q,--quiet", options.quiet, "no progress on standard error");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -387,5 +493,7 @@ int main(int argc, char** argv) {
         return items(indexPath, playlist);
     if (itemCommand->parsed())
         return item(indexPath, identifier);
+    if (demoCommand->parsed())
+        return demo(options, indexPath, demoFolder);
     return kUsage;
 }
