@@ -54,7 +54,8 @@ VXAWLibrary::~VXAWLibrary() {
 
 void VXAWLibrary::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory)));
+        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory),
+        environment().mainLoop));
     // An action left over from an earlier run must never reach the phone again.
     m_wormhole->clearMessageContentsForIdentifier(VXAWLibraryActionMessageIdentifier);
     m_wormhole->listenForMessageWithIdentifier(
@@ -148,23 +149,23 @@ void VXAWLibrary::mediaLibraryDidChange() {
 }
 
 std::any VXAWLibrary::valueForKey(std::string_view key) const {
-    if (key == "sectionName")
+    if (key == kSectionNameKeyPath)
         return m_sectionName;
-    if (key == "sectionAvailable")
+    if (key == kSectionAvailableKeyPath)
         return m_sectionAvailable;
-    if (key == "numberOfItems")
+    if (key == kNumberOfItemsKeyPath)
         return m_numberOfItems;
-    if (key == "rangeOfItems")
+    if (key == kRangeOfItemsKeyPath)
         return m_rangeOfItems;
-    if (key == "items")
+    if (key == kItemsKeyPath)
         return m_items;
-    if (key == "navigationLevel")
+    if (key == kNavigationLevelKeyPath)
         return m_navigationLevel;
-    if (key == "visible")
+    if (key == kVisibleKeyPath)
         return m_visible;
-    if (key == "playlists")
+    if (key == kPlaylistsKeyPath)
         return m_playlists;
-    if (key == "wormhole")
+    if (key == kWormholeKeyPath)
         return m_wormhole;
     return Observable::valueForKey(key);
 }

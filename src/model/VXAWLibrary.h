@@ -34,6 +34,17 @@ namespace vexo::model {
 
 class VXAWLibrary : public runtime::Observable, public std::enable_shared_from_this<VXAWLibrary> {
 public:
+    // The key paths of the observable properties, as observers spell them.
+    static constexpr std::string_view kSectionNameKeyPath = "sectionName";
+    static constexpr std::string_view kSectionAvailableKeyPath = "sectionAvailable";
+    static constexpr std::string_view kNumberOfItemsKeyPath = "numberOfItems";
+    static constexpr std::string_view kRangeOfItemsKeyPath = "rangeOfItems";
+    static constexpr std::string_view kItemsKeyPath = "items";
+    static constexpr std::string_view kNavigationLevelKeyPath = "navigationLevel";
+    static constexpr std::string_view kVisibleKeyPath = "visible";
+    static constexpr std::string_view kPlaylistsKeyPath = "playlists";
+    static constexpr std::string_view kWormholeKeyPath = "wormhole";
+
     using Playlists = std::vector<media::MediaPlaylist>;
 
     // Starts the transport (which applies the stored "libraryItems"), then marks the section
@@ -58,7 +69,7 @@ public:
     // first load; later loads come only from media-library changes.
     const std::optional<Playlists>& playlists();
     void setPlaylists(std::optional<Playlists> playlists) {
-        setAndNotify("playlists", m_playlists, std::move(playlists));
+        setAndNotify(kPlaylistsKeyPath, m_playlists, std::move(playlists));
     }
 
     // Cancels the load in flight, if any, and starts a new one.
@@ -66,23 +77,23 @@ public:
     void mediaLibraryDidChange();
 
     const std::optional<std::string>& sectionName() const { return m_sectionName; }
-    void setSectionName(std::optional<std::string> name) { setAndNotify("sectionName", m_sectionName, std::move(name)); }
+    void setSectionName(std::optional<std::string> name) { setAndNotify(kSectionNameKeyPath, m_sectionName, std::move(name)); }
     bool isSectionAvailable() const { return m_sectionAvailable; }
-    void setSectionAvailable(bool available) { setAndNotify("sectionAvailable", m_sectionAvailable, available); }
+    void setSectionAvailable(bool available) { setAndNotify(kSectionAvailableKeyPath, m_sectionAvailable, available); }
     std::int64_t numberOfItems() const { return m_numberOfItems; }
-    void setNumberOfItems(std::int64_t count) { setAndNotify("numberOfItems", m_numberOfItems, count); }
+    void setNumberOfItems(std::int64_t count) { setAndNotify(kNumberOfItemsKeyPath, m_numberOfItems, count); }
     Range rangeOfItems() const { return m_rangeOfItems; }
-    void setRangeOfItems(Range range) { setAndNotify("rangeOfItems", m_rangeOfItems, range); }
+    void setRangeOfItems(Range range) { setAndNotify(kRangeOfItemsKeyPath, m_rangeOfItems, range); }
     // The phone's items so far, as received.
     const std::optional<plist::Array>& items() const { return m_items; }
-    void setItems(std::optional<plist::Array> items) { setAndNotify("items", m_items, std::move(items)); }
+    void setItems(std::optional<plist::Array> items) { setAndNotify(kItemsKeyPath, m_items, std::move(items)); }
     std::int64_t navigationLevel() const { return m_navigationLevel; }
-    void setNavigationLevel(std::int64_t level) { setAndNotify("navigationLevel", m_navigationLevel, level); }
+    void setNavigationLevel(std::int64_t level) { setAndNotify(kNavigationLevelKeyPath, m_navigationLevel, level); }
     bool isVisible() const { return m_visible; }
-    void setVisible(bool visible) { setAndNotify("visible", m_visible, visible); }
+    void setVisible(bool visible) { setAndNotify(kVisibleKeyPath, m_visible, visible); }
     const std::shared_ptr<transport::MMWormhole>& wormhole() const { return m_wormhole; }
     void setWormhole(std::shared_ptr<transport::MMWormhole> wormhole) {
-        setAndNotify("wormhole", m_wormhole, std::move(wormhole));
+        setAndNotify(kWormholeKeyPath, m_wormhole, std::move(wormhole));
     }
     const std::shared_ptr<runtime::OperationQueue>& queue() const { return m_queue; }
     // The most recently started load; kept after it finishes.

@@ -36,7 +36,8 @@ VXAWMixer::~VXAWMixer() {
 
 void VXAWMixer::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory)));
+        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory),
+        environment().mainLoop));
     // Deliberately the outgoing action file, not the status: the last status of an earlier
     // run is applied below.
     m_wormhole->clearMessageContentsForIdentifier(VXAWMixerActionMessageIdentifier);
@@ -88,30 +89,30 @@ std::int64_t VXAWMixer::transitionMode() const {
 
 void VXAWMixer::setTransitionMode(std::int64_t mode) {
     // The value lives in the defaults, so the change is bracketed by hand.
-    willChangeValueForKey("transitionMode");
+    willChangeValueForKey(kTransitionModeKeyPath);
     if (const auto& defaults = environment().userDefaults)
         defaults->setInteger(mode, kTransitionModeDefaultsKey);
-    didChangeValueForKey("transitionMode");
+    didChangeValueForKey(kTransitionModeKeyPath);
 }
 
 std::any VXAWMixer::valueForKey(std::string_view key) const {
-    if (key == "volume")
+    if (key == kVolumeKeyPath)
         return m_volume;
-    if (key == "crossfaderPosition")
+    if (key == kCrossfaderPositionKeyPath)
         return m_crossfaderPosition;
-    if (key == "syncActive")
+    if (key == kSyncActiveKeyPath)
         return m_syncActive;
-    if (key == "automixActive")
+    if (key == kAutomixActiveKeyPath)
         return m_automixActive;
-    if (key == "transitionMode")
+    if (key == kTransitionModeKeyPath)
         return transitionMode();
-    if (key == "transitionDuration")
+    if (key == kTransitionDurationKeyPath)
         return m_transitionDuration;
-    if (key == "transitionType")
+    if (key == kTransitionTypeKeyPath)
         return m_transitionType;
-    if (key == "availableTransitionTypes")
+    if (key == kAvailableTransitionTypesKeyPath)
         return m_availableTransitionTypes;
-    if (key == "wormhole")
+    if (key == kWormholeKeyPath)
         return m_wormhole;
     return Observable::valueForKey(key);
 }

@@ -23,6 +23,17 @@ namespace vexo::model {
 
 class VXAWMixer : public runtime::Observable {
 public:
+    // The key paths of the observable properties, as observers spell them.
+    static constexpr std::string_view kVolumeKeyPath = "volume";
+    static constexpr std::string_view kCrossfaderPositionKeyPath = "crossfaderPosition";
+    static constexpr std::string_view kSyncActiveKeyPath = "syncActive";
+    static constexpr std::string_view kAutomixActiveKeyPath = "automixActive";
+    static constexpr std::string_view kTransitionModeKeyPath = "transitionMode";
+    static constexpr std::string_view kTransitionDurationKeyPath = "transitionDuration";
+    static constexpr std::string_view kTransitionTypeKeyPath = "transitionType";
+    static constexpr std::string_view kAvailableTransitionTypesKeyPath = "availableTransitionTypes";
+    static constexpr std::string_view kWormholeKeyPath = "wormhole";
+
     // The user-defaults key of the transition mode.
     static constexpr std::string_view kTransitionModeDefaultsKey = "VXAWMixerTransitionMode";
 
@@ -48,34 +59,34 @@ public:
     void sendActionMessage(std::int64_t action, const plist::Value& params = plist::Value());
 
     double volume() const { return m_volume; }
-    void setVolume(double volume) { setAndNotify("volume", m_volume, volume); }
+    void setVolume(double volume) { setAndNotify(kVolumeKeyPath, m_volume, volume); }
     double crossfaderPosition() const { return m_crossfaderPosition; }
     void setCrossfaderPosition(double position) {
-        setAndNotify("crossfaderPosition", m_crossfaderPosition, position);
+        setAndNotify(kCrossfaderPositionKeyPath, m_crossfaderPosition, position);
     }
     bool isSyncActive() const { return m_syncActive; }
-    void setSyncActive(bool active) { setAndNotify("syncActive", m_syncActive, active); }
+    void setSyncActive(bool active) { setAndNotify(kSyncActiveKeyPath, m_syncActive, active); }
     bool isAutomixActive() const { return m_automixActive; }
-    void setAutomixActive(bool active) { setAndNotify("automixActive", m_automixActive, active); }
+    void setAutomixActive(bool active) { setAndNotify(kAutomixActiveKeyPath, m_automixActive, active); }
     // 0 manual, 1 automatic; stored in the user defaults, never sent to the phone.
     std::int64_t transitionMode() const;
     void setTransitionMode(std::int64_t mode);
     double transitionDuration() const { return m_transitionDuration; }
     void setTransitionDuration(double seconds) {
-        setAndNotify("transitionDuration", m_transitionDuration, seconds);
+        setAndNotify(kTransitionDurationKeyPath, m_transitionDuration, seconds);
     }
     const std::optional<std::string>& transitionType() const { return m_transitionType; }
     void setTransitionType(std::optional<std::string> type) {
-        setAndNotify("transitionType", m_transitionType, std::move(type));
+        setAndNotify(kTransitionTypeKeyPath, m_transitionType, std::move(type));
     }
     // The names the phone offers, as it sent them.
     const std::optional<plist::Array>& availableTransitionTypes() const { return m_availableTransitionTypes; }
     void setAvailableTransitionTypes(std::optional<plist::Array> types) {
-        setAndNotify("availableTransitionTypes", m_availableTransitionTypes, std::move(types));
+        setAndNotify(kAvailableTransitionTypesKeyPath, m_availableTransitionTypes, std::move(types));
     }
     const std::shared_ptr<transport::MMWormhole>& wormhole() const { return m_wormhole; }
     void setWormhole(std::shared_ptr<transport::MMWormhole> wormhole) {
-        setAndNotify("wormhole", m_wormhole, std::move(wormhole));
+        setAndNotify(kWormholeKeyPath, m_wormhole, std::move(wormhole));
     }
 
     [[nodiscard]] std::any valueForKey(std::string_view key) const override;

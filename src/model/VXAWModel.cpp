@@ -10,22 +10,30 @@ namespace vexo::model {
 namespace {
 
 std::mutex g_sharedModelMutex;
-std::shared_ptr<VXAWModel> g_sharedModel;
+
+// The slot is made on first use and never destroyed: the model lives until the process ends,
+// and tearing it down during exit would reach into the notification centre and the main
+// loop, which are gone by then. Only installing a new environment releases a model.
+std::shared_ptr<VXAWModel>& sharedSlot() {
+    static auto* slot = new std::shared_ptr<VXAWModel>();
+    return *slot;
+}
 
 } // namespace
 
 std::shared_ptr<VXAWModel> VXAWModel::sharedModel() {
     std::lock_guard lock(g_sharedModelMutex);
-    if (!g_sharedModel)
-        g_sharedModel = std::make_shared<VXAWModel>();
-    return g_sharedModel;
+    std::shared_ptr<VXAWModel>& slot = sharedSlot();
+    if (!slot)
+        slot = std::make_shared<VXAWModel>();
+    return slot;
 }
 
 void VXAWModel::forgetSharedModel() {
     std::shared_ptr<VXAWModel> previous;
     {
         std::lock_guard lock(g_sharedModelMutex);
-        previous = std::move(g_sharedModel);
+        previous = std::move(sharedSlot());
     }
 }
 

@@ -15,7 +15,8 @@ class VXAWLibrary;
 class VXAWModel {
 public:
     // The shared instance, created on the first call (once, even when threads race) in the
-    // installed environment and kept until another environment is installed.
+    // installed environment and kept until another environment is installed; it is never
+    // destroyed at process exit, so nothing of it runs after the main loop has gone.
     static std::shared_ptr<VXAWModel> sharedModel();
 
     // Builds deck 1, deck 2, the mixer and the library, in that order; each starts listening

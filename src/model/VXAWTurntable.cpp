@@ -2,6 +2,8 @@
 
 #include "model/Environment.h"
 #include "model/VXAWProtocol.h"
+#include "platform/log/Log.h"
+#include "platform/runtime/RunLoop.h"
 #include "platform/runtime/Timer.h"
 #include "transport/MMWormhole.h"
 
@@ -37,7 +39,8 @@ std::string VXAWTurntable::songInfoMessageIdentifier() const {
 
 void VXAWTurntable::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory)));
+        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory),
+        environment().mainLoop));
     // A play state left from an earlier run must never show; the last song may.
     m_wormhole->clearMessageContentsForIdentifier(statusMessageIdentifier());
 
@@ -109,8 +112,8 @@ void VXAWTurntable::applySongInfo(const plist::Value& songInfo) {
     }
     // The same object stays; observers hear of it only when something visible changed.
     if (m_song->updateMetadata(songDictionary)) {
-        willChangeValueForKey("song");
-        didChangeValueForKey("song");
+        willChangeValueForKey(kSongKeyPath);
+        didChangeValueForKey(kSongKeyPath);
     }
 }
 
@@ -130,8 +133,15 @@ void VXAWTurntable::sendActionMessage(std::int64_t action, const plist::Value& p
 void VXAWTurntable::startUpdatingCurrentTime() {
     if (m_currentTimeUpdateTimer && m_currentTimeUpdateTimer->isValid())
         return;
+    // The poll belongs on the main loop whichever thread applied the status; without any
+    // loop there is nothing to schedule on, and a status must never throw.
+    runtime::RunLoop* loop = environment().mainLoop ? environment().mainLoop : runtime::RunLoop::current();
+    if (loop == nullptr) {
+        log::warning("model", "no main loop; deck " + std::to_string(m_turntableNumber) + " does not poll");
+        return;
+    }
     setCurrentTimeUpdateTimer(runtime::Timer::scheduledTimer(
-        kStatusPollInterval, runtime::Timer::Repeats::Yes,
+        *loop, kStatusPollInterval, runtime::Timer::Repeats::Yes,
         [this](runtime::Timer& timer) { updateCurrentTime(timer); }));
 }
 
@@ -146,35 +156,35 @@ void VXAWTurntable::updateCurrentTime(runtime::Timer&) {
 }
 
 std::any VXAWTurntable::valueForKey(std::string_view key) const {
-    if (key == "turntableNumber")
+    if (key == kTurntableNumberKeyPath)
         return m_turntableNumber;
-    if (key == "song")
+    if (key == kSongKeyPath)
         return m_song;
-    if (key == "playing")
+    if (key == kPlayingKeyPath)
         return m_playing;
-    if (key == "currentTime")
+    if (key == kCurrentTimeKeyPath)
         return m_currentTime;
-    if (key == "currentDisplayTime")
+    if (key == kCurrentDisplayTimeKeyPath)
         return m_currentDisplayTime;
-    if (key == "autoLoopBeatInterval")
+    if (key == kAutoLoopBeatIntervalKeyPath)
         return m_autoLoopBeatInterval;
-    if (key == "looping")
+    if (key == kLoopingKeyPath)
         return m_looping;
-    if (key == "fxName")
+    if (key == kFxNameKeyPath)
         return m_fxName;
-    if (key == "fxEnabled")
+    if (key == kFxEnabledKeyPath)
         return m_fxEnabled;
-    if (key == "fxLowPassEnabled")
+    if (key == kFxLowPassEnabledKeyPath)
         return m_fxLowPassEnabled;
-    if (key == "fxHighPassEnabled")
+    if (key == kFxHighPassEnabledKeyPath)
         return m_fxHighPassEnabled;
-    if (key == "bpm")
+    if (key == kBpmKeyPath)
         return m_bpm;
-    if (key == "key")
+    if (key == kKeyKeyPath)
         return m_key;
-    if (key == "wormhole")
+    if (key == kWormholeKeyPath)
         return m_wormhole;
-    if (key == "currentTimeUpdateTimer")
+    if (key == kCurrentTimeUpdateTimerKeyPath)
         return m_currentTimeUpdateTimer;
     return Observable::valueForKey(key);
 }

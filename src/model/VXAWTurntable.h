@@ -29,6 +29,23 @@ namespace vexo::model {
 
 class VXAWTurntable : public runtime::Observable {
 public:
+    // The key paths of the observable properties, as observers spell them.
+    static constexpr std::string_view kTurntableNumberKeyPath = "turntableNumber";
+    static constexpr std::string_view kSongKeyPath = "song";
+    static constexpr std::string_view kPlayingKeyPath = "playing";
+    static constexpr std::string_view kCurrentTimeKeyPath = "currentTime";
+    static constexpr std::string_view kCurrentDisplayTimeKeyPath = "currentDisplayTime";
+    static constexpr std::string_view kAutoLoopBeatIntervalKeyPath = "autoLoopBeatInterval";
+    static constexpr std::string_view kLoopingKeyPath = "looping";
+    static constexpr std::string_view kFxNameKeyPath = "fxName";
+    static constexpr std::string_view kFxEnabledKeyPath = "fxEnabled";
+    static constexpr std::string_view kFxLowPassEnabledKeyPath = "fxLowPassEnabled";
+    static constexpr std::string_view kFxHighPassEnabledKeyPath = "fxHighPassEnabled";
+    static constexpr std::string_view kBpmKeyPath = "bpm";
+    static constexpr std::string_view kKeyKeyPath = "key";
+    static constexpr std::string_view kWormholeKeyPath = "wormhole";
+    static constexpr std::string_view kCurrentTimeUpdateTimerKeyPath = "currentTimeUpdateTimer";
+
     // initWithTurntableNumber: stores the number and starts the transport: clears the stored
     // status, listens, applies the stored messages and sends a status request (action 16).
     explicit VXAWTurntable(std::int64_t turntableNumber);
@@ -57,40 +74,40 @@ public:
     std::string songInfoMessageIdentifier() const;
 
     std::int64_t turntableNumber() const { return m_turntableNumber; }
-    void setTurntableNumber(std::int64_t number) { setAndNotify("turntableNumber", m_turntableNumber, number); }
+    void setTurntableNumber(std::int64_t number) { setAndNotify(kTurntableNumberKeyPath, m_turntableNumber, number); }
     const std::shared_ptr<VXAWSong>& song() const { return m_song; }
-    void setSong(std::shared_ptr<VXAWSong> song) { setAndNotify("song", m_song, std::move(song)); }
+    void setSong(std::shared_ptr<VXAWSong> song) { setAndNotify(kSongKeyPath, m_song, std::move(song)); }
     bool isPlaying() const { return m_playing; }
-    void setPlaying(bool playing) { setAndNotify("playing", m_playing, playing); }
+    void setPlaying(bool playing) { setAndNotify(kPlayingKeyPath, m_playing, playing); }
     std::int64_t currentTime() const { return m_currentTime; }
-    void setCurrentTime(std::int64_t time) { setAndNotify("currentTime", m_currentTime, time); }
+    void setCurrentTime(std::int64_t time) { setAndNotify(kCurrentTimeKeyPath, m_currentTime, time); }
     const std::optional<std::string>& currentDisplayTime() const { return m_currentDisplayTime; }
     void setCurrentDisplayTime(std::optional<std::string> text) {
-        setAndNotify("currentDisplayTime", m_currentDisplayTime, std::move(text));
+        setAndNotify(kCurrentDisplayTimeKeyPath, m_currentDisplayTime, std::move(text));
     }
     double autoLoopBeatInterval() const { return m_autoLoopBeatInterval; }
-    void setAutoLoopBeatInterval(double beats) { setAndNotify("autoLoopBeatInterval", m_autoLoopBeatInterval, beats); }
+    void setAutoLoopBeatInterval(double beats) { setAndNotify(kAutoLoopBeatIntervalKeyPath, m_autoLoopBeatInterval, beats); }
     bool isLooping() const { return m_looping; }
-    void setLooping(bool looping) { setAndNotify("looping", m_looping, looping); }
+    void setLooping(bool looping) { setAndNotify(kLoopingKeyPath, m_looping, looping); }
     const std::optional<std::string>& fxName() const { return m_fxName; }
-    void setFxName(std::optional<std::string> name) { setAndNotify("fxName", m_fxName, std::move(name)); }
+    void setFxName(std::optional<std::string> name) { setAndNotify(kFxNameKeyPath, m_fxName, std::move(name)); }
     bool isFxEnabled() const { return m_fxEnabled; }
-    void setFxEnabled(bool enabled) { setAndNotify("fxEnabled", m_fxEnabled, enabled); }
+    void setFxEnabled(bool enabled) { setAndNotify(kFxEnabledKeyPath, m_fxEnabled, enabled); }
     bool isFxLowPassEnabled() const { return m_fxLowPassEnabled; }
-    void setFxLowPassEnabled(bool enabled) { setAndNotify("fxLowPassEnabled", m_fxLowPassEnabled, enabled); }
+    void setFxLowPassEnabled(bool enabled) { setAndNotify(kFxLowPassEnabledKeyPath, m_fxLowPassEnabled, enabled); }
     bool isFxHighPassEnabled() const { return m_fxHighPassEnabled; }
-    void setFxHighPassEnabled(bool enabled) { setAndNotify("fxHighPassEnabled", m_fxHighPassEnabled, enabled); }
+    void setFxHighPassEnabled(bool enabled) { setAndNotify(kFxHighPassEnabledKeyPath, m_fxHighPassEnabled, enabled); }
     std::int64_t bpm() const { return m_bpm; }
-    void setBpm(std::int64_t bpm) { setAndNotify("bpm", m_bpm, bpm); }
+    void setBpm(std::int64_t bpm) { setAndNotify(kBpmKeyPath, m_bpm, bpm); }
     const std::optional<std::string>& key() const { return m_key; }
-    void setKey(std::optional<std::string> key) { setAndNotify("key", m_key, std::move(key)); }
+    void setKey(std::optional<std::string> key) { setAndNotify(kKeyKeyPath, m_key, std::move(key)); }
     const std::shared_ptr<transport::MMWormhole>& wormhole() const { return m_wormhole; }
     void setWormhole(std::shared_ptr<transport::MMWormhole> wormhole) {
-        setAndNotify("wormhole", m_wormhole, std::move(wormhole));
+        setAndNotify(kWormholeKeyPath, m_wormhole, std::move(wormhole));
     }
     const std::shared_ptr<runtime::Timer>& currentTimeUpdateTimer() const { return m_currentTimeUpdateTimer; }
     void setCurrentTimeUpdateTimer(std::shared_ptr<runtime::Timer> timer) {
-        setAndNotify("currentTimeUpdateTimer", m_currentTimeUpdateTimer, std::move(timer));
+        setAndNotify(kCurrentTimeUpdateTimerKeyPath, m_currentTimeUpdateTimer, std::move(timer));
     }
 
     [[nodiscard]] std::any valueForKey(std::string_view key) const override;
