@@ -149,7 +149,8 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
         });
 
     engine.start();
-    std::cerr << "vexo-phone: listening in " << container->string() << " with " << indexPath.string() << "\n";
+    // One line on standard output once the watch can reach us, for whoever started us.
+    std::cout << "listening in " << container->string() << " with " << indexPath.string() << std::endl;
     loop.run();
 
     signalWatch.reset();

@@ -403,11 +403,20 @@ void Engine::update() {
 
 void Engine::applySync() {
     const double time = now();
-    const std::int64_t master = glanceDeckNumber();
+    // The master is the deck heard when sync came on; it hands over only when it stops while
+    // the other plays, so that starting a deck never changes the tempo heard.
+    if (!m_mixer.isSyncActive()) {
+        m_syncMaster.reset();
+    } else {
+        if (!m_syncMaster)
+            m_syncMaster = glanceDeckNumber();
+        if (!deck(*m_syncMaster).isPlaying() && deck(3 - *m_syncMaster).isPlaying())
+            m_syncMaster = 3 - *m_syncMaster;
+    }
     for (Deck& deck : m_decks) {
         double rate = 1;
         const Deck& other = this->deck(3 - deck.number());
-        if (m_mixer.isSyncActive() && deck.number() != master && deck.song() && other.song() &&
+        if (m_syncMaster && deck.number() != *m_syncMaster && deck.song() && other.song() &&
             deck.song()->beatsPerMinute > 0 && other.song()->beatsPerMinute > 0)
             rate = static_cast<double>(other.song()->beatsPerMinute) / static_cast<double>(deck.song()->beatsPerMinute);
         if (rate != deck.rate()) {
@@ -427,6 +436,9 @@ void Engine::schedule() {
                 m_nearEndHandled.at(static_cast<std::size_t>(deck.number() - 1)) != deck.loadCount())
                 next = std::min(next, time + std::max(0.0, *toEnd - m_mixer.transitionDuration()));
         }
+
+    if (const std::optional<double> end = m_mixer.transitionEnd())
+        next = std::min(next, *end);
 
     if (m_eventTimer && (!m_eventTimer->isValid() || m_eventTimer->fireDate() != next)) {
         m_eventTimer->invalidate();

@@ -138,6 +138,8 @@ private:
     std::array<std::uint64_t, 2> m_nearEndHandled{};
     // The deck an automix transition fades out; it stops when the transition ends.
     std::optional<std::int64_t> m_automixOutgoing;
+    // While sync is on, the deck whose tempo the other one follows.
+    std::optional<std::int64_t> m_syncMaster;
 
     std::bitset<MessageCount> m_changed;
     bool m_flushPosted = false;

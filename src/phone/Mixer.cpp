@@ -91,8 +91,15 @@ std::optional<double> Mixer::transitionTarget() const {
     return m_transition->to;
 }
 
+std::optional<double> Mixer::transitionEnd() const {
+    if (!m_transition)
+        return std::nullopt;
+    return m_transition->start + m_transition->duration;
+}
+
 bool Mixer::update(double now) {
-    if (!m_transition || now < m_transition->start + m_transition->duration)
+    // Within a microsecond counts as the end (see Deck::update).
+    if (!m_transition || now < *transitionEnd() - 1e-6)
         return false;
     m_crossfader = m_transition->to;
     m_transition.reset();

@@ -55,6 +55,8 @@ public:
     [[nodiscard]] bool isTransitioning() const { return m_transition.has_value(); }
     // The target of the transition in progress.
     [[nodiscard]] std::optional<double> transitionTarget() const;
+    // The loop time at which the transition in progress ends.
+    [[nodiscard]] std::optional<double> transitionEnd() const;
     // Ends a transition whose time is up, leaving the crossfader at its target. True when
     // one ended.
     bool update(double now);
