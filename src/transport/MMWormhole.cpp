@@ -10,16 +10,6 @@
 #include <algorithm>
 
 namespace vexo::transport {
-namespace {
-
-// One plain file-name component: a safety rule of ours on top of the absent identifier.
-bool isPlainFileName(std::string_view identifier) {
-    return !identifier.empty() && identifier != "." && identifier != ".." &&
-           identifier.find('/') == std::string_view::npos &&
-           identifier.find('\0') == std::string_view::npos;
-}
-
-} // namespace
 
 void wormholeNotificationCallback(const std::string& name) {
     runtime::NotificationCenter::defaultCenter().post(
@@ -30,7 +20,7 @@ void wormholeNotificationCallback(const std::string& name) {
 MMWormhole::MMWormhole(std::string applicationGroupIdentifier, std::optional<std::string> directory,
                        runtime::RunLoop* loop)
     : m_applicationGroupIdentifier(std::move(applicationGroupIdentifier)),
-      m_directory(std::move(directory)), m_loop(loop) {
+      m_directory(std::move(directory)), m_loop(loop), m_fileManager(m_applicationGroupIdentifier, m_directory) {
     runtime::NotificationCenter::defaultCenter().addObserver(
         this, [this](const runtime::Notification& notification) {
             didReceiveMessageNotification(notification);
@@ -59,11 +49,7 @@ void MMWormhole::clearMessageContentsForIdentifier(Identifier identifier) {
 void MMWormhole::clearAllMessageContents() {
     if (!m_directory)
         return;
-    const auto directoryPath = messagePassingDirectoryPath();
-    if (!directoryPath)
-        return;
-    for (const std::string& name : m_fileManager.contentsOfDirectoryAtPath(*directoryPath))
-        m_fileManager.removeItemAtPath(*directoryPath / name);
+    m_fileManager.removeAllEntries();
 }
 
 void MMWormhole::listenForMessageWithIdentifier(Identifier identifier, Listener listener) {
@@ -84,58 +70,51 @@ void MMWormhole::stopListeningForMessageWithIdentifier(Identifier identifier) {
     unregisterForNotificationsWithIdentifier(*identifier);
 }
 
-std::optional<std::filesystem::path> MMWormhole::messagePassingDirectoryPath() {
-    auto path = m_fileManager.containerURLForSecurityApplicationGroupIdentifier(
-        m_applicationGroupIdentifier);
-    if (!path)
+std::optional<std::string> MMWormhole::filePathForIdentifier(Identifier identifier) {
+    if (!identifier || !ipc::ContainerDirectory::isPlainFileName(*identifier))
         return std::nullopt;
-    if (m_directory)
-        *path /= *m_directory;
-    m_fileManager.createDirectoryAtPath(*path);
-    return path;
-}
-
-std::optional<std::filesystem::path> MMWormhole::filePathForIdentifier(Identifier identifier) {
-    if (!identifier || !isPlainFileName(*identifier))
-        return std::nullopt;
-    auto directoryPath = messagePassingDirectoryPath();
-    if (!directoryPath)
-        return std::nullopt;
-    return *directoryPath / (std::string(*identifier) + ".archive");
+    std::string fileName;
+    fileName.reserve(identifier->size() + 8);
+    fileName.append(*identifier).append(".archive");
+    return fileName;
 }
 
 void MMWormhole::writeMessageObject(const plist::Value& messageObject, Identifier identifier) {
     if (!identifier)
         return;
-    const auto data = plist::KeyedArchiver::archivedData(messageObject);
-    const auto filePath = filePathForIdentifier(identifier);
-    if (data && filePath && m_fileManager.writeToFileAtomically(*filePath, *data))
+    if (!plist::KeyedArchiver::archive(messageObject, m_writeBuffer))
+        return;
+    const auto fileName = filePathForIdentifier(identifier);
+    if (fileName && m_fileManager.writeAtomically(*fileName, m_writeBuffer))
         sendNotificationForMessageWithIdentifier(*identifier);
 }
 
 plist::Value MMWormhole::messageObjectFromFileWithIdentifier(Identifier identifier) {
-    const auto filePath = filePathForIdentifier(identifier);
-    if (!filePath)
+    const auto fileName = filePathForIdentifier(identifier);
+    if (!fileName)
         return plist::Value();
-    const auto data = m_fileManager.contentsAtPath(*filePath);
-    if (!data)
+    const auto bytes = m_fileManager.read(*fileName);
+    if (!bytes)
         return plist::Value();
-    return plist::KeyedUnarchiver::unarchiveObject(*data);
+    return plist::KeyedUnarchiver::unarchiveObject(*bytes);
 }
 
 void MMWormhole::deleteFileForIdentifier(Identifier identifier) {
-    if (const auto filePath = filePathForIdentifier(identifier))
-        m_fileManager.removeItemAtPath(*filePath);
+    if (const auto fileName = filePathForIdentifier(identifier))
+        m_fileManager.remove(*fileName);
 }
 
 std::shared_ptr<ipc::NotifyCenter> MMWormhole::notifyCenter() {
-    const auto container = m_fileManager.containerURLForSecurityApplicationGroupIdentifier(
-        m_applicationGroupIdentifier);
+    const auto container = m_fileManager.containerPath();
     if (!container)
         return nullptr;
-    if (m_loop != nullptr)
-        return ipc::NotifyCenter::forContainer(*container, *m_loop);
-    return ipc::NotifyCenter::forContainer(*container);
+    runtime::RunLoop* loop = m_loop != nullptr ? m_loop : runtime::RunLoop::current();
+    if (loop == nullptr)
+        return nullptr;
+    if (m_postCenter && m_postCenter->container() == *container && &m_postCenter->loop() == loop)
+        return m_postCenter;
+    m_postCenter = ipc::NotifyCenter::forContainer(*container, *loop);
+    return m_postCenter;
 }
 
 void MMWormhole::sendNotificationForMessageWithIdentifier(std::string_view identifier) {

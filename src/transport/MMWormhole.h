@@ -1,10 +1,9 @@
 #pragma once
 
-#include "platform/ipc/FileManager.h"
+#include "platform/ipc/ContainerDirectory.h"
 #include "platform/plist/Value.h"
 #include "platform/runtime/Notification.h"
 
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -94,10 +93,10 @@ public:
     static constexpr std::string_view kIdentifierKey = "identifier";
 
 private:
-    // The directory of the message files, created on every call (so that a deleted directory
-    // comes back); nothing without a container.
-    std::optional<std::filesystem::path> messagePassingDirectoryPath();
-    std::optional<std::filesystem::path> filePathForIdentifier(Identifier identifier);
+    // The file name of an identifier's message ("<identifier>.archive"); nothing for an absent
+    // identifier or one that is not a plain file name. The directory it lives in is the
+    // private file manager's, which comes back on the next access when someone deletes it.
+    static std::optional<std::string> filePathForIdentifier(Identifier identifier);
     void writeMessageObject(const plist::Value& messageObject, Identifier identifier);
     plist::Value messageObjectFromFileWithIdentifier(Identifier identifier);
     void deleteFileForIdentifier(Identifier identifier);
@@ -114,7 +113,12 @@ private:
     std::string m_applicationGroupIdentifier;
     std::optional<std::string> m_directory;
     runtime::RunLoop* m_loop;
-    ipc::FileManager m_fileManager;
+    // The private file manager: the message directory, held open, with the file operations.
+    ipc::ContainerDirectory m_fileManager;
+    // Kept between writes so that encoding a message reuses its memory.
+    plist::Data m_writeBuffer;
+    // The centre used last, so that a post does not look it up again.
+    std::shared_ptr<ipc::NotifyCenter> m_postCenter;
     std::map<std::string, Listener, std::less<>> m_listenerBlocks;
     // Centres this instance registered with, so that teardown reaches every registration.
     std::vector<std::shared_ptr<ipc::NotifyCenter>> m_notifyCenters;

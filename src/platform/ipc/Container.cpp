@@ -121,10 +121,6 @@ struct VerifiedContainer {
 std::mutex g_verifiedMutex;
 std::optional<VerifiedContainer> g_verified;
 
-std::string environmentKey() {
-    return environment("VEXO_CONTAINER_ROOT").value_or("") + '\0' +
-           environment("XDG_RUNTIME_DIR").value_or("");
-}
 
 // Still a private directory of ours, as it was when verified?
 bool isStillOurs(const fs::path& path) {
@@ -134,6 +130,10 @@ bool isStillOurs(const fs::path& path) {
 }
 
 } // namespace
+
+std::string Container::environmentKey() {
+    return environment("VEXO_CONTAINER_ROOT").value_or("") + '\0' + environment("XDG_RUNTIME_DIR").value_or("");
+}
 
 std::optional<fs::path> Container::pathForGroup(std::string_view group) {
     if (!isPlainComponent(group)) {

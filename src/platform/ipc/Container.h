@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
 
 // The application-group container: one private directory per group that every process of
@@ -22,6 +23,10 @@ public:
     // variable is set to a relative path, when a directory cannot be made, or when one is not
     // a directory of the calling user. Thread-safe; reads the environment on every call.
     [[nodiscard]] static std::optional<std::filesystem::path> pathForGroup(std::string_view group);
+
+    // The variables that locate containers, as one string: when it changes, containers
+    // found before may be elsewhere now. Reads the environment; makes no system call.
+    [[nodiscard]] static std::string environmentKey();
 };
 
 } // namespace vexo::ipc

@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <ctime>
 #include <unistd.h>
 #include <utility>
 
@@ -236,62 +237,130 @@ void NotifyCenter::removeEveryObserver(const void* observer) {
     removeIf([&](const Registration& registration) { return registration.observer == observer; });
 }
 
-bool NotifyCenter::post(std::string_view name) const {
+struct NotifyCenter::PostTarget {
     SocketDirectory directory;
-    switch (openNameDirectory(m_container, name, SocketDirectory::Create::No, directory)) {
-    case SocketDirectory::Lookup::Opened:
-        break;
-    case SocketDirectory::Lookup::Absent:
-        return true;
-    case SocketDirectory::Lookup::Failed:
-        return false;
-    }
+    // The sockets found by the last listing, with their addresses.
+    std::vector<std::pair<std::string, sockaddr_un>> sockets;
+    // The directory as it was listed; a change of any of these lists it again.
+    ino_t inode = 0;
+    timespec modified{};
+    timespec changed{};
+    // False when the listing cannot be trusted to show every change before the next one.
+    bool trusted = false;
+};
+
+namespace {
+
+// Names whose directory post() keeps open; beyond this the kept ones are dropped at once.
+constexpr std::size_t kMaximumPostTargets = 256;
+
+bool operator==(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+bool operator<(const timespec& a, const timespec& b) {
+    return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec < b.tv_nsec);
+}
+
+} // namespace
+
+bool NotifyCenter::post(std::string_view name) const {
     if (!m_sender.isValid()) {
         log::debug(kLogComponent, "no socket to post with");
         return false;
     }
-    // fdopendir takes the descriptor over; the listing keeps it open for the sends below.
-    DIR* listing = ::fdopendir(directory.descriptor());
-    if (listing == nullptr) {
-        log::debug(kLogComponent, "cannot list " + directory.path().string() + ": " + errorText(errno));
-        return false;
+    const std::lock_guard lock(m_postMutex);
+    auto found = m_postTargets.find(name);
+    if (found == m_postTargets.end()) {
+        if (m_postTargets.size() >= kMaximumPostTargets)
+            m_postTargets.clear();
+        found = m_postTargets.emplace(std::string(name), std::make_unique<PostTarget>()).first;
     }
-    std::vector<std::string> sockets;
-    while (const dirent* entry = ::readdir(listing)) {
-        const std::string entryName = entry->d_name;
-        if (entryName == "." || entryName == "..")
-            continue;
-        if (entry->d_type == DT_SOCK) {
-            sockets.push_back(entryName);
-        } else if (entry->d_type == DT_UNKNOWN) {
-            struct stat status {};
-            if (::fstatat(directory.descriptor(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                S_ISSOCK(status.st_mode))
-                sockets.push_back(entryName);
+    PostTarget& target = *found->second;
+
+    // The directory held open is still the name's, unless it was deleted or given away.
+    struct stat status {};
+    if (target.directory.isOpen() &&
+        (::fstat(target.directory.descriptor(), &status) != 0 || status.st_nlink == 0 ||
+         status.st_uid != ::geteuid())) {
+        if (status.st_nlink != 0 && status.st_uid != ::geteuid())
+            log::warning(kLogComponent, target.directory.path().string() + " is not a directory of this user; not used");
+        target = PostTarget();
+    }
+    if (!target.directory.isOpen()) {
+        switch (openNameDirectory(m_container, name, SocketDirectory::Create::No, target.directory)) {
+        case SocketDirectory::Lookup::Opened:
+            break;
+        case SocketDirectory::Lookup::Absent:
+            m_postTargets.erase(found);
+            return true;
+        case SocketDirectory::Lookup::Failed:
+            m_postTargets.erase(found);
+            return false;
+        }
+        if (::fstat(target.directory.descriptor(), &status) != 0) {
+            m_postTargets.erase(found);
+            return false;
         }
     }
 
-    for (const std::string& socketName : sockets) {
-        const auto address = directory.address(socketName);
-        if (!address)
-            continue;
-        if (::sendto(m_sender.get(), "", 0, MSG_DONTWAIT | MSG_NOSIGNAL,
-                     reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0)
+    if (!target.trusted || status.st_ino != target.inode || !(status.st_mtim == target.modified) ||
+        !(status.st_ctim == target.changed)) {
+        // Any change after this moment gets a timestamp of at least `listedAt`: a listing of a
+        // directory last changed before it shows every later change by its times.
+        timespec listedAt{};
+        ::clock_gettime(CLOCK_REALTIME_COARSE, &listedAt);
+        if (::fstat(target.directory.descriptor(), &status) != 0)
+            return false;
+        const int duplicate = ::openat(target.directory.descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        DIR* listing = duplicate < 0 ? nullptr : ::fdopendir(duplicate);
+        if (listing == nullptr) {
+            if (duplicate >= 0)
+                ::close(duplicate);
+            log::debug(kLogComponent, "cannot list " + target.directory.path().string() + ": " + errorText(errno));
+            return false;
+        }
+        target.sockets.clear();
+        while (const dirent* entry = ::readdir(listing)) {
+            bool isSocket = entry->d_type == DT_SOCK;
+            if (entry->d_type == DT_UNKNOWN) {
+                struct stat entryStatus {};
+                isSocket = ::fstatat(target.directory.descriptor(), entry->d_name, &entryStatus, AT_SYMLINK_NOFOLLOW) == 0 &&
+                           S_ISSOCK(entryStatus.st_mode);
+            }
+            if (!isSocket)
+                continue;
+            if (const auto address = target.directory.address(entry->d_name))
+                target.sockets.emplace_back(entry->d_name, *address);
+        }
+        ::closedir(listing);
+        target.inode = status.st_ino;
+        target.modified = status.st_mtim;
+        target.changed = status.st_ctim;
+        target.trusted = target.modified < listedAt && target.changed < listedAt;
+    }
+
+    bool removedAny = false;
+    for (const auto& [socketName, address] : target.sockets) {
+        if (::sendto(m_sender.get(), "", 0, MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address),
+                     sizeof address) == 0)
             continue;
         const int error = errno;
         if (error == ECONNREFUSED) {
             // Nobody is bound to it: its process died without removing it.
-            if (::unlinkat(directory.descriptor(), socketName.c_str(), 0) == 0)
+            if (::unlinkat(target.directory.descriptor(), socketName.c_str(), 0) == 0)
                 log::debug(kLogComponent, "removed the dead socket " + socketName + " of \"" + std::string(name) + "\"");
+            removedAny = true;
         } else if (error == EAGAIN || error == EWOULDBLOCK) {
             log::debug(kLogComponent, "a listener of \"" + std::string(name) + "\" has a full queue; post dropped for it");
-        } else if (error != ENOENT) {
+        } else if (error == ENOENT) {
+            removedAny = true;
+        } else {
             log::debug(kLogComponent, "cannot post \"" + std::string(name) + "\" to " + socketName + ": " + errorText(error));
         }
     }
-    ::closedir(listing);
-    // The listing owned the descriptor and has closed it.
-    static_cast<void>(directory.releaseDescriptor().release());
+    if (removedAny)
+        target.trusted = false;
     return true;
 }
 

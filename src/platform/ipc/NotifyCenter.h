@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <mutex>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,6 +23,12 @@
 // registration's own callback on the loop it was made on. Only the user's own processes can
 // reach the sockets (the directories are private), and a datagram from another user is
 // dropped all the same.
+//
+// A post does not list the name's directory each time: the sockets found are kept with the
+// directory's modification and change times and listed again only when those move (or
+// when the listing was made within the file system's timestamp granularity of a change,
+// which could hide a second change in the same tick). So a post costs one fstat and one
+// sendto per listener while registrations stay as they are.
 //
 // A registration that leaves more posts unread than the kernel queues for a datagram socket
 // (net.unix.max_dgram_qlen) misses the excess; it has that many wake-ups waiting already.
@@ -71,9 +79,11 @@ public:
     bool post(std::string_view name) const;
 
     [[nodiscard]] const std::filesystem::path& container() const { return m_container; }
+    [[nodiscard]] runtime::RunLoop& loop() const { return m_loop; }
 
 private:
     struct Registration;
+    struct PostTarget;
 
     static void receive(const std::shared_ptr<Registration>& registration);
     template <class Predicate> void removeIf(Predicate predicate);
@@ -83,6 +93,9 @@ private:
     std::vector<std::shared_ptr<Registration>> m_registrations;
     // One unbound socket serves every post; sendto on it is safe from any thread.
     UniqueFd m_sender;
+    // What post() knows of each name's directory, by name; guarded by m_postMutex.
+    mutable std::mutex m_postMutex;
+    mutable std::map<std::string, std::unique_ptr<PostTarget>, std::less<>> m_postTargets;
 };
 
 } // namespace vexo::ipc

@@ -47,7 +47,11 @@ SocketDirectory::Lookup SocketDirectory::open(const fs::path& container, const f
             const int error = errno;
             if (error == ENOENT && create == Create::No)
                 return Lookup::Absent;
-            log::debug(logComponent, "cannot open " + directory.m_path.string() + ": " + std::strerror(error));
+            if (error == ELOOP || error == ENOTDIR)
+                log::warning(logComponent, "\"" + name + "\" in " + container.string() +
+                                               " is a symbolic link or no directory; not used");
+            else
+                log::debug(logComponent, "cannot open " + directory.m_path.string() + ": " + std::strerror(error));
             return Lookup::Failed;
         }
         if (!isOwnDirectory(next.get())) {

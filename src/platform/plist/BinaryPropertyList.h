@@ -14,6 +14,10 @@
 // Every read is bounds-checked: a malformed list yields nothing, never a read outside the
 // bytes, and no count can make the reader allocate more than the input could hold. The view
 // does not own the bytes; they must outlive it.
+//
+// We read and write property lists ourselves rather than through libplist because message
+// files and datagrams come from other processes, and libplist overflows its stack on deeply
+// nested input, frees XML trees recursively and cannot write unsigned values above INT64_MAX.
 namespace vexo::plist {
 
 class BinaryPropertyList {

@@ -1,5 +1,7 @@
 #include "platform/plist/BinaryPropertyListWriter.h"
 
+#include <cstring>
+
 #include "platform/plist/Utf.h"
 
 #include <bit>
@@ -33,10 +35,13 @@ bool isAscii(std::string_view text) {
 
 } // namespace
 
-BinaryPropertyListWriter::BinaryPropertyListWriter() {
+BinaryPropertyListWriter::BinaryPropertyListWriter() : BinaryPropertyListWriter(Data()) {}
+
+BinaryPropertyListWriter::BinaryPropertyListWriter(Data&& buffer) : m_bytes(std::move(buffer)) {
+    constexpr std::string_view kSignature = "bplist00";
     m_bytes.reserve(256);
-    const std::string_view signature = "bplist00";
-    m_bytes.insert(m_bytes.end(), signature.begin(), signature.end());
+    m_bytes.resize(kSignature.size());
+    std::memcpy(m_bytes.data(), kSignature.data(), kSignature.size());
 }
 
 BinaryPropertyListWriter::Reference BinaryPropertyListWriter::beginObject() {

@@ -21,6 +21,8 @@ public:
     using Reference = std::uint32_t;
 
     BinaryPropertyListWriter();
+    // Writes into `buffer`'s memory; its contents are discarded.
+    explicit BinaryPropertyListWriter(Data&& buffer);
 
     Reference addBoolean(bool value);
     Reference addInteger(Integer value);

@@ -30,6 +30,9 @@ constexpr std::array<ClassChain, static_cast<std::size_t>(ArchivedClass::Count)>
 
 class Encoder {
 public:
+    Encoder() = default;
+    explicit Encoder(Data&& buffer) : m_writer(std::move(buffer)) {}
+
     std::optional<Data> encode(const Value& root) {
         m_objects.push_back(m_writer.addString(kNullObject));
         m_structuralKeys.classKey = m_writer.addString(kClassKey);
@@ -189,6 +192,16 @@ private:
 
 std::optional<Data> KeyedArchiver::archivedData(const Value& root) {
     return Encoder().encode(root);
+}
+
+bool KeyedArchiver::archive(const Value& root, Data& archive) {
+    auto encoded = Encoder(std::move(archive)).encode(root);
+    if (!encoded) {
+        archive.clear();
+        return false;
+    }
+    archive = std::move(*encoded);
+    return true;
 }
 
 } // namespace vexo::plist

@@ -16,6 +16,10 @@ public:
     // The archive of `root`; nothing (with a debug log line) when `root` nests deeper than
     // archive::kMaxNestingDepth. Thread-safe: keeps no state between calls.
     [[nodiscard]] static std::optional<Data> archivedData(const Value& root);
+
+    // The same archive, written into `archive` (its memory reused, its contents replaced).
+    // False, with `archive` empty, when `root` nests too deep.
+    [[nodiscard]] static bool archive(const Value& root, Data& archive);
 };
 
 } // namespace vexo::plist

@@ -6,7 +6,7 @@
 #include "platform/plist/XmlPropertyList.h"
 
 #include <optional>
-#include <unordered_map>
+#include <deque>
 
 namespace vexo::plist {
 namespace {
@@ -25,6 +25,21 @@ constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20;
 // Abandons a decode from any depth of the recursion; caught in unarchive(), never escapes it.
 struct DecodeError {
     std::string reason;
+};
+
+enum class ClassKind { Dictionary, Array, String, Data, Date, Other };
+
+struct ArchivedClass {
+    std::uint64_t uid;
+    ClassKind kind;
+    std::string name;
+};
+
+// Where an instance keeps the fields of the common classes, when it has them.
+struct Fields {
+    std::optional<std::uint64_t> classEntry;
+    std::optional<std::uint64_t> keys;
+    std::optional<std::uint64_t> objects;
 };
 
 class Decoder {
@@ -129,25 +144,46 @@ private:
 
     // An archived instance: a dictionary naming its class under "$class".
     Value decodeInstance(const Object& instance, std::size_t depth) {
-        const auto classEntry = field(instance, kClassKey);
-        if (!classEntry)
+        // One pass over the instance's keys finds the fields of the common classes.
+        Fields fields;
+        for (std::size_t i = 0; i < instance.count; ++i) {
+            const auto key = m_list.object(m_list.key(instance, i));
+            if (!key || key->kind != Kind::AsciiString)
+                continue;
+            const std::uint64_t value = m_list.value(instance, i);
+            if (BinaryPropertyList::textEquals(*key, kClassKey))
+                fields.classEntry = value;
+            else if (BinaryPropertyList::textEquals(*key, kKeysField))
+                fields.keys = value;
+            else if (BinaryPropertyList::textEquals(*key, kObjectsField))
+                fields.objects = value;
+        }
+        if (!fields.classEntry)
             fail("archived object without $class");
-        const std::string& className = classNameOf(uidAt(*classEntry, "$class"));
+        const ArchivedClass& archivedClass = classOf(uidAt(*fields.classEntry, "$class"));
 
-        if (className == kDictionaryClass || className == kMutableDictionaryClass)
-            return decodeDictionary(instance, depth);
-        if (className == kArrayClass || className == kMutableArrayClass)
-            return Value(decodeElements(instance, kObjectsField, depth));
-        if (className == kStringClass || className == kMutableStringClass)
+        switch (archivedClass.kind) {
+        case ClassKind::Dictionary:
+            return decodeDictionary(fields, depth);
+        case ClassKind::Array:
+            return Value(decodeElements(fields.objects, kObjectsField, depth));
+        case ClassKind::String:
             return Value(
                 BinaryPropertyList::text(requiredField(instance, kStringField, Kind::AsciiString)));
-        if (className == kDataClass || className == kMutableDataClass) {
-            // Older archives name the bytes "NS.bytes".
-            const auto name = field(instance, kDataField) ? kDataField : kBytesField;
-            const Object bytes = requiredField(instance, name, Kind::Data);
-            return Value(Data(bytes.payload.begin(), bytes.payload.end()));
+        case ClassKind::Data:
+            break;
+        case ClassKind::Date:
+        case ClassKind::Other:
+            return decodeOtherInstance(instance, archivedClass);
         }
-        if (className == kDateClass) {
+        // Data. Older archives name the bytes "NS.bytes".
+        const auto name = field(instance, kDataField) ? kDataField : kBytesField;
+        const Object bytes = requiredField(instance, name, Kind::Data);
+        return Value(Data(bytes.payload.begin(), bytes.payload.end()));
+    }
+
+    Value decodeOtherInstance(const Object& instance, const ArchivedClass& archivedClass) {
+        if (archivedClass.kind == ClassKind::Date) {
             const auto time = field(instance, kTimeField);
             if (!time)
                 fail("NSDate without NS.time");
@@ -158,7 +194,7 @@ private:
                 fail("NS.time is not a number");
             return Value(Date{seconds.real});
         }
-        return Value::unknownObject(className);
+        return Value::unknownObject(archivedClass.name);
     }
 
     // A field that must hold an object of `kind` (any string kind when `kind` is a string).
@@ -173,8 +209,18 @@ private:
         return object;
     }
 
-    Array decodeElements(const Object& instance, std::string_view name, std::size_t depth) {
-        const Object list = requiredField(instance, name, Kind::Array);
+    // The array object at `entry` (a field of an instance), which must be there.
+    Object requiredArray(const std::optional<std::uint64_t>& entry, std::string_view name) const {
+        if (!entry)
+            fail("archived object without " + std::string(name));
+        const Object object = objectAt(*entry, name);
+        if (object.kind != Kind::Array)
+            fail(std::string(name) + " has the wrong type");
+        return object;
+    }
+
+    Array decodeElements(const std::optional<std::uint64_t>& entry, std::string_view name, std::size_t depth) {
+        const Object list = requiredArray(entry, name);
         Array elements;
         elements.reserve(list.count);
         for (std::size_t i = 0; i < list.count; ++i)
@@ -182,42 +228,76 @@ private:
         return elements;
     }
 
-    Value decodeDictionary(const Object& instance, std::size_t depth) {
-        const Object keys = requiredField(instance, kKeysField, Kind::Array);
-        const Object values = requiredField(instance, kObjectsField, Kind::Array);
+    // A dictionary key: strings as they are, numbers by their description (as the platform's
+    // dictionaries take any object as a key); anything else is refused.
+    std::string decodeKey(std::uint64_t uid, std::size_t depth) {
+        if (uid != 0 && uid < m_objects.count) {
+            const auto object = m_list.object(m_list.reference(m_objects, uid));
+            if (object && object->isString()) {
+                if (depth > kMaxNestingDepth)
+                    fail("nesting deeper than " + std::to_string(kMaxNestingDepth));
+                if (m_budget-- == 0)
+                    fail("the archive expands beyond its value budget");
+                return BinaryPropertyList::text(*object);
+            }
+        }
+        auto keyText = decodeUid(uid, depth).stringValue();
+        if (!keyText)
+            fail("a dictionary key is neither a string nor a number");
+        return std::move(*keyText);
+    }
+
+    Value decodeDictionary(const Fields& fields, std::size_t depth) {
+        const Object keys = requiredArray(fields.keys, kKeysField);
+        const Object values = requiredArray(fields.objects, kObjectsField);
         if (keys.count != values.count)
             fail("NS.keys and NS.objects differ in length");
         Dictionary dictionary;
         for (std::size_t i = 0; i < keys.count; ++i) {
-            Value key = decodeUid(uidAt(m_list.reference(keys, i), kKeysField), depth + 1);
-            auto keyText = key.stringValue();
-            if (!keyText)
-                fail("a dictionary key is neither a string nor a number");
+            std::string key = decodeKey(uidAt(m_list.reference(keys, i), kKeysField), depth + 1);
             Value value = decodeUid(uidAt(m_list.reference(values, i), kObjectsField), depth + 1);
-            dictionary.insert_or_assign(std::move(*keyText), std::move(value));
+            // Keys usually come in order (ours always do), so the end is the usual place; a
+            // repeated key keeps the last value, as the platform's decoder does.
+            dictionary.insert_or_assign(dictionary.end(), std::move(key), std::move(value));
         }
         return Value(std::move(dictionary));
     }
 
-    // The "$classname" of the class descriptor at `uid`; descriptors are shared by every
-    // instance of a class, so each is read once.
-    const std::string& classNameOf(std::uint64_t uid) {
-        if (const auto found = m_classNames.find(uid); found != m_classNames.end())
-            return found->second;
+    // The class whose descriptor is at `uid`; descriptors are shared by every instance of a
+    // class, so each is read once.
+    const ArchivedClass& classOf(std::uint64_t uid) {
+        for (const ArchivedClass& known : m_classes) {
+            if (known.uid == uid)
+                return known;
+        }
         if (uid == 0 || uid >= m_objects.count)
             fail("class UID " + std::to_string(uid) + " is out of range");
         const Object descriptor = objectAt(m_list.reference(m_objects, uid), "class descriptor");
         if (descriptor.kind != Kind::Dictionary)
             fail("class descriptor is not a dictionary");
-        const Object name = requiredField(descriptor, kClassNameKey, Kind::AsciiString);
-        return m_classNames.emplace(uid, BinaryPropertyList::text(name)).first->second;
+        const Object nameObject = requiredField(descriptor, kClassNameKey, Kind::AsciiString);
+        ArchivedClass archivedClass{uid, ClassKind::Other, BinaryPropertyList::text(nameObject)};
+        const std::string& name = archivedClass.name;
+        if (name == kDictionaryClass || name == kMutableDictionaryClass)
+            archivedClass.kind = ClassKind::Dictionary;
+        else if (name == kArrayClass || name == kMutableArrayClass)
+            archivedClass.kind = ClassKind::Array;
+        else if (name == kStringClass || name == kMutableStringClass)
+            archivedClass.kind = ClassKind::String;
+        else if (name == kDataClass || name == kMutableDataClass)
+            archivedClass.kind = ClassKind::Data;
+        else if (name == kDateClass)
+            archivedClass.kind = ClassKind::Date;
+        m_classes.push_back(std::move(archivedClass));
+        return m_classes.back();
     }
 
     const BinaryPropertyList& m_list;
     Object m_objects;
     std::vector<bool> m_onPath;
     std::size_t m_budget;
-    std::unordered_map<std::uint64_t, std::string> m_classNames;
+    // Few archives name more than a handful of classes; a deque keeps references stable.
+    std::deque<ArchivedClass> m_classes;
 };
 
 KeyedUnarchiver::Result failure(std::string reason) {

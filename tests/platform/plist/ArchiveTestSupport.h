@@ -1,8 +1,11 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include "platform/plist/Value.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,9 +19,23 @@ inline std::vector<std::uint8_t> readFile(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
+// Keyed archives written by the host platform, kept outside the repository: in
+// $VEXO_SHARED_DIR when set, else in the folder the build was configured with (by default
+// ../shared beside the checkout).
 inline std::filesystem::path interopDirectory() {
-    return std::filesystem::path(VEXO_SHARED_DIR) / "interop" / "keyed-archives";
+    const char* shared = std::getenv("VEXO_SHARED_DIR");
+    const std::filesystem::path base = shared != nullptr && *shared != '\0' ? shared : VEXO_SHARED_DIR;
+    return base / "interop" / "keyed-archives";
 }
+
+// Skips the calling test, naming the folder, when the interop archives are not there: a clone
+// made away from the shared folder still passes everything else.
+#define VEXO_SKIP_WITHOUT_INTEROP_ARCHIVES()                                                          \
+    do {                                                                                              \
+        if (!std::filesystem::is_directory(::vexo::plist::testing::interopDirectory()))               \
+            GTEST_SKIP() << "no interop archives at " << ::vexo::plist::testing::interopDirectory()   \
+                         << " (set VEXO_SHARED_DIR to the folder holding interop/keyed-archives)";    \
+    } while (false)
 
 // A deck status message as the phone sends it: twelve keys of every scalar kind.
 inline Value deckStatusMessage() {

@@ -1,0 +1,32 @@
+// The interface layout loader on arbitrary text, checked against the test application's
+// classes and against an empty registry that allows every class: a malformed layout yields
+// errors, never a crash, a hang or a layout without an error list.
+#include "platform/watchkit/LayoutLoader.h"
+
+#include "platform/watchkit/TestInterface.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+using namespace vexo::watchkit;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static testing::CallLog log;
+    static ControllerRegistry& registry = [] () -> ControllerRegistry& {
+        static ControllerRegistry classes;
+        testing::registerTestClasses(classes, log);
+        return classes;
+    }();
+    static const ControllerRegistry empty;
+
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    for (const auto& [classes, missing] : {std::pair{&registry, MissingClasses::Refuse},
+                                           std::pair{&empty, MissingClasses::Allow}}) {
+        const LayoutLoadResult result = LayoutLoader::parse(text, "fuzz.json", *classes, missing);
+        // A refused layout always says why; an accepted one has nothing to say.
+        if (result.ok() != result.errors.empty())
+            __builtin_trap();
+    }
+    return 0;
+}

@@ -1,0 +1,28 @@
+// The XML property-list reader on arbitrary bytes. Whatever it accepts must come out as a
+// binary property list that our own binary reader opens, and as a keyed archive decode that
+// neither crashes nor hangs.
+#include "platform/plist/BinaryPropertyList.h"
+#include "platform/plist/KeyedUnarchiver.h"
+#include "platform/plist/XmlPropertyList.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::span<const std::uint8_t> bytes(data, size);
+    std::string error;
+    const auto binary = vexo::plist::XmlPropertyList::toBinary(bytes, error);
+    if (binary) {
+        std::string openError;
+        const auto list = vexo::plist::BinaryPropertyList::open(*binary, openError);
+        // Our own writer's output that our own reader refuses is a bug in one of them.
+        if (!list || !list->object(list->topObject()))
+            __builtin_trap();
+    } else if (error.empty()) {
+        __builtin_trap();
+    }
+    static_cast<void>(vexo::plist::KeyedUnarchiver::unarchive(bytes));
+    return 0;
+}
