@@ -101,18 +101,56 @@ std::optional<std::uint64_t> BinaryPropertyList::readCount(std::uint8_t nibble,
     return count;
 }
 
-std::optional<BinaryPropertyList::Object> BinaryPropertyList::object(std::uint64_t index) const {
+std::uint64_t BinaryPropertyList::offsetOf(std::uint64_t index) const {
     if (index >= m_objectCount)
-        return std::nullopt;
-    std::uint64_t position =
+        return kNoOffset;
+    const std::uint64_t position =
         readBigEndian(m_bytes.data() + m_offsetTableOffset + index * m_offsetSize, m_offsetSize);
     if (position < kHeaderSize || !fits(position, 1))
+        return kNoOffset;
+    return position;
+}
+
+bool BinaryPropertyList::uid(std::uint64_t index, std::uint64_t& value) const {
+    const std::uint64_t position = offsetOf(index);
+    if (position == kNoOffset)
+        return false;
+    const std::uint8_t marker = m_bytes[position];
+    const unsigned size = (marker & 0xFu) + 1u;
+    if ((marker >> 4) != 0x8 || size > 8 || !fits(position + 1, size))
+        return false;
+    value = readBigEndian(m_bytes.data() + position + 1, size);
+    return true;
+}
+
+bool BinaryPropertyList::asciiEquals(std::uint64_t index, std::string_view ascii) const {
+    std::uint64_t position = offsetOf(index);
+    if (position == kNoOffset)
+        return false;
+    const std::uint8_t marker = m_bytes[position++];
+    if ((marker >> 4) != 0x5)
+        return false;
+    const auto count = readCount(marker & 0xF, position);
+    return count && *count == ascii.size() && fits(position, *count) &&
+           std::memcmp(m_bytes.data() + position, ascii.data(), ascii.size()) == 0;
+}
+
+std::optional<BinaryPropertyList::Object> BinaryPropertyList::object(std::uint64_t index) const {
+    Object object;
+    if (!read(index, object))
         return std::nullopt;
+    return object;
+}
+
+bool BinaryPropertyList::read(std::uint64_t index, Object& object) const {
+    std::uint64_t position = offsetOf(index);
+    if (position == kNoOffset)
+        return false;
+    object = Object();
 
     const std::uint8_t marker = m_bytes[position++];
     const std::uint8_t nibble = marker & 0xF;
     const std::uint8_t* at = m_bytes.data() + position;
-    Object object;
 
     switch (marker >> 4) {
     case 0x0:
@@ -120,16 +158,16 @@ std::optional<BinaryPropertyList::Object> BinaryPropertyList::object(std::uint64
             object.kind = Kind::Boolean;
             object.boolean = marker == 0x09;
         } else if (marker != 0x00 && marker != 0x0F) {
-            return std::nullopt;
+            return false;
         }
-        return object;
+        return true;
 
     case 0x1: {
         // 1, 2 and 4 bytes are unsigned, 8 bytes signed, 16 bytes an unsigned value above the
         // signed range (high half zero) or a sign-extended negative one.
         const unsigned size = 1u << nibble;
         if (size > 16 || !fits(position, size))
-            return std::nullopt;
+            return false;
         object.kind = Kind::Integer;
         if (size == 16) {
             const std::uint64_t high = readBigEndian(at, 8);
@@ -139,23 +177,23 @@ std::optional<BinaryPropertyList::Object> BinaryPropertyList::object(std::uint64
             else if (high == ~std::uint64_t{0} && (low >> 63) != 0)
                 object.integer = Integer::fromSigned(static_cast<std::int64_t>(low));
             else
-                return std::nullopt;
+                return false;
         } else if (size == 8) {
             object.integer = Integer::fromSigned(static_cast<std::int64_t>(readBigEndian(at, 8)));
         } else {
             object.integer = Integer::fromUnsigned(readBigEndian(at, size));
         }
-        return object;
+        return true;
     }
 
     case 0x2:
     case 0x3: {
         const bool isDate = (marker >> 4) == 0x3;
         if ((nibble != 2 && nibble != 3) || (isDate && nibble != 3))
-            return std::nullopt;
+            return false;
         const unsigned size = 1u << nibble;
         if (!fits(position, size))
-            return std::nullopt;
+            return false;
         object.kind = isDate ? Kind::Date : Kind::Real;
         if (size == 4) {
             object.real = std::bit_cast<float>(static_cast<std::uint32_t>(readBigEndian(at, 4)));
@@ -163,7 +201,7 @@ std::optional<BinaryPropertyList::Object> BinaryPropertyList::object(std::uint64
         } else {
             object.real = std::bit_cast<double>(readBigEndian(at, 8));
         }
-        return object;
+        return true;
     }
 
     case 0x4:
@@ -171,26 +209,26 @@ std::optional<BinaryPropertyList::Object> BinaryPropertyList::object(std::uint64
     case 0x6: {
         const auto count = readCount(nibble, position);
         if (!count)
-            return std::nullopt;
+            return false;
         const std::uint64_t unitSize = (marker >> 4) == 0x6 ? 2 : 1;
         if (*count > m_offsetTableOffset / unitSize || !fits(position, *count * unitSize))
-            return std::nullopt;
+            return false;
         object.kind = (marker >> 4) == 0x4   ? Kind::Data
                       : (marker >> 4) == 0x5 ? Kind::AsciiString
                                              : Kind::Utf16String;
         object.count = static_cast<std::size_t>(*count);
         object.payload = m_bytes.subspan(static_cast<std::size_t>(position),
                                          static_cast<std::size_t>(*count * unitSize));
-        return object;
+        return true;
     }
 
     case 0x8: {
         const unsigned size = nibble + 1u;
         if (size > 8 || !fits(position, size))
-            return std::nullopt;
+            return false;
         object.kind = Kind::Uid;
         object.uid = readBigEndian(at, size);
-        return object;
+        return true;
     }
 
     case 0xA:
@@ -198,20 +236,20 @@ std::optional<BinaryPropertyList::Object> BinaryPropertyList::object(std::uint64
     case 0xD: {
         const auto count = readCount(nibble, position);
         if (!count)
-            return std::nullopt;
+            return false;
         const std::uint64_t perEntry = ((marker >> 4) == 0xD ? 2u : 1u) * m_referenceSize;
         if (*count > m_offsetTableOffset / perEntry || !fits(position, *count * perEntry))
-            return std::nullopt;
+            return false;
         object.kind = (marker >> 4) == 0xA   ? Kind::Array
                       : (marker >> 4) == 0xC ? Kind::Set
                                              : Kind::Dictionary;
         object.count = static_cast<std::size_t>(*count);
         object.references = m_bytes.data() + position;
-        return object;
+        return true;
     }
 
     default:
-        return std::nullopt;
+        return false;
     }
 }
 

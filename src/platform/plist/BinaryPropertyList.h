@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 // A read-only view of a binary property list ("bplist00"), the container format of keyed
 // archives. Objects are read on demand by their index in the offset table, which is how a
@@ -72,6 +73,18 @@ public:
     // The object at `index` of the offset table; nothing when the index is out of range or
     // the object's bytes are malformed.
     std::optional<Object> object(std::uint64_t index) const;
+    // The same into `object`; false (and `object` unspecified) where object() gives nothing.
+    // Decoders call this one: an optional of this size returned by value costs a store
+    // forwarding stall on every call.
+    bool read(std::uint64_t index, Object& object) const;
+
+    // Sets `value` to the UID object at `index`; false when that is not a well-formed UID. A
+    // shortcut of read() for the archive's most common object.
+    bool uid(std::uint64_t index, std::uint64_t& value) const;
+
+    // True when the object at `index` is an ASCII string equal to `ascii`. A shortcut of
+    // object() and textEquals() for key lookups.
+    bool asciiEquals(std::uint64_t index, std::string_view ascii) const;
 
     // References held by a collection. REQUIRES: `i < collection.count`. The result is an
     // object index that has not been checked against objectCount(); object() checks it.
@@ -95,6 +108,9 @@ private:
                        std::uint64_t offsetTableOffset);
 
     std::uint64_t readReference(const std::uint8_t* at) const;
+    // Where the object at `index` starts; kNoOffset when the index or the offset is out of range.
+    static constexpr std::uint64_t kNoOffset = ~std::uint64_t{0};
+    std::uint64_t offsetOf(std::uint64_t index) const;
     // Reads the element count that follows a marker whose low nibble is `nibble`; advances
     // `position`. Nothing when the count's own encoding is malformed.
     std::optional<std::uint64_t> readCount(std::uint8_t nibble, std::uint64_t& position) const;

@@ -6,7 +6,7 @@
 #include "platform/plist/XmlPropertyList.h"
 
 #include <optional>
-#include <deque>
+#include <vector>
 
 namespace vexo::plist {
 namespace {
@@ -80,27 +80,49 @@ private:
     [[noreturn]] static void fail(std::string reason) { throw DecodeError{std::move(reason)}; }
 
     Object objectAt(std::uint64_t index, std::string_view what) const {
-        auto object = m_list.object(index);
-        if (!object)
+        Object object;
+        if (!m_list.read(index, object))
             fail("malformed " + std::string(what) + " (object " + std::to_string(index) + ")");
-        return *object;
+        return object;
     }
 
     std::uint64_t uidAt(std::uint64_t index, std::string_view what) const {
-        const Object object = objectAt(index, what);
-        if (object.kind != Kind::Uid)
+        std::uint64_t uid = 0;
+        if (!m_list.uid(index, uid)) {
+            objectAt(index, what); // says so when the object is malformed rather than no UID
             fail(std::string(what) + " is not a UID");
-        return object.uid;
+        }
+        return uid;
     }
 
     // The object index stored under the ASCII key `name` of a dictionary, if any.
     std::optional<std::uint64_t> field(const Object& dictionary, std::string_view name) const {
         for (std::size_t i = 0; i < dictionary.count; ++i) {
-            const auto key = m_list.object(m_list.key(dictionary, i));
-            if (key && BinaryPropertyList::textEquals(*key, name))
+            if (m_list.asciiEquals(m_list.key(dictionary, i), name))
                 return m_list.value(dictionary, i);
         }
         return std::nullopt;
+    }
+
+    // Which field of the common classes the key object at `index` names. Archives share one
+    // string object per key, so each index is examined once.
+    enum class FieldName : std::uint8_t { Other, Class, Keys, Objects };
+    FieldName fieldNameAt(std::uint64_t index) {
+        for (const auto& [known, name] : m_fieldNames) {
+            if (known == index)
+                return name;
+        }
+        FieldName name = FieldName::Other;
+        if (m_list.asciiEquals(index, kClassKey))
+            name = FieldName::Class;
+        else if (m_list.asciiEquals(index, kKeysField))
+            name = FieldName::Keys;
+        else if (m_list.asciiEquals(index, kObjectsField))
+            name = FieldName::Objects;
+        // Only the few shared key objects are worth remembering; others are looked at anew.
+        if (name != FieldName::Other && m_fieldNames.size() < 16)
+            m_fieldNames.emplace_back(index, name);
+        return name;
     }
 
     Value decodeUid(std::uint64_t uid, std::size_t depth) {
@@ -147,22 +169,28 @@ private:
         // One pass over the instance's keys finds the fields of the common classes.
         Fields fields;
         for (std::size_t i = 0; i < instance.count; ++i) {
-            const auto key = m_list.object(m_list.key(instance, i));
-            if (!key || key->kind != Kind::AsciiString)
-                continue;
-            const std::uint64_t value = m_list.value(instance, i);
-            if (BinaryPropertyList::textEquals(*key, kClassKey))
-                fields.classEntry = value;
-            else if (BinaryPropertyList::textEquals(*key, kKeysField))
-                fields.keys = value;
-            else if (BinaryPropertyList::textEquals(*key, kObjectsField))
-                fields.objects = value;
+            switch (fieldNameAt(m_list.key(instance, i))) {
+            case FieldName::Class:
+                if (!fields.classEntry)
+                    fields.classEntry = m_list.value(instance, i);
+                break;
+            case FieldName::Keys:
+                if (!fields.keys)
+                    fields.keys = m_list.value(instance, i);
+                break;
+            case FieldName::Objects:
+                if (!fields.objects)
+                    fields.objects = m_list.value(instance, i);
+                break;
+            case FieldName::Other:
+                break;
+            }
         }
         if (!fields.classEntry)
             fail("archived object without $class");
-        const ArchivedClass& archivedClass = classOf(uidAt(*fields.classEntry, "$class"));
+        const std::size_t classIndex = classOf(uidAt(*fields.classEntry, "$class"));
 
-        switch (archivedClass.kind) {
+        switch (m_classes[classIndex].kind) {
         case ClassKind::Dictionary:
             return decodeDictionary(fields, depth);
         case ClassKind::Array:
@@ -174,7 +202,7 @@ private:
             break;
         case ClassKind::Date:
         case ClassKind::Other:
-            return decodeOtherInstance(instance, archivedClass);
+            return decodeOtherInstance(instance, classIndex);
         }
         // Data. Older archives name the bytes "NS.bytes".
         const auto name = field(instance, kDataField) ? kDataField : kBytesField;
@@ -182,8 +210,8 @@ private:
         return Value(Data(bytes.payload.begin(), bytes.payload.end()));
     }
 
-    Value decodeOtherInstance(const Object& instance, const ArchivedClass& archivedClass) {
-        if (archivedClass.kind == ClassKind::Date) {
+    Value decodeOtherInstance(const Object& instance, std::size_t classIndex) {
+        if (m_classes[classIndex].kind == ClassKind::Date) {
             const auto time = field(instance, kTimeField);
             if (!time)
                 fail("NSDate without NS.time");
@@ -194,7 +222,7 @@ private:
                 fail("NS.time is not a number");
             return Value(Date{seconds.real});
         }
-        return Value::unknownObject(archivedClass.name);
+        return Value::unknownObject(m_classes[classIndex].name);
     }
 
     // A field that must hold an object of `kind` (any string kind when `kind` is a string).
@@ -231,15 +259,14 @@ private:
     // A dictionary key: strings as they are, numbers by their description (as the platform's
     // dictionaries take any object as a key); anything else is refused.
     std::string decodeKey(std::uint64_t uid, std::size_t depth) {
-        if (uid != 0 && uid < m_objects.count) {
-            const auto object = m_list.object(m_list.reference(m_objects, uid));
-            if (object && object->isString()) {
-                if (depth > kMaxNestingDepth)
-                    fail("nesting deeper than " + std::to_string(kMaxNestingDepth));
-                if (m_budget-- == 0)
-                    fail("the archive expands beyond its value budget");
-                return BinaryPropertyList::text(*object);
-            }
+        Object object;
+        if (uid != 0 && uid < m_objects.count && m_list.read(m_list.reference(m_objects, uid), object) &&
+            object.isString()) {
+            if (depth > kMaxNestingDepth)
+                fail("nesting deeper than " + std::to_string(kMaxNestingDepth));
+            if (m_budget-- == 0)
+                fail("the archive expands beyond its value budget");
+            return BinaryPropertyList::text(object);
         }
         auto keyText = decodeUid(uid, depth).stringValue();
         if (!keyText)
@@ -263,12 +290,12 @@ private:
         return Value(std::move(dictionary));
     }
 
-    // The class whose descriptor is at `uid`; descriptors are shared by every instance of a
-    // class, so each is read once.
-    const ArchivedClass& classOf(std::uint64_t uid) {
-        for (const ArchivedClass& known : m_classes) {
-            if (known.uid == uid)
-                return known;
+    // The index in m_classes of the class whose descriptor is at `uid`; descriptors are shared
+    // by every instance of a class, so each is read once.
+    std::size_t classOf(std::uint64_t uid) {
+        for (std::size_t i = 0; i < m_classes.size(); ++i) {
+            if (m_classes[i].uid == uid)
+                return i;
         }
         if (uid == 0 || uid >= m_objects.count)
             fail("class UID " + std::to_string(uid) + " is out of range");
@@ -289,15 +316,15 @@ private:
         else if (name == kDateClass)
             archivedClass.kind = ClassKind::Date;
         m_classes.push_back(std::move(archivedClass));
-        return m_classes.back();
+        return m_classes.size() - 1;
     }
 
     const BinaryPropertyList& m_list;
     Object m_objects;
     std::vector<bool> m_onPath;
     std::size_t m_budget;
-    // Few archives name more than a handful of classes; a deque keeps references stable.
-    std::deque<ArchivedClass> m_classes;
+    std::vector<ArchivedClass> m_classes;
+    std::vector<std::pair<std::uint64_t, FieldName>> m_fieldNames;
 };
 
 KeyedUnarchiver::Result failure(std::string reason) {
