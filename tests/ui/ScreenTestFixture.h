@@ -1,0 +1,154 @@
+#pragma once
+
+#include "model/Environment.h"
+#include "model/VXAWModel.h"
+#include "model/VXAWProtocol.h"
+#include "platform/runtime/DeterministicRunLoop.h"
+#include "platform/runtime/UserDefaults.h"
+#include "platform/watchkit/ControllerRegistry.h"
+#include "platform/watchkit/ExtensionHost.h"
+#include "platform/watchkit/InterfaceObject.h"
+#include "platform/watchkit/LayoutLoader.h"
+#include "support/RecordingParentApplication.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
+#include "support/WatchSnapshot.h"
+#include "transport/MMWormhole.h"
+#include "ui/InterfaceClasses.h"
+#include "ui/VXAWTurntable1InterfaceController.h"
+#include "ui/VXAWTurntable2InterfaceController.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vexo::ui::testing {
+
+// The application's real layout and classes on an extension host, in a fresh model
+// environment per test: a temporary container, a virtual-time main loop, a recording phone
+// link, user defaults in a temporary file, and a "phone" transport that writes status
+// messages as the phone application does. Texts are English, numbers formatted for en_US.
+class ScreenTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_variables.set("VEXO_CONTAINER_ROOT", m_root.path().string());
+        m_variables.set("VEXO_LANGUAGE", "en");
+        m_variables.set("VEXO_LOCALE", "en_US");
+        m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
+        model::installEnvironment({&m_loop, m_parent, nullptr, makeDefaults()});
+        m_phone = std::make_unique<transport::MMWormhole>(std::string(model::VXAWWormholeApplicationGroupIdentifier),
+                                                          std::string(model::kWormholeMessageDirectory), &m_loop);
+        registerInterfaceClasses(m_registry);
+        watchkit::LayoutLoadResult loaded =
+            watchkit::LayoutLoader::loadFile(watchkit::InterfaceLayout::defaultPath(), m_registry);
+        ASSERT_TRUE(loaded.ok()) << loaded.errorText();
+        watchkit::ExtensionHost::Options options;
+        options.clock = [] { return std::chrono::system_clock::time_point(std::chrono::seconds(1'700'000'000)); };
+        m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*loaded.layout),
+                                                           std::move(options));
+    }
+
+    void TearDown() override {
+        m_host.reset();
+        // The slots hold pages of this test's model; the next test builds its own.
+        VXAWTurntable1InterfaceController::setSharedController(nullptr);
+        VXAWTurntable2InterfaceController::setSharedController(nullptr);
+        m_phone.reset();
+        model::installEnvironment({});
+        m_loop.runUntilIdle();
+        runtime::RunLoop::setCurrent(m_previousLoop);
+    }
+
+    std::shared_ptr<runtime::UserDefaults> makeDefaults() const {
+        return std::make_shared<runtime::UserDefaults>(m_root.path() / "defaults.plist");
+    }
+
+    // Starts the host (the pages are made in the layout's order) and settles the loop.
+    void start() {
+        ASSERT_TRUE(m_host->start().ok());
+        m_loop.runUntilIdle();
+    }
+
+    // Writes `message` under `identifier` as the phone does, and delivers it.
+    void phoneWrites(std::string_view identifier, const plist::Value& message) {
+        m_phone->passMessageObject(message, identifier);
+        m_loop.runUntilIdle();
+    }
+
+    // The dictionaries handed to the phone application since the last call.
+    std::vector<plist::Value> takeSent() {
+        std::vector<plist::Value> sent = m_parent->dictionaries();
+        m_parent->clear();
+        return sent;
+    }
+
+    // Runs an input event and settles the loop; the event must be accepted.
+    void expectOk(const watchkit::EventResult& result) {
+        EXPECT_TRUE(result.ok()) << result.error();
+        m_loop.runUntilIdle();
+    }
+
+    // The screen the user sees, as the snapshot shows it.
+    nlohmann::json visibleScreen() const {
+        const nlohmann::json snapshot = m_host->snapshot();
+        if (snapshot["glance"]["visible"] == true)
+            return snapshot["glance"]["screen"];
+        for (const char* list : {"modals", "pages"}) {
+            for (const auto& screen : snapshot[list])
+                if (screen["id"] == snapshot["visibleScreen"])
+                    return screen;
+        }
+        return nullptr;
+    }
+
+    // The object behind `outlet` on the visible screen, as the snapshot shows it.
+    nlohmann::json visible(std::string_view outlet) const { return vexo::testing::findByOutlet(visibleScreen(), outlet); }
+    std::string visibleId(std::string_view outlet) const { return visible(outlet)["id"].get<std::string>(); }
+    // The identifier of the object on the visible screen whose action is `action`.
+    std::string actionId(std::string_view action) const {
+        return vexo::testing::findObject(visibleScreen(), "action", action)["id"].get<std::string>();
+    }
+    // Taps the object on the visible screen whose action is `action`.
+    void tapAction(std::string_view action) { expectOk(m_host->tap(actionId(action))); }
+
+    // Shows page `index` (0 deck 1, 1 mixer, 2 deck 2).
+    void showPage(std::size_t index) { expectOk(m_host->swipeToPage(index)); }
+
+    template <class C> std::shared_ptr<C> page(std::size_t index) const {
+        return std::dynamic_pointer_cast<C>(m_host->pageController(index));
+    }
+
+    vexo::testing::TemporaryDirectory m_root;
+    vexo::testing::ScopedEnvironment m_variables;
+    runtime::DeterministicRunLoop m_loop;
+    runtime::RunLoop* m_previousLoop = nullptr;
+    std::shared_ptr<vexo::testing::RecordingParentApplication> m_parent =
+        std::make_shared<vexo::testing::RecordingParentApplication>();
+    std::unique_ptr<transport::MMWormhole> m_phone;
+    watchkit::ControllerRegistry m_registry;
+    std::unique_ptr<watchkit::ExtensionHost> m_host;
+};
+
+// {"identifier": identifier, "contents": contents}, as a deck or the mixer hands it over.
+inline plist::Value envelope(std::string_view identifier, plist::Dictionary contents) {
+    return plist::Value(plist::Dictionary{{"identifier", plist::Value(identifier)},
+                                          {"contents", plist::Value(std::move(contents))}});
+}
+
+// A deck action envelope.
+inline plist::Value deckAction(std::int64_t deck, std::int64_t action) {
+    return envelope("turntableAction", {{"turntable", plist::Value(deck)}, {"action", plist::Value(action)}});
+}
+
+// A mixer action envelope, with parameters when given.
+inline plist::Value mixerAction(std::int64_t action, std::optional<plist::Dictionary> params = std::nullopt) {
+    plist::Dictionary contents{{"action", plist::Value(action)}};
+    if (params)
+        contents.emplace("params", plist::Value(std::move(*params)));
+    return envelope("mixerAction", std::move(contents));
+}
+
+} // namespace vexo::ui::testing
