@@ -9,8 +9,9 @@
 // Identifiers are shown as the link to the phone writes them: upper-case hexadecimal without
 // leading zeros. They are accepted in that form (with or without 0x) or in decimal.
 //
-// Exit codes: 0 success, 1 failure (missing folder, no such item, unusable index), 2 wrong
-// usage, 130 a scan interrupted (what it read is kept).
+// Exit codes: 0 success, 1 failure (missing folder, no such item, unusable index, a demo folder
+// that is not ours or cannot be written), 2 wrong usage, 130 a scan or demo interrupted (what
+// it wrote is kept).
 #include "DemoLibraryWriter.h"
 
 #include "platform/log/Log.h"
@@ -468,9 +469,12 @@ int main(int argc, char** argv) {
     itemCommand->add_option("ID", identifier, "identifier (hexadecimal or decimal)")->required();
 
     std::string demoFolder;
+    const auto demoSongs = library::DemoCatalogue::songs();
     auto* demoCommand = app.add_subcommand(
-        "demo", "write a demonstration music library (40 tagged songs with artwork, 31 playlists) into DIR, then "
-                "scan it; DIR must be new, empty, or made by this command before");
+        "demo", "write a demonstration music library (" + std::to_string(demoSongs.size()) +
+                    " tagged songs with artwork, " +
+                    std::to_string(library::DemoCatalogue::playlists(demoSongs).size()) +
+                    " playlists) into DIR, then scan it; DIR must be new, empty, or made by this command before");
     demoCommand->add_option("DIR", demoFolder, "the folder to write (made when missing)")->required();
     demoCommand->add_flag("-q,--quiet", options.quiet, "no progress on standard error");
 
