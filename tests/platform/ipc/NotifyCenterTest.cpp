@@ -260,3 +260,34 @@ TEST_F(NotifyCenterTest, OneSharedCentrePerContainerAndLoop) {
     first.reset();
     EXPECT_TRUE(released.expired()) << "the registry does not keep a centre alive";
 }
+
+TEST_F(NotifyCenterTest, APostReachesEveryRegistrationMadeSinceTheLastPost) {
+    // Another centre stands for another process: its registrations change the directory that
+    // this centre's posts keep a listing of, often within one tick of the file system clock.
+    DeterministicRunLoop otherLoop;
+    NotifyCenter other(m_container, otherLoop);
+    std::vector<int> observers(40);
+    std::map<const void*, int> heard;
+    for (std::size_t i = 0; i < observers.size(); ++i) {
+        ASSERT_TRUE(other.addObserver(&observers[i], "deckStatus", [&, i](const std::string&) { ++heard[&observers[i]]; }));
+        EXPECT_TRUE(m_center->post("deckStatus"));
+        if (i % 3 == 2)
+            other.removeObserver(&observers[i - 1], "deckStatus");
+        otherLoop.runUntilIdle();
+    }
+    for (std::size_t i = 0; i < observers.size(); ++i) {
+        // Each hears the posts from its own on; one removed with the next post queued hears
+        // only its first.
+        const std::size_t expected = i % 3 == 1 ? 1 : observers.size() - i;
+        EXPECT_EQ(heard[&observers[i]], static_cast<int>(expected)) << "observer " << i;
+    }
+
+    // The name's directory deleted and made again by a new registration.
+    other.removeEveryObserver(&observers[0]);
+    fs::remove_all(m_container / ".notify");
+    int late = 0;
+    ASSERT_TRUE(other.addObserver(&late, "deckStatus", [&](const std::string&) { ++late; }));
+    EXPECT_TRUE(m_center->post("deckStatus"));
+    otherLoop.runUntilIdle();
+    EXPECT_EQ(late, 1);
+}
