@@ -158,6 +158,22 @@ TEST(KeyedArchiveTest, RefusesValuesNestedTooDeep) {
     EXPECT_EQ(roundTrip(shallow), shallow);
 }
 
+TEST(KeyedArchiveTest, ArchivingIntoAKeptBufferGivesTheSameBytes) {
+    // Larger messages before smaller ones, so that stale bytes of an earlier one would show.
+    Value tooDeep("leaf");
+    for (int i = 0; i < 300; ++i)
+        tooDeep = Value(Array{tooDeep});
+    const Value messages[] = {
+        Value(Dictionary{{"artworkImage", Value(Data(4096, 0x5A))}}), deckStatusMessage(), tooDeep, Value("x"), Value(),
+    };
+    Data buffer;
+    for (const Value& message : messages) {
+        const auto expected = KeyedArchiver::archivedData(message);
+        EXPECT_EQ(KeyedArchiver::archive(message, buffer), expected.has_value());
+        EXPECT_EQ(buffer, expected.value_or(Data()));
+    }
+}
+
 TEST(KeyedArchiveTest, AnIndependentReaderReadsWhatWeWrite) {
     if (std::system("python3 -c 'import plistlib' >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "python3 is not available";
