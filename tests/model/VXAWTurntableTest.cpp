@@ -175,3 +175,22 @@ TEST_F(VXAWTurntableTest, SendsTheEnvelopeWithParamsOnlyWhenGiven) {
                                  {"params", Value(Dictionary{{"itemID", Value("AB12")}})}}));
     EXPECT_TRUE(sent[1]["contents"]["action"].asInteger());
 }
+
+// A model first touched where the thread has no current loop still hears the phone and polls,
+// on the environment's main loop.
+TEST_F(VXAWTurntableTest, ListensAndPollsOnTheMainLoopWhateverLoopIsCurrent) {
+    runtime::RunLoop::setCurrent(nullptr);
+    auto deck = std::make_shared<VXAWTurntable>(1);
+    deck->processMessageWithIdentifier("turntableStatus1", Value(Dictionary{{"playing", Value(true)}}));
+    ASSERT_TRUE(deck->currentTimeUpdateTimer());
+    EXPECT_TRUE(deck->currentTimeUpdateTimer()->isValid());
+    runtime::RunLoop::setCurrent(&m_loop);
+    takeSent();
+    m_loop.advance(1.0);
+    EXPECT_EQ(takeSent(), std::vector<Value>{statusRequest(1)});
+
+    // The deck registered for the phone's notices while no loop was current.
+    phoneWrites("turntableStatus1", Value(Dictionary{{"playing", Value(false)}, {"bpm", Value(99)}}));
+    EXPECT_EQ(deck->bpm(), 99);
+    EXPECT_FALSE(deck->currentTimeUpdateTimer());
+}
