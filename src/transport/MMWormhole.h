@@ -31,9 +31,15 @@ class RunLoop;
 // no file. So does any identifier that is not one plain file-name component (empty, holding
 // "/" or NUL, "." or "..").
 //
+// The message directory is held open and every file operation is relative to it; one that
+// was deleted is made again on the next access, as if it were looked up on every call. A
+// message file, directory or notification of another user is never acted on, nor is a
+// directory replaced by a symbolic link (each refused with a log line).
+//
 // Every member is for the thread of the loop that delivers the notifications: the loop given
-// at construction, else the calling thread's current loop. Listeners run synchronously inside the delivery. No operation reports an
-// error: a missing container, a failed write or a missing file degrade silently.
+// at construction, else the calling thread's current loop. Listeners run synchronously
+// inside the delivery. No operation reports an error: a missing container, a failed write
+// or a missing file degrade silently.
 namespace vexo::transport {
 
 class MMWormhole {
