@@ -440,7 +440,10 @@ void Engine::schedule() {
     if (const std::optional<double> end = m_mixer.transitionEnd())
         next = std::min(next, *end);
 
-    if (m_eventTimer && (!m_eventTimer->isValid() || m_eventTimer->fireDate() != next)) {
+    // Positions are recomputed on every call, so the same event comes out a hair apart; a
+    // timer within a microsecond of it is kept rather than made anew for every action.
+    if (m_eventTimer && (!m_eventTimer->isValid() || !std::isfinite(next) ||
+                         std::fabs(m_eventTimer->fireDate() - next) > 1e-6)) {
         m_eventTimer->invalidate();
         m_eventTimer.reset();
     }
