@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "model/VXAWProtocol.h"
 #include "phone/PersistentIDText.h"
@@ -110,15 +111,13 @@ void Engine::handleTurntableAction(const plist::Value& contents) {
     update();
     Deck& deck = mutableDeck(*number);
     const double time = now();
-    bool changed = true;
     switch (*code) {
     case VXAWTurntableActionPlay:
-        changed = deck.play(time);
-        if (changed)
+        if (deck.play(time) && m_automixOutgoing == *number)
             m_automixOutgoing.reset();
         break;
     case VXAWTurntableActionPause:
-        changed = deck.pause(time);
+        deck.pause(time);
         break;
     case VXAWTurntableActionSkipForward:
         deck.skip(Deck::kSkipSeconds, time);
@@ -142,7 +141,7 @@ void Engine::handleTurntableAction(const plist::Value& contents) {
         deck.doubleLoop(time);
         break;
     case VXAWTurntableActionToggleLooping:
-        changed = deck.toggleLooping(time);
+        deck.toggleLooping(time);
         break;
     case VXAWTurntableActionFxSelectNext:
         deck.selectNextEffect();
@@ -166,7 +165,6 @@ void Engine::handleTurntableAction(const plist::Value& contents) {
     }
     // A request, and an action that changed nothing, still answer with the status: the
     // watch shows whatever the last status said.
-    (void)changed;
     markDeckChanged(*number);
     update();
 }
@@ -179,7 +177,6 @@ void Engine::handleMixerAction(const plist::Value& contents) {
         return ignored("a mixer action without an integer code");
     const plist::Value& params = contents[kActionParamsKey];
     update();
-    const double time = now();
     switch (*code) {
     case VXAWMixerActionSync:
         m_mixer.toggleSync();
@@ -229,7 +226,6 @@ void Engine::handleMixerAction(const plist::Value& contents) {
     default:
         return ignored("the unknown mixer action " + std::to_string(*code));
     }
-    (void)time;
     markChanged(MixerStatus);
     update();
 }
