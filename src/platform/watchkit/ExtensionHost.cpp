@@ -9,11 +9,9 @@
 #include "platform/watchkit/Menu.h"
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/StackLayout.h"
-#include "platform/watchkit/Table.h"
 
 #include <algorithm>
 #include <exception>
-#include <set>
 
 namespace vexo::watchkit {
 
@@ -34,6 +32,7 @@ ExtensionHost::ExtensionHost(runtime::RunLoop& loop, const ControllerRegistry& r
       m_registry(registry),
       m_layout(std::move(layout)),
       m_options(std::move(options)),
+      m_writer(m_layout.screenWidth, m_layout.screenHeight),
       m_alive(std::make_shared<ExtensionHost*>(this)) {}
 
 ExtensionHost::ExtensionHost(runtime::RunLoop& loop, const ControllerRegistry& registry, InterfaceLayout layout)
@@ -383,70 +382,7 @@ void ExtensionHost::flushChanges() {
     ChangeStream::Pending pending = m_changes.take();
     if (pending.empty() || !m_changes.hasListeners())
         return;
-    nlohmann::json changes = nlohmann::json::array();
-    if (pending.navigation) {
-        nlohmann::json navigation = navigationJson();
-        navigation["change"] = "navigation";
-        changes.push_back(std::move(navigation));
-    }
-    for (const std::string& id : pending.removedScreens)
-        changes.push_back({{"change", "screenRemoved"}, {"screen", id}});
-
-    std::set<std::string> added;
-    for (const std::string& id : pending.addedScreens) {
-        for (Slot* slot : liveSlots()) {
-            if (slot->screen->id() != id)
-                continue;
-            changes.push_back({{"change", "screenAdded"}, {"screen", screenJson(*slot, true)}});
-            added.insert(id);
-        }
-    }
-
-    // Objects of screens that were there before: what changed, and what moved because of it.
-    std::map<std::string, std::vector<std::shared_ptr<InterfaceObject>>> changedByScreen;
-    for (const auto& [screenId, weak] : pending.objects) {
-        if (auto object = weak.lock(); object && !added.contains(screenId))
-            changedByScreen[screenId].push_back(std::move(object));
-    }
-    for (auto& [screenId, objects] : changedByScreen) {
-        Slot* slot = nullptr;
-        for (Slot* candidate : liveSlots()) {
-            if (candidate->screen->id() == screenId)
-                slot = candidate;
-        }
-        if (!slot)
-            continue;
-        StackLayout::Result layout = StackLayout::layoutScreen(*slot->screen, m_layout.screenWidth, m_layout.screenHeight);
-        // Objects whose whole state goes out in some record: the changed ones, and the
-        // objects in the rows of a changed table, which its record carries.
-        std::set<const InterfaceObject*> covered;
-        auto cover = [&](const InterfaceObject& object) {
-            covered.insert(&object);
-            if (object.kind() != ObjectKind::Table)
-                return;
-            std::function<void(const InterfaceObject&)> coverTree = [&](const InterfaceObject& inner) {
-                covered.insert(&inner);
-                for (const auto& child : inner.children())
-                    coverTree(*child);
-            };
-            for (const TableRow& row : static_cast<const Table&>(object).rows())
-                coverTree(*row.group);
-        };
-        for (const auto& object : objects)
-            cover(*object);
-        for (const auto& [object, frame] : layout.frames) {
-            if (!covered.contains(object) && object->reportedFrame() != frame) {
-                objects.push_back(std::const_pointer_cast<InterfaceObject>(object->shared_from_this()));
-                cover(*object);
-            }
-        }
-        for (const InterfaceObject* object : covered) {
-            if (auto frame = layout.frames.find(object); frame != layout.frames.end())
-                object->setReportedFrame(frame->second);
-        }
-        for (const auto& object : objects)
-            changes.push_back({{"change", "object"}, {"screen", screenId}, {"object", object->toJson(layout.frames, false)}});
-    }
+    nlohmann::json changes = m_writer.changeRecords(pending, navigationView());
     if (changes.empty())
         return;
     ++m_revision;
@@ -455,64 +391,28 @@ void ExtensionHost::flushChanges() {
 
 // Snapshots.
 
-nlohmann::json ExtensionHost::screenJson(const Slot& slot, bool markReported) const {
-    StackLayout::Result layout = StackLayout::layoutScreen(*slot.screen, m_layout.screenWidth, m_layout.screenHeight);
-    if (markReported) {
-        for (const auto& [object, frame] : layout.frames)
-            object->setReportedFrame(frame);
-    }
-    nlohmann::json out = slot.screen->toJson(layout.frames);
-    out["id"] = slot.screen->id();
-    out["controller"] = slot.layout->identifier;
-    out["class"] = slot.layout->className;
-    out["role"] = roleName(static_cast<int>(slot.role));
-    out["title"] = slot.layout->title ? nlohmann::json(*slot.layout->title) : nlohmann::json(nullptr);
-    out["active"] = slot.active;
-    out["context"] = slot.context.describe();
-    out["contentHeight"] = layout.contentHeight;
-    return out;
+SnapshotWriter::ScreenView ExtensionHost::viewOf(const Slot& slot) const {
+    return {slot.screen.get(), slot.layout, roleName(static_cast<int>(slot.role)), &slot.context, slot.active};
 }
 
-nlohmann::json ExtensionHost::navigationJson() const {
-    nlohmann::json pages = nlohmann::json::array();
-    for (const auto& page : m_pages)
-        pages.push_back(page->screen->id());
-    nlohmann::json modals = nlohmann::json::array();
-    for (const auto& modal : m_modals)
-        modals.push_back(modal->screen->id());
+SnapshotWriter::Navigation ExtensionHost::navigationView() const {
+    SnapshotWriter::Navigation navigation;
+    navigation.started = m_started;
+    navigation.currentPage = m_currentPage;
     Slot* visible = visibleSlot();
-    nlohmann::json active = nullptr;
-    for (Slot* slot : liveSlots()) {
-        if (slot->active)
-            active = slot->screen->id();
-    }
-    return {{"started", m_started},
-            {"currentPage", m_currentPage},
-            {"visibleScreen", visible ? nlohmann::json(visible->screen->id()) : nlohmann::json(nullptr)},
-            {"pages", std::move(pages)},
-            {"modals", std::move(modals)},
-            {"glance", {{"visible", m_glanceVisible},
-                        {"screen", m_glance ? nlohmann::json(m_glance->screen->id()) : nlohmann::json(nullptr)}}},
-            {"active", std::move(active)}};
+    navigation.visible = visible ? visible->screen.get() : nullptr;
+    for (const auto& page : m_pages)
+        navigation.pages.push_back(viewOf(*page));
+    for (const auto& modal : m_modals)
+        navigation.modals.push_back(viewOf(*modal));
+    navigation.glanceVisible = m_glanceVisible;
+    if (m_glance)
+        navigation.glance = viewOf(*m_glance);
+    return navigation;
 }
 
 nlohmann::json ExtensionHost::snapshot() const {
-    nlohmann::json pages = nlohmann::json::array();
-    for (const auto& page : m_pages)
-        pages.push_back(screenJson(*page, false));
-    nlohmann::json modals = nlohmann::json::array();
-    for (const auto& modal : m_modals)
-        modals.push_back(screenJson(*modal, false));
-    Slot* visible = visibleSlot();
-    return {{"revision", m_revision},
-            {"screen", {{"width", m_layout.screenWidth}, {"height", m_layout.screenHeight}}},
-            {"started", m_started},
-            {"currentPage", m_currentPage},
-            {"visibleScreen", visible ? nlohmann::json(visible->screen->id()) : nlohmann::json(nullptr)},
-            {"pages", std::move(pages)},
-            {"modals", std::move(modals)},
-            {"glance", {{"visible", m_glanceVisible},
-                        {"screen", m_glance ? screenJson(*m_glance, false) : nlohmann::json(nullptr)}}}};
+    return m_writer.snapshot(m_revision, navigationView());
 }
 
 void ExtensionHost::postSnapshot(std::function<void(const nlohmann::json&)> completion) {

@@ -9,6 +9,7 @@
 #include "platform/watchkit/EventResult.h"
 #include "platform/watchkit/ImageStore.h"
 #include "platform/watchkit/InterfaceLayout.h"
+#include "platform/watchkit/SnapshotWriter.h"
 
 #include <chrono>
 #include <cstddef>
@@ -165,15 +166,8 @@ public:
     // The user chose action `identifier` of a local notification with `userInfo`.
     EventResult deliverNotificationAction(std::string identifier, plist::Value userInfo);
 
-    // One input event as JSON:
-    //   {"type": "tap", "object": id}            {"type": "selectRow", "object": id, "row": n}
-    //   {"type": "slide", "object": id, "value": x}   or "step": n instead of "value"
-    //   {"type": "flip", "object": id}           (optional "on": state to set)
-    //   {"type": "swipe", "page": n}             or "direction": "left" / "right"
-    //   {"type": "openMenu"} {"type": "pickMenuItem", "index": n} {"type": "closeMenu"}
-    //   {"type": "closeModal"} {"type": "showGlance"} {"type": "hideGlance"}
-    //   {"type": "notificationAction", "identifier": s, "userInfo": {...}}
-    // A malformed event is refused with the reason.
+    // One input event in the JSON form of EventDecoder. A malformed event is refused with
+    // the reason (EventResult::isMalformed()); one that does not fit the screen as above.
     EventResult handleEvent(const nlohmann::json& event);
 
     // Thread-safe: queues handleEvent(event) on the main loop; `completion` (when set)
@@ -269,10 +263,9 @@ private:
     void noteNavigation();
     void scheduleFlush(bool firstOfBatch);
 
-    // Snapshots (ExtensionHost.cpp).
-    // The screen of `slot`; `markReported` records its frames as sent to listeners.
-    [[nodiscard]] nlohmann::json screenJson(const Slot& slot, bool markReported) const;
-    [[nodiscard]] nlohmann::json navigationJson() const;
+    // Views of what is on screen for the snapshot writer (ExtensionHost.cpp).
+    [[nodiscard]] SnapshotWriter::ScreenView viewOf(const Slot& slot) const;
+    [[nodiscard]] SnapshotWriter::Navigation navigationView() const;
 
     // Input (ExtensionHostEvents.cpp).
     struct Target;
@@ -287,6 +280,7 @@ private:
     Options m_options;
     ImageStore m_images;
     ChangeStream m_changes;
+    SnapshotWriter m_writer;
 
     std::vector<std::unique_ptr<Slot>> m_pages;
     std::size_t m_currentPage = 0;

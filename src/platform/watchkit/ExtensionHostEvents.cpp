@@ -3,10 +3,10 @@
 #include "platform/watchkit/ExtensionHost.h"
 
 #include "platform/log/Log.h"
-#include "platform/plist/Json.h"
 #include "platform/runtime/RunLoop.h"
 #include "platform/watchkit/Button.h"
 #include "platform/watchkit/ControllerRegistry.h"
+#include "platform/watchkit/EventDecoder.h"
 #include "platform/watchkit/InterfaceController.h"
 #include "platform/watchkit/Menu.h"
 #include "platform/watchkit/Screen.h"
@@ -28,6 +28,12 @@ EventResult refused(std::string_view event, const std::string& reason) {
     std::string message = std::string(event) + ": " + reason;
     log::info(kComponent, "input refused: " + message);
     return EventResult::failure(std::move(message));
+}
+
+EventResult malformed(std::string_view event, const std::string& reason) {
+    std::string message = std::string(event) + ": " + reason;
+    log::info(kComponent, "malformed input: " + message);
+    return EventResult::malformed(std::move(message));
 }
 
 std::string inQuotes(std::string_view text) {
@@ -341,145 +347,53 @@ EventResult ExtensionHost::deliverNotificationAction(std::string identifier, pli
 
 namespace {
 
-// Checks the fields of an event: `allowed` besides "type"; the first problem is the answer.
-std::optional<std::string> unknownField(const nlohmann::json& event, std::initializer_list<std::string_view> allowed) {
-    for (const auto& [key, value] : event.items()) {
-        if (key == "type")
-            continue;
-        bool known = false;
-        for (std::string_view name : allowed)
-            known = known || key == name;
-        if (!known)
-            return "unknown field " + inQuotes(key);
-    }
-    return std::nullopt;
-}
-
-std::optional<std::string> stringField(const nlohmann::json& event, const char* key, std::string& error) {
-    auto found = event.find(key);
-    if (found == event.end() || !found->is_string()) {
-        error = std::string("needs \"") + key + "\" as a string";
-        return std::nullopt;
-    }
-    return found->get<std::string>();
-}
-
-std::optional<std::size_t> indexField(const nlohmann::json& event, const char* key, std::string& error) {
-    auto found = event.find(key);
-    if (found == event.end() || !found->is_number_integer() || found->get<std::int64_t>() < 0) {
-        error = std::string("needs \"") + key + "\" as a whole number of at least 0";
-        return std::nullopt;
-    }
-    return static_cast<std::size_t>(found->get<std::uint64_t>());
-}
+template <class... Handlers> struct Overloaded : Handlers... {
+    using Handlers::operator()...;
+};
+template <class... Handlers> Overloaded(Handlers...) -> Overloaded<Handlers...>;
 
 } // namespace
 
 EventResult ExtensionHost::handleEvent(const nlohmann::json& event) {
-    if (!event.is_object() || !event.contains("type") || !event["type"].is_string())
-        return refused("event", "an event is a JSON object with a \"type\"");
-    const std::string type = event["type"].get<std::string>();
-    std::string error;
-    auto fieldsAre = [&](std::initializer_list<std::string_view> allowed) {
-        if (auto unknown = unknownField(event, allowed)) {
-            error = *unknown;
-            return false;
-        }
-        return true;
-    };
-
-    if (type == "tap") {
-        if (fieldsAre({"object"}))
-            if (auto id = stringField(event, "object", error))
-                return tap(*id);
-    } else if (type == "selectRow") {
-        if (fieldsAre({"object", "row"}))
-            if (auto id = stringField(event, "object", error))
-                if (auto row = indexField(event, "row", error))
-                    return selectRow(*id, *row);
-    } else if (type == "slide") {
-        if (fieldsAre({"object", "value", "step"}))
-            if (auto id = stringField(event, "object", error)) {
-                auto value = event.find("value");
-                auto step = event.find("step");
-                if ((value == event.end()) == (step == event.end()))
-                    error = "needs either \"value\" or \"step\"";
-                else if (value != event.end() && !value->is_number())
-                    error = "needs \"value\" as a number";
-                else if (step != event.end() && (!step->is_number_integer() || std::abs(step->get<std::int64_t>()) > 1000))
-                    error = "needs \"step\" as a whole number of steps";
-                else if (value != event.end())
-                    return slide(*id, value->get<float>());
-                else
-                    return stepSlider(*id, static_cast<int>(step->get<std::int64_t>()));
-            }
-    } else if (type == "flip") {
-        if (fieldsAre({"object", "on"}))
-            if (auto id = stringField(event, "object", error)) {
-                auto on = event.find("on");
-                if (on != event.end() && !on->is_boolean()) {
-                    error = "needs \"on\" as true or false";
-                } else {
-                    std::shared_ptr<InterfaceObject> found = object(*id);
-                    if (on != event.end() && found && found->kind() == ObjectKind::Switch &&
-                        static_cast<Switch&>(*found).isOn() == on->get<bool>())
-                        return EventResult::success();
-                    return flip(*id);
-                }
-            }
-    } else if (type == "swipe") {
-        if (fieldsAre({"page", "direction"})) {
-            if (event.contains("page")) {
-                if (auto page = indexField(event, "page", error))
-                    return swipeToPage(*page);
-            } else if (event.value("direction", "") == "left") {
-                return swipeToPage(m_currentPage + 1);
-            } else if (event.value("direction", "") == "right") {
+    EventDecoder::Result decoded = EventDecoder::decode(event);
+    if (!decoded.event)
+        return malformed(decoded.type, decoded.error);
+    return std::visit(
+        Overloaded{
+            [&](const input::Tap& tapEvent) { return tap(tapEvent.object); },
+            [&](const input::SelectRow& select) { return selectRow(select.object, select.row); },
+            [&](const input::Slide& slideEvent) {
+                return slideEvent.value ? slide(slideEvent.object, *slideEvent.value)
+                                        : stepSlider(slideEvent.object, *slideEvent.step);
+            },
+            [&](const input::Flip& flipEvent) {
+                // A switch that shows the state asked for already is left as it is.
+                std::shared_ptr<InterfaceObject> found = object(flipEvent.object);
+                if (flipEvent.on && found && found->kind() == ObjectKind::Switch &&
+                    static_cast<Switch&>(*found).isOn() == *flipEvent.on)
+                    return EventResult::success();
+                return flip(flipEvent.object);
+            },
+            [&](const input::Swipe& swipe) {
+                if (swipe.page)
+                    return swipeToPage(*swipe.page);
+                if (swipe.direction == input::Swipe::Direction::Left)
+                    return swipeToPage(m_currentPage + 1);
                 if (m_currentPage == 0)
                     return refused("swipe", "there is no page left of the first");
                 return swipeToPage(m_currentPage - 1);
-            } else {
-                error = "needs \"page\", or \"direction\" as \"left\" or \"right\"";
-            }
-        }
-    } else if (type == "openMenu" || type == "closeMenu" || type == "closeModal" || type == "showGlance" ||
-               type == "hideGlance") {
-        if (fieldsAre({})) {
-            if (type == "openMenu")
-                return openMenu();
-            if (type == "closeMenu")
-                return closeMenu();
-            if (type == "closeModal")
-                return closeModal();
-            if (type == "showGlance")
-                return showGlance();
-            return hideGlance();
-        }
-    } else if (type == "pickMenuItem") {
-        if (fieldsAre({"index"}))
-            if (auto index = indexField(event, "index", error))
-                return pickMenuItem(*index);
-    } else if (type == "notificationAction") {
-        if (fieldsAre({"identifier", "userInfo"}))
-            if (auto identifier = stringField(event, "identifier", error)) {
-                plist::Value userInfo;
-                auto info = event.find("userInfo");
-                if (info != event.end() && !info->is_null()) {
-                    std::string conversionError;
-                    std::optional<plist::Value> converted = plist::json::fromJson(*info, conversionError);
-                    if (!converted || !info->is_object())
-                        error = "needs \"userInfo\" as an object" +
-                                (conversionError.empty() ? std::string() : ": " + conversionError);
-                    else
-                        userInfo = std::move(*converted);
-                }
-                if (error.empty())
-                    return deliverNotificationAction(*identifier, std::move(userInfo));
-            }
-    } else {
-        return refused("event", "unknown type " + inQuotes(type));
-    }
-    return refused(type, error);
+            },
+            [&](const input::OpenMenu&) { return openMenu(); },
+            [&](const input::PickMenuItem& pick) { return pickMenuItem(pick.index); },
+            [&](const input::CloseMenu&) { return closeMenu(); },
+            [&](const input::CloseModal&) { return closeModal(); },
+            [&](const input::ShowGlance&) { return showGlance(); },
+            [&](const input::HideGlance&) { return hideGlance(); },
+            [&](const input::NotificationAction& action) {
+                return deliverNotificationAction(action.identifier, action.userInfo);
+            },
+        },
+        *decoded.event);
 }
 
 void ExtensionHost::postEvent(nlohmann::json event, std::function<void(const EventResult&)> completion) {

@@ -1,0 +1,256 @@
+// vexo-watch: hosts the watch application and serves its face to a browser.
+
+#include "face/FaceServer.h"
+#include "face/ProtocolLog.h"
+#include "face/RecordingParentApplication.h"
+#include "face/WatchFace.h"
+#include "model/Environment.h"
+#include "model/VXAWProtocol.h"
+#include "platform/graphics/AssetCatalog.h"
+#include "platform/ipc/Container.h"
+#include "platform/ipc/LocalNotificationReceiver.h"
+#include "platform/ipc/SocketParentApplication.h"
+#include "platform/log/Log.h"
+#include "platform/media/MediaLibrary.h"
+#include "platform/runtime/AsioRunLoop.h"
+#include "platform/runtime/NotificationCenter.h"
+#include "platform/runtime/UserDefaults.h"
+#include "platform/text/LocaleSettings.h"
+#include "platform/text/Localization.h"
+#include "platform/watchkit/ControllerRegistry.h"
+#include "platform/watchkit/ExtensionHost.h"
+#include "platform/watchkit/LayoutLoader.h"
+#include "transport/MMWormhole.h"
+#include "ui/InterfaceClasses.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <unistd.h>
+
+using namespace vexo;
+
+namespace {
+
+constexpr std::string_view kComponent = "vexo-watch";
+// The extension's own user defaults; the phone application keeps its own.
+constexpr std::string_view kDefaultsDomain = "com.vexo.remote.watch";
+
+struct Options {
+    int port = face::FaceServer::kDefaultPort;
+    std::string group{model::VXAWWormholeApplicationGroupIdentifier};
+    std::string containerRoot;
+    std::string language;
+    std::string locale;
+    std::string webRoot;
+    std::string phoneCommand;
+};
+
+int fail(int code, const std::string& message) {
+    std::cerr << "vexo-watch: " << message << "\n";
+    return code;
+}
+
+// The face's files: VEXO_WEB_DIR, else the web/ folder of the source tree that this
+// executable was built from, looked for above the executable and then where it was built.
+std::optional<std::filesystem::path> defaultWebRoot() {
+    if (const char* variable = std::getenv("VEXO_WEB_DIR"); variable && *variable)
+        return std::filesystem::path(variable);
+    std::error_code error;
+    std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        std::filesystem::path directory = executable.parent_path();
+        for (int level = 0; level < 5 && !directory.empty(); ++level) {
+            if (std::filesystem::is_regular_file(directory / "web" / "index.html", error))
+                return directory / "web";
+            if (directory == directory.parent_path())
+                break;
+            directory = directory.parent_path();
+        }
+    }
+    std::filesystem::path source = std::filesystem::path(VEXO_SOURCE_DIR) / "web";
+    if (std::filesystem::is_directory(source, error))
+        return source;
+    return std::nullopt;
+}
+
+// SIGINT and SIGTERM end the loop through a pipe that the loop watches, so that shutdown
+// runs on the main thread like everything else.
+int g_signalPipe[2] = {-1, -1};
+
+void onSignal(int) {
+    int saved = errno;
+    char byte = 1;
+    [[maybe_unused]] auto written = ::write(g_signalPipe[1], &byte, 1);
+    errno = saved;
+}
+
+bool installSignalPipe() {
+    if (::pipe2(g_signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return false;
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    return ::sigaction(SIGINT, &action, nullptr) == 0 && ::sigaction(SIGTERM, &action, nullptr) == 0;
+}
+
+int runWatch(const Options& options, const std::optional<std::filesystem::path>& webRoot) {
+    std::optional<std::filesystem::path> container = ipc::Container::pathForGroup(options.group);
+    if (!container)
+        return fail(1, "no shared container for group '" + options.group + "' (see VEXO_CONTAINER_ROOT)");
+
+    runtime::AsioRunLoop loop;
+    runtime::RunLoop::CurrentScope current(&loop);
+    if (!installSignalPipe())
+        return fail(1, "cannot install the signal handlers");
+    bool stopping = false;
+    auto signalWatch = loop.watchReadable(g_signalPipe[0], [&] {
+        char bytes[16];
+        while (::read(g_signalPipe[0], bytes, sizeof bytes) > 0) {
+        }
+        stopping = true;
+        loop.stop();
+    });
+
+    face::ProtocolLog protocolLog;
+    // Reads the messages that the log shows; it listens to nothing itself.
+    transport::MMWormhole reader(options.group, std::string(model::kWormholeMessageDirectory), &loop);
+
+    std::optional<std::string> launchCommand = options.phoneCommand.empty()
+                                                   ? ipc::SocketParentApplication::launchCommandFromEnvironment()
+                                                   : std::optional<std::string>(options.phoneCommand);
+    auto socketLink = std::make_shared<ipc::SocketParentApplication>(*container, loop, launchCommand);
+    // A library action travels as a message; the empty dictionary only wakes the phone.
+    auto link = std::make_shared<face::RecordingParentApplication>(
+        socketLink, protocolLog, std::string(model::VXAWLibraryActionMessageIdentifier),
+        [&reader] { return reader.messageWithIdentifier(model::VXAWLibraryActionMessageIdentifier); });
+
+    std::string libraryError;
+    std::shared_ptr<media::MediaLibrary> library = media::MediaLibrary::open(media::MediaLibrary::defaultPath(), &libraryError);
+    if (!library)
+        log::warning(kComponent, "no media library (" + libraryError + "); the playlist list stays empty");
+    auto defaults = std::make_shared<runtime::UserDefaults>(runtime::UserDefaults::standardPath(kDefaultsDomain));
+    model::installEnvironment({&loop, link, library, defaults});
+
+    watchkit::ControllerRegistry registry;
+    ui::registerInterfaceClasses(registry);
+    watchkit::LayoutLoadResult layout = watchkit::LayoutLoader::loadFile(watchkit::InterfaceLayout::defaultPath(), registry);
+    if (!layout.ok())
+        return fail(1, "the interface layout cannot be used:\n" + layout.errorText());
+
+    int exitCode = 0;
+    {
+        watchkit::ExtensionHost::Options hostOptions;
+        hostOptions.localization = &text::Localization::main();
+        watchkit::ExtensionHost host(loop, registry, std::move(*layout.layout), hostOptions);
+
+        // Every status message a receiver of ours processes reaches us as this in-process
+        // notification, whichever transport listens for it.
+        const int observer = 0;
+        runtime::NotificationCenter::defaultCenter().addObserver(
+            &observer,
+            [&](const runtime::Notification& notification) {
+                std::optional<std::string> identifier =
+                    notification.userInfo[transport::MMWormhole::kIdentifierKey].stringValue();
+                if (identifier)
+                    protocolLog.record(*identifier, face::Direction::FromPhone, reader.messageWithIdentifier(*identifier));
+            },
+            transport::MMWormhole::kNotificationName);
+
+        face::WatchFace watchFace(loop, host, protocolLog, [](std::string_view name) {
+            return graphics::AssetCatalog::shared().imageNamed(name);
+        });
+        face::FaceServer server(watchFace, {static_cast<std::uint16_t>(options.port), webRoot.value_or("")});
+        std::unique_ptr<ipc::LocalNotificationReceiver> notifications;
+        if (std::optional<std::string> error = server.start()) {
+            exitCode = fail(1, *error);
+        } else if (watchkit::EventResult started = host.start(); !started.ok()) {
+            exitCode = fail(1, "the watch application did not start: " + started.error());
+        } else {
+            notifications = std::make_unique<ipc::LocalNotificationReceiver>(
+                *container, loop, [&](const ipc::LocalNotification& notification) {
+                    std::vector<std::pair<std::string, std::string>> actions;
+                    for (const auto& action : notification.actions)
+                        actions.emplace_back(action.identifier, action.title);
+                    watchFace.showNotification(notification.alertTitle, notification.alertBody, notification.category,
+                                               notification.userInfo, std::move(actions));
+                });
+            if (!notifications->isListening())
+                log::warning(kComponent, "local notifications from the phone will not arrive (another watch listens)");
+            std::cout << "Watch face: http://127.0.0.1:" << server.port() << "/" << std::endl;
+            loop.run();
+            log::info(kComponent, stopping ? "stopping on a signal" : "stopping");
+        }
+        notifications.reset();
+        server.stop();
+        runtime::NotificationCenter::defaultCenter().removeObserver(&observer);
+    }
+    // The shared model goes while the loop that its transports use is still there.
+    model::installEnvironment({});
+    signalWatch.reset();
+    return exitCode;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"vexo-watch: runs the watch application and serves its face to a browser on 127.0.0.1.\n"
+                 "Prints \"Watch face: http://127.0.0.1:PORT/\" once serving; stops on Ctrl-C or SIGTERM.\n"
+                 "Exit codes: 0 stopped cleanly, 1 failure (port in use, no container, bad layout), 2 wrong usage."};
+    app.set_version_flag("--version", "vexo-watch " VEXO_VERSION);
+    Options options;
+    app.add_option("-p,--port", options.port, "port of the face on 127.0.0.1; 0 picks a free one")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    app.add_option("-g,--group", options.group, "application group shared with the phone")->capture_default_str();
+    app.add_option("--container-root", options.containerRoot,
+                   "directory that holds the group containers (overrides VEXO_CONTAINER_ROOT)");
+    app.add_option("--language", options.language, "language of the texts, e.g. de or en (overrides VEXO_LANGUAGE)");
+    app.add_option("--locale", options.locale, "locale of numbers, e.g. de_DE (overrides VEXO_LOCALE)");
+    app.add_option("--web-root", options.webRoot, "directory of the face's files (overrides VEXO_WEB_DIR)");
+    app.add_option("--phone-command", options.phoneCommand,
+                   "command that starts the phone application when nobody listens (overrides VEXO_PHONE_LAUNCH_COMMAND)");
+    app.footer("Environment: VEXO_CONTAINER_ROOT, VEXO_WEB_DIR, VEXO_RESOURCE_DIR, VEXO_ASSET_DIR, VEXO_LANGUAGE,\n"
+               "VEXO_LOCALE, VEXO_MEDIA_LIBRARY, VEXO_PHONE_LAUNCH_COMMAND, VEXO_LOG (debug|info|warning|error|off).");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        // --help and --version end here too, with 0; every real usage error is 2.
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+
+    // The models name their container by the group the phone application shares.
+    if (options.group != model::VXAWWormholeApplicationGroupIdentifier)
+        return fail(2, "--group: the watch application shares the group '" +
+                           std::string(model::VXAWWormholeApplicationGroupIdentifier) + "' with the phone");
+    if (!options.containerRoot.empty())
+        ::setenv("VEXO_CONTAINER_ROOT", std::filesystem::absolute(options.containerRoot).c_str(), 1);
+    if (!options.language.empty()) {
+        if (!text::LocaleSettings::fromPosix(options.language))
+            return fail(2, "--language: '" + options.language + "' is no language name such as de or en_GB");
+        ::setenv("VEXO_LANGUAGE", options.language.c_str(), 1);
+    }
+    if (!options.locale.empty()) {
+        if (!text::LocaleSettings::fromPosix(options.locale))
+            return fail(2, "--locale: '" + options.locale + "' is no locale name such as de_DE");
+        ::setenv("VEXO_LOCALE", options.locale.c_str(), 1);
+    }
+    std::optional<std::filesystem::path> webRoot;
+    if (!options.webRoot.empty()) {
+        if (!std::filesystem::is_directory(options.webRoot))
+            return fail(2, "--web-root: '" + options.webRoot + "' is not a directory");
+        webRoot = std::filesystem::absolute(options.webRoot);
+    } else {
+        webRoot = defaultWebRoot();
+        if (!webRoot)
+            log::warning(kComponent, "no web/ folder found (set VEXO_WEB_DIR or --web-root); only the API is served");
+    }
+    return runWatch(options, webRoot);
+}
