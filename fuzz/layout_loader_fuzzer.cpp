@@ -8,12 +8,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <utility>
 
 using namespace vexo::watchkit;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static testing::CallLog log;
-    static ControllerRegistry& registry = [] () -> ControllerRegistry& {
+    static const ControllerRegistry& registry = []() -> const ControllerRegistry& {
         static ControllerRegistry classes;
         testing::registerTestClasses(classes, log);
         return classes;
@@ -21,8 +22,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const ControllerRegistry empty;
 
     const std::string_view text(reinterpret_cast<const char*>(data), size);
-    for (const auto& [classes, missing] : {std::pair{&registry, MissingClasses::Refuse},
-                                           std::pair{&empty, MissingClasses::Allow}}) {
+    const std::pair<const ControllerRegistry*, MissingClasses> checks[] = {{&registry, MissingClasses::Refuse},
+                                                                           {&empty, MissingClasses::Allow}};
+    for (const auto& [classes, missing] : checks) {
         const LayoutLoadResult result = LayoutLoader::parse(text, "fuzz.json", *classes, missing);
         // A refused layout always says why; an accepted one has nothing to say.
         if (result.ok() != result.errors.empty())
