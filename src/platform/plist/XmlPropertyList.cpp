@@ -14,15 +14,6 @@
 namespace vexo::plist {
 namespace {
 
-// "a" + std::string(b) + "c" built by appending: GCC 12 at -O3 warns (-Wrestrict) on the
-// operator+ chain inlined here, wrongly, and the warning would stop a Release build.
-std::string concatenate(std::string_view a, std::string_view b, std::string_view c) {
-    std::string text;
-    text.reserve(a.size() + b.size() + c.size());
-    text.append(a).append(b).append(c);
-    return text;
-}
-
 using Reference = BinaryPropertyListWriter::Reference;
 
 constexpr std::string_view kUidKey = "CF$UID";
@@ -305,7 +296,7 @@ private:
         }
         if (name == "/array" || name == "/dict")
             fail("stray closing tag");
-        fail(concatenate("unknown element <", name, ">"));
+        fail("unknown element <" + std::string(name) + ">");
     }
 
     // Reads the character data of a leaf element up to its closing tag.
@@ -314,7 +305,7 @@ private:
         while (true) {
             const auto open = m_text.find('<', m_position);
             if (open == std::string_view::npos)
-                fail(concatenate("unterminated <", name, ">"));
+                fail("unterminated <" + std::string(name) + ">");
             appendDecoded(text, m_text.substr(m_position, open - m_position));
             m_position = open;
             const std::string_view rest = m_text.substr(m_position);
@@ -332,7 +323,7 @@ private:
             }
             const Tag tag = readTag();
             if (!tag.closing || tag.name != name)
-                fail(concatenate("<", name, "> holds markup"));
+                fail("<" + std::string(name) + "> holds markup");
             return text;
         }
     }
