@@ -132,7 +132,7 @@ std::vector<DemoSong> DemoCatalogue::songs() {
     for (std::size_t i = 0; i < kRows.size(); ++i) {
         const Row& row = kRows[i];
         seed = seed * 1664525u + 1013904223u;
-        char number[8];
+        char number[24];
         std::snprintf(number, sizeof number, "%02zu", i + 1);
         songs.push_back({row.title, kArtists[static_cast<std::size_t>(row.artist)], row.album, row.beatsPerMinute,
                          row.tempoTagged, row.keyRoot, row.minor, keyTag(row), row.seconds, row.artwork,

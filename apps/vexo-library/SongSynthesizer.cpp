@@ -82,7 +82,7 @@ Timbre timbreFor(std::uint32_t seed) {
 
 // One bar of `length` samples; everything it plays decays within the bar, so bars can be
 // laid end to end.
-std::vector<float> renderBar(const SongSynthesizer::Sound& sound, const Timbre& timbre, const Chord& chord,
+std::vector<std::int16_t> renderBar(const SongSynthesizer::Sound& sound, const Timbre& timbre, const Chord& chord,
                              unsigned layers, std::size_t length, std::uint32_t seed) {
     const SineTable& table = sine();
     std::vector<double> mix(length, 0.0);
@@ -156,9 +156,9 @@ std::vector<float> renderBar(const SongSynthesizer::Sound& sound, const Timbre& 
             }
         }
     }
-    std::vector<float> bar(length);
+    std::vector<std::int16_t> bar(length);
     for (std::size_t i = 0; i < length; ++i)
-        bar[i] = static_cast<float>(std::tanh(mix[i]));
+        bar[i] = static_cast<std::int16_t>(std::lround(std::tanh(mix[i]) * 30000));
     return bar;
 }
 
@@ -177,7 +177,7 @@ std::vector<std::int16_t> SongSynthesizer::render(const Sound& sound) {
     const Timbre timbre = timbreFor(sound.seed);
     const auto& loop = sound.minor ? kMinorLoop : kMajorLoop;
     // The loop repeats, so each distinct bar is made once and copied.
-    std::map<std::pair<std::size_t, unsigned>, std::vector<float>> made;
+    std::map<std::pair<std::size_t, unsigned>, std::vector<std::int16_t>> made;
     std::vector<std::int16_t> samples;
     samples.reserve(bars * barLength);
     for (std::size_t bar = 0; bar < bars; ++bar) {
@@ -192,8 +192,7 @@ std::vector<std::int16_t> SongSynthesizer::render(const Sound& sound) {
             found = made.emplace(std::pair{chord, layers},
                                  renderBar(sound, timbre, loop[chord], layers, barLength, sound.seed + chord))
                         .first;
-        for (const float value : found->second)
-            samples.push_back(static_cast<std::int16_t>(std::lround(value * 30000)));
+        samples.insert(samples.end(), found->second.begin(), found->second.end());
     }
     // Fades keep the first and last sample at silence, so there is no click.
     const std::size_t fadeIn = std::min(samples.size(), static_cast<std::size_t>(0.02 * kRate));

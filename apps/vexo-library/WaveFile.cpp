@@ -35,8 +35,13 @@ std::vector<std::uint8_t> WaveFile::encode(std::span<const std::int16_t> samples
     putLittleEndian(out, 8 * kBytesPerSample, 2);
     put(out, "data");
     putLittleEndian(out, dataBytes, 4);
-    for (const std::int16_t sample : samples)
-        putLittleEndian(out, static_cast<std::uint16_t>(sample), 2);
+    std::size_t at = out.size();
+    out.resize(out.size() + dataBytes);
+    for (const std::int16_t sample : samples) {
+        const auto bits = static_cast<std::uint16_t>(sample);
+        out[at++] = static_cast<std::uint8_t>(bits);
+        out[at++] = static_cast<std::uint8_t>(bits >> 8);
+    }
     return out;
 }
 

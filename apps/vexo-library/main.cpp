@@ -167,29 +167,40 @@ std::shared_ptr<MediaLibrary> openExisting(const std::filesystem::path& path, in
     return library;
 }
 
-// Progress on standard error, redrawn in place at most ten times a second, only on a terminal.
+// Progress on standard error: on a terminal one line redrawn in place at most ten times a
+// second; elsewhere (a log, a pipe) a line at every tenth of the files read.
 class ProgressLine {
 public:
-    explicit ProgressLine(bool enabled) : m_enabled(enabled) {}
+    enum class Style { Off, InPlace, Lines };
+
+    explicit ProgressLine(Style style) : m_style(style) {}
     ~ProgressLine() { clear(); }
 
     void update(const media::LibraryScanner::Progress& progress) {
-        if (!m_enabled)
+        const bool reading = progress.phase == media::LibraryScanner::Progress::Phase::Reading;
+        const unsigned percent = progress.filesTotal == 0
+                                     ? 100u
+                                     : static_cast<unsigned>(progress.filesDone * 100 / progress.filesTotal);
+        if (m_style == Style::Lines) {
+            if (reading && progress.filesTotal > 0 && (percent / 10 != m_lastTenth || m_lastTenth > 10)) {
+                std::fprintf(stderr, "read %zu of %zu files\n", progress.filesDone, progress.filesTotal);
+                std::fflush(stderr);
+                m_lastTenth = percent / 10;
+            }
+            return;
+        }
+        if (m_style == Style::Off)
             return;
         const auto now = std::chrono::steady_clock::now();
         const bool last = progress.filesTotal > 0 && progress.filesDone == progress.filesTotal;
         if (!last && now - m_lastDrawn < std::chrono::milliseconds(100))
             return;
         m_lastDrawn = now;
-        if (progress.phase == media::LibraryScanner::Progress::Phase::Listing) {
+        if (!reading)
             std::fprintf(stderr, "\r\033[Klisting files: %zu found", progress.filesDone);
-        } else {
-            const unsigned percent = progress.filesTotal == 0
-                                         ? 100u
-                                         : static_cast<unsigned>(progress.filesDone * 100 / progress.filesTotal);
+        else
             std::fprintf(stderr, "\r\033[Kreading files: %zu/%zu (%u%%)", progress.filesDone, progress.filesTotal,
                          percent);
-        }
         std::fflush(stderr);
         m_drawn = true;
     }
@@ -201,9 +212,10 @@ public:
     }
 
 private:
-    bool m_enabled;
+    Style m_style;
     bool m_drawn = false;
     std::chrono::steady_clock::time_point m_lastDrawn{};
+    unsigned m_lastTenth = 11; // none printed yet
 };
 
 // Set by the first SIGINT or SIGTERM: the scan stops after the file it is reading and keeps
@@ -222,7 +234,9 @@ int scan(const Options& options, const std::filesystem::path& indexPath, const s
     std::signal(SIGINT, interrupt);
     std::signal(SIGTERM, interrupt);
     media::LibraryScanner scanner(indexPath, scanOptions);
-    ProgressLine line(!options.quiet && ::isatty(STDERR_FILENO) == 1);
+    ProgressLine line(options.quiet                      ? ProgressLine::Style::Off
+                      : ::isatty(STDERR_FILENO) == 1 ? ProgressLine::Style::InPlace
+                                                     : ProgressLine::Style::Lines);
     std::string error;
     const auto summary = scanner.scan(
         folder, [&](const media::LibraryScanner::Progress& progress) { line.update(progress); }, &error);
@@ -295,23 +309,22 @@ int demo(const Options& options, const std::filesystem::path& indexPath, const s
     std::signal(SIGINT, interrupt);
     std::signal(SIGTERM, interrupt);
     const bool tty = ::isatty(STDERR_FILENO) == 1;
-    DemoLibraryWriter::Progress::Phase shown = DemoLibraryWriter::Progress::Phase::Songs;
-    bool started = false;
-    // One line per phase; on a terminal it counts up in place.
+    // On a terminal a line counts up in place; elsewhere (a log, a pipe) a line per song, so
+    // that whoever reads it sees the work go on, and one for the playlists.
     auto progress = [&](const DemoLibraryWriter::Progress& step) {
         if (options.quiet)
             return;
-        const char* what = step.phase == DemoLibraryWriter::Progress::Phase::Songs ? "songs" : "playlists";
+        const bool songs = step.phase == DemoLibraryWriter::Progress::Phase::Songs;
         if (tty) {
-            std::fprintf(stderr, "\r\033[Kwriting %s: %zu/%zu", what, step.done, step.total);
+            std::fprintf(stderr, "\r\033[Kwriting %s: %zu/%zu", songs ? "songs" : "playlists", step.done, step.total);
             if (step.done == step.total)
                 std::fputc('\n', stderr);
-            std::fflush(stderr);
-        } else if (!started || step.phase != shown) {
-            std::fprintf(stderr, "writing %zu %s into %s\n", step.total, what, folder.c_str());
+        } else if (songs) {
+            std::fprintf(stderr, "wrote song %zu of %zu into %s\n", step.done, step.total, folder.c_str());
+        } else if (step.done == step.total) {
+            std::fprintf(stderr, "wrote %zu playlists into %s\n", step.total, folder.c_str());
         }
-        started = true;
-        shown = step.phase;
+        std::fflush(stderr);
     };
     std::string error;
     const auto made = DemoLibraryWriter::write(folder, progress, [] { return g_interrupted != 0; }, &error);

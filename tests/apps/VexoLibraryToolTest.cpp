@@ -192,7 +192,7 @@ TEST_F(VexoLibraryToolTest, DemoWritesTaggedSongsAndPlaylistsAndScansThem) {
     ASSERT_EQ(made.exitCode, 0) << made.errors;
     EXPECT_NE(made.output.find("40 songs"), std::string::npos) << made.output;
     EXPECT_NE(made.output.find("items: 40 added"), std::string::npos) << made.output;
-    EXPECT_NE(made.errors.find("writing 40 songs"), std::string::npos) << made.errors;
+    EXPECT_NE(made.errors.find("wrote song 40 of 40"), std::string::npos) << made.errors;
 
     const auto media = MediaLibrary::open(MediaLibrary::defaultPath());
     ASSERT_TRUE(media);
@@ -256,9 +256,8 @@ TEST_F(VexoLibraryToolTest, DemoWritesTaggedSongsAndPlaylistsAndScansThem) {
     // Again into the same folder: the same bytes, the same identifiers.
     const std::string before = fileText(demo / "Songs" / "03 東京ナイト.wav");
     ASSERT_FALSE(before.empty());
-    const auto again = library({"demo", "--quiet", demo.string()});
+    const auto again = library({"demo", demo.string()});
     ASSERT_EQ(again.exitCode, 0) << again.errors;
-    EXPECT_TRUE(again.errors.empty()) << again.errors;
     EXPECT_NE(again.output.find("items: 0 added, 40 updated"), std::string::npos) << again.output;
     EXPECT_EQ(fileText(demo / "Songs" / "03 東京ナイト.wav"), before);
     const auto reread = media->items();
