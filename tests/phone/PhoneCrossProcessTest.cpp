@@ -85,9 +85,10 @@ protected:
 
     vexo::testing::TemporaryDirectory m_root;
     vexo::testing::ScopedEnvironment m_variables;
+    // Before the library: the library's change notifications live on this loop.
+    runtime::AsioRunLoop m_loop;
     std::shared_ptr<media::MediaLibrary> m_library;
     std::unique_ptr<vexo::testing::Subprocess> m_phone;
-    runtime::AsioRunLoop m_loop;
     runtime::RunLoop* m_previousLoop = nullptr;
     std::filesystem::path m_container;
 };
