@@ -33,7 +33,7 @@ run('bench_face_tap_to_redraw', async () => {
     await loadSong(face, 1);
     await face.showPage(0);
     const play = outlet('turntable1', 'playButton');
-    await face.waitForImage(play, /-active$/);
+    await face.waitForImage(play, /^turntable-(play|pause)/);
 
     const result = await page.evaluate(async ({ selector, count }) => {
       const element = document.querySelector(selector);
@@ -48,20 +48,55 @@ run('bench_face_tap_to_redraw', async () => {
         });
         observer.observe(element, { attributes: true, attributeFilter: ['data-image'] });
       });
+      // Where a tap's time goes, from what arrives on the stream: the event's result (the
+      // watch sent the action), the protocol-log records of the action and of the phone's
+      // status (stamped by the watch's clock), and the change batch that redraws.
+      const arrivals = [];
+      connection.socket.addEventListener('message', (event) => {
+        // The time the page began to handle the message, the same for every listener.
+        const now = event.timeStamp;
+        let message;
+        try {
+          message = JSON.parse(event.data);
+        } catch {
+          return;
+        }
+        if (message.type === 'log') {
+          for (const record of message.records ?? []) {
+            arrivals.push({ kind: record.direction, identifier: record.identifier, now, stamped: record.time - performance.timeOrigin });
+          }
+        } else {
+          arrivals.push({ kind: message.type, now });
+        }
+      });
       const tap = [];
       const floor = [];
+      const stages = { result: [], action: [], status: [], batch: [] };
       for (let i = 0; i < count; i++) {
         const rtt = await connection.roundTrip();
         if (rtt >= 0) floor.push(rtt);
         const from = element.dataset.image;
         const done = changed(from);
+        arrivals.length = 0;
         const start = performance.now();
         element.click();
-        tap.push((await done) - start);
-        // Let the page settle (the deck's one-second status poll aside) before the next tap.
+        const end = await done;
+        tap.push(end - start);
+        // Let the page settle (the deck's one-second status poll aside) before the next tap;
+        // by then every listener has seen the messages of this one.
         await new Promise((r) => setTimeout(r, 20));
+        const first = (test) => arrivals.find((a) => a.now >= start && test(a));
+        const result = first((a) => a.kind === 'result');
+        const action = first((a) => a.kind === 'toPhone');
+        const status = first((a) => a.kind === 'fromPhone' && a.identifier === 'turntableStatus1');
+        const statusAt = arrivals.indexOf(status);
+        const batch = arrivals.find((a, index) => a.kind === 'changes' && index > statusAt);
+        if (result) stages.result.push(result.now - start);
+        if (action) stages.action.push(action.stamped - start);
+        if (status) stages.status.push(status.stamped - start);
+        if (batch) stages.batch.push(batch.now - start);
       }
-      return { tap, floor };
+      return { tap, floor, stages };
     }, { selector: play, count: taps });
 
     const tap50 = percentile(result.tap, 50);
@@ -72,6 +107,14 @@ run('bench_face_tap_to_redraw', async () => {
     console.log(`tap-to-redraw over ${result.tap.length} taps: p50 ${ms(tap50)}, p99 ${ms(tap99)} (goal: p50 <= 10 ms, p99 <= 25 ms)`);
     console.log(`floor, WebSocket round trip over ${result.floor.length}: p50 ${ms(floor50)}, p99 ${ms(floor99)}`);
     console.log(`ratio to the floor: p50 ${(tap50 / floor50).toFixed(1)}x, p99 ${(tap99 / floor99).toFixed(1)}x`);
+    const stage = (name, samples) => (samples.length ? `${name} ${ms(percentile(samples, 50))}` : `${name} -`);
+    console.log(`p50 from the click: ${[
+      stage('action sent (watch clock)', result.stages.action),
+      stage('result on the page', result.stages.result),
+      stage('status read (watch clock)', result.stages.status),
+      stage('change batch on the page', result.stages.batch),
+      stage('drawn', result.tap),
+    ].join(', ')}`);
     console.log(`goal ${tap50 <= 10 && tap99 <= 25 ? 'met' : 'not met'}`);
     return false;
   } finally {

@@ -32,6 +32,13 @@ export class Face {
   async shot(name) {
     this.counter.value += 1;
     const file = `${String(this.counter.value).padStart(2, '0')}-${name}.png`;
+    // Slides and fades end first, so that the picture shows where things come to rest.
+    await this.page.evaluate(() => Promise.race([
+      Promise.all(document.getAnimations()
+        .filter((a) => a.effect?.getComputedTiming().endTime !== Infinity)
+        .map((a) => a.finished.catch(() => {}))),
+      new Promise((resolve) => setTimeout(resolve, 1000)),
+    ]));
     await this.page.screenshot({ path: join(this.screenshots, file) });
     return file;
   }
@@ -91,7 +98,7 @@ export class Face {
 
   // The protocol-log records the page holds, newest first.
   logRecords() {
-    return this.page.evaluate(() => window.vexoFace.log.records.records);
+    return this.page.evaluate(() => window.vexoFace.log.records);
   }
 }
 

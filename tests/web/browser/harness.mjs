@@ -161,9 +161,14 @@ export async function startPrograms(options) {
       missing.phone = `vexo-phone ended at once: ${phone.output.trim().split('\n').slice(-1)[0]}`;
       phone = null;
     }
-    // How the phone's side makes a local notification, once it has a way.
-    const notifyLoad = async () => {
-      throw new Skip('vexo-phone has no way yet to send a load notification on request');
+    // The phone's "load a song on deck n" notification, sent as the phone sends it: one
+    // datagram to the watch's notification socket in the shared container.
+    const notifyLoad = async (n) => {
+      if (!options.phone || !existsSync(options.phone)) throw new Skip(missing.phone ?? 'vexo-phone is not built');
+      const sent = spawnSync(options.phone, ['notify', 'load', String(n)], { env, encoding: 'utf8', timeout: 20000 });
+      if (sent.status !== 0 || !/^sent /m.test(sent.stdout)) {
+        throw new Error(`vexo-phone notify load ${n} did not reach the watch (exit ${sent.status}): ${(sent.stdout + sent.stderr).trim()}`);
+      }
     };
     const need = (...what) => {
       for (const thing of what) if (missing[thing]) throw new Skip(missing[thing]);
