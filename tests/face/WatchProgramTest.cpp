@@ -21,6 +21,8 @@ namespace {
 class WatchProgramTest : public ::testing::Test {
 protected:
     void SetUp() override {
+        if (!std::filesystem::exists(VEXO_WATCH_PROGRAM))
+            GTEST_SKIP() << VEXO_WATCH_PROGRAM << " is not built";
         std::filesystem::create_directories(m_directory.path() / "web");
         std::ofstream(m_directory.path() / "web" / "index.html") << "<!doctype html><title>face</title>";
         m_environment.set("VEXO_CONTAINER_ROOT", (m_directory.path() / "containers").string());
