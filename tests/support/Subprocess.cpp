@@ -118,10 +118,17 @@ int Subprocess::wait() {
         return *m_exitCode;
     if (m_pid <= 0)
         return -1;
-    drain(true);
+    // Reads while the child runs, however long it stays silent, so that nothing it prints is
+    // lost; a child that closed its pipes early is then simply waited for.
     int status = 0;
-    while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
+    while (true) {
+        drain(true);
+        const bool pipesOpen = m_stdout >= 0 || m_stderr >= 0;
+        const pid_t done = ::waitpid(m_pid, &status, pipesOpen ? WNOHANG : 0);
+        if (done == m_pid || (done < 0 && errno != EINTR))
+            break;
     }
+    drain(false);
     m_exitCode = exitCodeOf(status);
     return *m_exitCode;
 }
