@@ -9,13 +9,13 @@
 #   scripts/fuzz.sh --list                 the targets
 #
 # Targets: keyed_unarchiver, xml_property_list, layout_loader, host_event,
-# parent_application_receiver. Environment: VEXO_FUZZ_BUILD (build tree, default
+# parent_application_receiver, phone_engine. Environment: VEXO_FUZZ_BUILD (build tree, default
 # build-fuzz), VEXO_SHARED_DIR (folder holding interop/, default ../shared), VEXO_FUZZ_JOBS
 # (parallel build jobs, default 2).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-targets=(keyed_unarchiver xml_property_list layout_loader host_event parent_application_receiver)
+targets=(keyed_unarchiver xml_property_list layout_loader host_event parent_application_receiver phone_engine)
 usage() { sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'; }
 
 target=keyed_unarchiver
@@ -55,7 +55,7 @@ seed_interop() {
   fi
 }
 case $target in
-  keyed_unarchiver|parent_application_receiver) seed_interop .plist; seed_interop .bin ;;
+  keyed_unarchiver|parent_application_receiver|phone_engine) seed_interop .plist; seed_interop .bin ;;
   xml_property_list) seed_interop .plist ;;
   layout_loader) cp -n resources/Interface.json "$corpus"/ ;;
 esac
@@ -63,5 +63,8 @@ if [[ -d fuzz/corpus/$target ]]; then
   cp -n fuzz/corpus/"$target"/* "$corpus"/ 2>/dev/null || true
 fi
 
-exec "$build/fuzz/${target}_fuzzer" "$corpus" -max_total_time="$seconds" -max_len=65536 \
+# Targets of the programs' layers are built in folders of their own under fuzz/.
+binary=$build/fuzz/${target}_fuzzer
+[[ $target == phone_engine ]] && binary=$build/fuzz/phone/${target}_fuzzer
+exec "$binary" "$corpus" -max_total_time="$seconds" -max_len=65536 \
   -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$crashes/"
