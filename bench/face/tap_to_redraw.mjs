@@ -71,7 +71,7 @@ run('bench_face_tap_to_redraw', async () => {
       });
       const tap = [];
       const floor = [];
-      const stages = { result: [], action: [], status: [], batch: [] };
+      const stages = { result: [], action: [], status: [], statusShown: [], batch: [] };
       for (let i = 0; i < count; i++) {
         const rtt = await connection.roundTrip();
         if (rtt >= 0) floor.push(rtt);
@@ -94,6 +94,7 @@ run('bench_face_tap_to_redraw', async () => {
         if (result) stages.result.push(result.now - start);
         if (action) stages.action.push(action.stamped - start);
         if (status) stages.status.push(status.stamped - start);
+        if (status) stages.statusShown.push(status.now - start);
         if (batch) stages.batch.push(batch.now - start);
       }
       return { tap, floor, stages };
@@ -112,6 +113,7 @@ run('bench_face_tap_to_redraw', async () => {
       stage('action sent (watch clock)', result.stages.action),
       stage('result on the page', result.stages.result),
       stage('status read (watch clock)', result.stages.status),
+      stage('its log record on the page', result.stages.statusShown),
       stage('change batch on the page', result.stages.batch),
       stage('drawn', result.tap),
     ].join(', ')}`);

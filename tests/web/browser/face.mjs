@@ -96,6 +96,15 @@ export class Face {
     return this.page.evaluate((e) => window.vexoFace.connection.send(e), event);
   }
 
+  // Resolves once no message `identifier` has come for `quiet` ms (a transition the phone
+  // runs sends its status many times a second).
+  waitForQuiet(identifier, quiet = 1000, timeout = kWait) {
+    return this.wait(([id, ms]) => {
+      const newest = window.vexoFace.log.records.find((r) => r.identifier === id);
+      return !newest || Date.now() - Number(newest.time) >= ms;
+    }, [identifier, quiet], timeout);
+  }
+
   // The protocol-log records the page holds, newest first.
   logRecords() {
     return this.page.evaluate(() => window.vexoFace.log.records);
@@ -106,12 +115,31 @@ export function escapeRegExp(text) {
   return text.replace(/[.*+?^${}()|[\]\\]/g, '\\$&');
 }
 
+// The ids of the notification banners on the face, newest first.
+export function bannerIds(face) {
+  return face.page.$$eval('#banners .banner', (banners) => banners.map((b) => b.dataset.notification));
+}
+
+// Dismisses every open banner as a person does, with its close button. The phone sends
+// notifications of its own (a song nearing its end, a deck that stopped), and a banner
+// covers the top of the watch.
+export async function dismissBanners(face) {
+  for (let i = 0; i < 40; i++) {
+    const dismiss = face.page.locator('#banners .banner:not([hidden]) .banner-dismiss').first();
+    if (await dismiss.count() === 0) break;
+    const id = await dismiss.evaluate((button) => button.closest('.banner').dataset.notification);
+    await dismiss.click();
+    await face.page.waitForSelector(`#banners .banner[data-notification="${id}"]`, { state: 'detached' });
+  }
+}
+
 const rowSelector = (controller) => `section.wk-screen[data-controller="${controller}"] .wk-row.selectable`;
 
 // Loads song `songIndex` of the first playlist onto deck `n` through its page's library, as a
 // person does; gives the song's name.
 export async function loadSong(face, n, songIndex = 0) {
   const controller = `turntable${n}`;
+  await dismissBanners(face);
   await face.showPage(n === 1 ? 0 : 2);
   await face.page.click(action(controller, 'showLibrary'));
   await face.waitForVisible('library');
