@@ -159,8 +159,9 @@ export class Connection {
     }
   }
 
-  // The cheapest round trip the stream has: a message that is not JSON, answered at once by
-  // the server without reaching the watch. Resolves with the milliseconds it took, or -1
+  // The cheapest round trip the stream has: a message that is not JSON, which the watch's
+  // main loop answers with a 400 result before any interface object sees it, so it takes
+  // the hops of an event without the phone. Resolves with the milliseconds it took, or -1
   // when the stream is closed.
   roundTrip() {
     if (!this.isOpen) return Promise.resolve(-1);

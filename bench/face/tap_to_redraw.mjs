@@ -6,8 +6,11 @@
 //   node bench/face/tap_to_redraw.mjs --watch PATH --phone PATH --library PATH --web-root DIR
 //        [--taps 200] [--screenshots DIR]
 //
-// Prints p50 and p99 of both and their ratios; exits 77 when Chromium, playwright-core or a
-// program is missing.
+// Prints p50 and p99 of both and their ratios, and the p50 of each stage of a tap (the
+// action leaving the watch and the phone's status read, both by the watch's clock; the
+// event's result, the status's log record and the change batch reaching the page; the
+// redraw), so that a slow figure says where its time went. Exits 77 when Chromium,
+// playwright-core or a program is missing.
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { Face, loadSong, outlet } from '../../tests/web/browser/face.mjs';
