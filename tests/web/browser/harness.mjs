@@ -167,7 +167,8 @@ export async function startPrograms(options) {
       if (!options.phone || !existsSync(options.phone)) throw new Skip(missing.phone ?? 'vexo-phone is not built');
       const sent = spawnSync(options.phone, ['notify', 'load', String(n)], { env, encoding: 'utf8', timeout: 20000 });
       if (sent.status !== 0 || !/^sent /m.test(sent.stdout)) {
-        throw new Error(`vexo-phone notify load ${n} did not reach the watch (exit ${sent.status}): ${(sent.stdout + sent.stderr).trim()}`);
+        const why = sent.error ? String(sent.error) : sent.signal ? `signal ${sent.signal}` : `exit ${sent.status}`;
+        throw new Error(`vexo-phone notify load ${n} did not reach the watch (${why}): ${(sent.stdout + sent.stderr).trim()}`);
       }
     };
     const need = (...what) => {
