@@ -69,6 +69,8 @@ export class ProtocolLogPanel {
     this.known = new Set();
     this.paused = false;
     this.held = [];
+    this.rows = new Map(); // record -> its list item
+    this.drawPending = false;
     this.filter.addEventListener('input', () => this.#applyFilter());
     root.querySelector('#log-clear').addEventListener('click', () => this.reset());
     this.pause.addEventListener('click', () => {
@@ -88,10 +90,13 @@ export class ProtocolLogPanel {
   reset() {
     this.records.clear();
     this.held = [];
+    this.rows.clear();
     this.list.replaceChildren();
     this.#updateCount();
   }
 
+  // Keeps `record` at once (tests and the count read it), and draws it when the page is
+  // idle: a status message comes with a change of the watch, which is drawn first.
   add(record) {
     if (this.paused) {
       this.held.push(record);
@@ -99,18 +104,49 @@ export class ProtocolLogPanel {
       this.#updateCount();
       return;
     }
-    const { added, at, dropped } = this.records.add(record);
+    const { added } = this.records.add(record);
     if (!added) return;
-    for (let i = 0; i < dropped.length; i++) this.list.lastElementChild?.remove();
-    const row = this.#row(record);
-    const before = this.list.children[at] ?? null;
-    this.list.insertBefore(row, before);
     if (record.identifier && !this.known.has(record.identifier)) {
       this.known.add(record.identifier);
       const option = document.createElement('option');
       option.value = record.identifier;
       this.identifiers.append(option);
     }
+    this.#scheduleDraw();
+  }
+
+  #scheduleDraw() {
+    if (this.drawPending) return;
+    this.drawPending = true;
+    const draw = () => {
+      this.drawPending = false;
+      this.#draw();
+    };
+    if (window.requestIdleCallback) requestIdleCallback(draw, { timeout: 250 });
+    else setTimeout(draw, 50);
+  }
+
+  // Makes the list show the kept records in their order: new rows in, dropped rows out.
+  #draw() {
+    const kept = this.records.records;
+    const wanted = new Set(kept);
+    for (const [record, row] of this.rows) {
+      if (!wanted.has(record)) {
+        row.remove();
+        this.rows.delete(record);
+      }
+    }
+    const filter = this.filter.value;
+    kept.forEach((record, index) => {
+      let row = this.rows.get(record);
+      if (!row) {
+        row = this.#row(record);
+        row.hidden = !matchesFilter(record, filter);
+        this.rows.set(record, row);
+      }
+      const at = this.list.children[index] ?? null;
+      if (at !== row) this.list.insertBefore(row, at);
+    });
     this.#updateCount();
   }
 
@@ -118,7 +154,6 @@ export class ProtocolLogPanel {
     const item = document.createElement('li');
     item.className = `log-record ${record.direction === 'toPhone' ? 'to-phone' : 'from-phone'}`;
     item.dataset.identifier = record.identifier ?? '';
-    item.hidden = !matchesFilter(record, this.filter.value);
     const details = document.createElement('details');
     const summary = document.createElement('summary');
     const arrow = Object.assign(document.createElement('span'), { className: 'log-direction' });
@@ -149,7 +184,9 @@ export class ProtocolLogPanel {
 
   #updateCount() {
     const total = this.records.records.length;
-    const shown = [...this.list.children].filter((item) => !item.hidden).length;
+    const shown = this.filter.value.trim() === ''
+      ? total
+      : this.records.records.filter((record) => matchesFilter(record, this.filter.value)).length;
     const held = this.held.length ? `, ${this.held.length} waiting` : '';
     this.count.textContent = shown === total ? `${total} records${held}` : `${shown} of ${total} records${held}`;
   }
