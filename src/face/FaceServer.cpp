@@ -524,6 +524,10 @@ void FaceServer::Core::accept() {
             beast::error_code ignored;
             socket.close(ignored);
         } else {
+            // A tap's answer leaves as several small messages; without this, each after the
+            // first waits for the browser's delayed acknowledgement (about 40 ms).
+            beast::error_code ignored;
+            socket.set_option(tcp::no_delay(true), ignored);
             std::make_shared<HttpSession>(*this, std::move(socket))->start();
         }
         accept();

@@ -15,6 +15,7 @@ void Menu::clearAllMenuItems() {
     if (!acceptChange("clearAllMenuItems") || (m_items.empty() && !m_open))
         return;
     m_items.clear();
+    m_reopenWhenRefilled = m_reopenWhenRefilled || m_open;
     m_open = false;
     didChange();
 }
@@ -23,12 +24,19 @@ bool Menu::addMenuItemWithImageNamed(std::string imageName, std::string title, s
     if (!acceptChange("addMenuItemWithImageNamed") || m_items.size() >= kMaxItems)
         return false;
     m_items.push_back({std::move(imageName), std::move(title), std::move(action)});
+    if (m_reopenWhenRefilled) {
+        m_reopenWhenRefilled = false;
+        m_open = true;
+    }
     didChange();
     return true;
 }
 
 void Menu::setOpen(bool open) {
-    if (!acceptChange("setOpen") || m_open == open)
+    if (!acceptChange("setOpen"))
+        return;
+    m_reopenWhenRefilled = false;
+    if (m_open == open)
         return;
     m_open = open;
     didChange();

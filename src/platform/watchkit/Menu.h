@@ -26,7 +26,10 @@ public:
     explicit Menu(ObjectInit init);
     [[nodiscard]] static Menu& nil();
 
-    // Removes every item; an open menu closes.
+    // Removes every item; an open menu closes. When the screen adds an item again before the
+    // user opens or closes the menu, it opens again: screens rebuild their menu whenever their
+    // model changes (the mixer on every status), and a rebuild must not take the menu away
+    // from under the user's finger.
     void clearAllMenuItems();
     // Adds an item at the end; false (nothing added) when the menu is full.
     bool addMenuItemWithImageNamed(std::string imageName, std::string title, std::string action);
@@ -42,6 +45,8 @@ private:
 
     std::vector<Item> m_items;
     bool m_open = false;
+    // The menu was open when it was last emptied, and the user has not acted since.
+    bool m_reopenWhenRefilled = false;
 };
 
 } // namespace vexo::watchkit

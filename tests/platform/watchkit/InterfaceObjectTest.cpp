@@ -225,6 +225,13 @@ TEST(InterfaceObjectTest, MenusHoldFourItemsOfDeclaredActions) {
     EXPECT_TRUE(menu.items().empty());
     EXPECT_FALSE(menu.isOpen()) << "an emptied menu closes";
     EXPECT_FALSE(app.host->openMenu().ok());
+
+    page->addMenuItemWithImageNamed("automix", "Rebuilt", "open");
+    EXPECT_TRUE(menu.isOpen()) << "a menu refilled before the user acts opens again";
+    ASSERT_TRUE(app.host->closeMenu().ok());
+    page->clearAllMenuItems();
+    page->addMenuItemWithImageNamed("automix", "Later", "open");
+    EXPECT_FALSE(menu.isOpen()) << "a menu the user closed stays closed";
 }
 
 TEST(InterfaceObjectTest, AnimationsAndTimersRecordTheirState) {
