@@ -1,9 +1,7 @@
 #include "platform/ipc/LocalNotificationSender.h"
 
-#include <cerrno>
-#include <cstring>
+#include <optional>
 #include <string>
-#include <sys/socket.h>
 #include <utility>
 
 #include "platform/ipc/LocalNotificationSocket.h"
@@ -13,7 +11,7 @@
 namespace vexo::ipc {
 namespace {
 
-constexpr std::string_view kLogComponent = "notification";
+constexpr std::string_view kLogComponent = LocalNotificationSocket::kEndpoint.logComponent;
 
 LocalNotificationSender::Result dropped(std::string_view why) {
     log::debug(kLogComponent, "dropped a local notification for the watch: " + std::string(why));
@@ -23,45 +21,27 @@ LocalNotificationSender::Result dropped(std::string_view why) {
 } // namespace
 
 LocalNotificationSender::LocalNotificationSender(std::filesystem::path container)
-    : m_container(std::move(container)), m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-    if (!m_socket.isValid())
-        log::warning(kLogComponent, std::string("cannot make a socket for the watch: ") + std::strerror(errno));
-}
+    : m_sender(LocalNotificationSocket::kEndpoint, std::move(container)) {}
 
 LocalNotificationSender::Result LocalNotificationSender::send(const LocalNotification& notification) const {
-    if (!m_socket.isValid())
-        return dropped("there is no socket to send it with");
     const std::optional<plist::Data> archive = plist::KeyedArchiver::archivedData(notification.dictionary());
     if (!archive)
         return dropped("it cannot be archived");
     if (archive->size() > LocalNotificationSocket::kMaximumMessageSize)
         return dropped("its archive of " + std::to_string(archive->size()) + " bytes is too large");
 
-    SocketDirectory directory;
-    if (LocalNotificationSocket::openDirectory(m_container, SocketDirectory::Create::No, directory) !=
-        SocketDirectory::Lookup::Opened)
+    const DatagramSender::Result sent = m_sender.send(*archive);
+    switch (sent.status) {
+    case DatagramSender::Status::Sent:
+        return Result::Sent;
+    case DatagramSender::Status::NobodyListens:
         return Result::NobodyListens;
-    const auto address = directory.address(LocalNotificationSocket::kSocketName);
-    if (!address)
-        return dropped("no socket address fits " + directory.path().string());
-    for (;;) {
-        if (::sendto(m_socket.get(), archive->data(), archive->size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                     reinterpret_cast<const sockaddr*>(&*address), sizeof *address) >= 0)
-            return Result::Sent;
-        switch (errno) {
-        case EINTR:
-            continue;
-        case ENOENT:
-        case ECONNREFUSED:
-            // No socket, or one whose process has died.
-            return Result::NobodyListens;
-        case EAGAIN:
-        case ENOBUFS:
-            return dropped("the watch is not keeping up");
-        default:
-            return dropped(std::strerror(errno));
-        }
+    case DatagramSender::Status::Busy:
+        return dropped("the watch is not keeping up");
+    case DatagramSender::Status::Failed:
+        break;
     }
+    return dropped(sent.reason);
 }
 
 } // namespace vexo::ipc

@@ -2,8 +2,8 @@
 
 #include <filesystem>
 
+#include "platform/ipc/DatagramSender.h"
 #include "platform/ipc/LocalNotification.h"
-#include "platform/ipc/UniqueFd.h"
 
 // The phone application's road to the watch for local notifications: each one goes as one
 // datagram to the watch's socket in the shared container (see LocalNotificationSocket).
@@ -33,9 +33,7 @@ public:
     Result send(const LocalNotification& notification) const;
 
 private:
-    const std::filesystem::path m_container;
-    // One unbound socket serves every send.
-    UniqueFd m_socket;
+    DatagramSender m_sender;
 };
 
 } // namespace vexo::ipc

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/ipc/SocketDirectory.h"
 
 // Where the phone application meets the watch with local notifications: the on-disk format
@@ -20,23 +21,33 @@ class LocalNotificationSocket {
 public:
     LocalNotificationSocket() = delete;
 
-    static constexpr std::string_view kDirectoryName = ".watch";
-    static constexpr std::string_view kSocketName = "local-notification.sock";
-    static constexpr std::string_view kLockName = "local-notification.lock";
+    // A notification is a few hundred bytes; the 64 KiB bound keeps every datagram within a
+    // socket's default send buffer.
+    static constexpr DatagramEndpoint kEndpoint{
+        .directoryName = ".watch",
+        .socketName = "local-notification.sock",
+        .lockName = "local-notification.lock",
+        .maximumMessageSize = std::size_t{64} << 10,
+        .logComponent = "notification",
+        .listenerName = "watch",
+    };
 
-    // The largest archive sent or accepted. A notification is a few hundred bytes; the bound
-    // keeps every datagram within a socket's default send buffer.
-    static constexpr std::size_t kMaximumMessageSize = std::size_t{64} << 10;
+    static constexpr std::string_view kDirectoryName = kEndpoint.directoryName;
+    static constexpr std::string_view kSocketName = kEndpoint.socketName;
+    static constexpr std::string_view kLockName = kEndpoint.lockName;
+    // The largest archive sent or accepted.
+    static constexpr std::size_t kMaximumMessageSize = kEndpoint.maximumMessageSize;
 
+    // See DatagramEndpoint::socketPath.
     [[nodiscard]] static std::filesystem::path socketPath(const std::filesystem::path& container) {
-        return container / kDirectoryName / kSocketName;
+        return kEndpoint.socketPath(container);
     }
 
-    // Opens the socket's directory in `container`; see SocketDirectory::open.
+    // See DatagramEndpoint::openDirectory.
     [[nodiscard]] static SocketDirectory::Lookup openDirectory(const std::filesystem::path& container,
                                                                SocketDirectory::Create create,
                                                                SocketDirectory& directory) {
-        return SocketDirectory::open(container, kDirectoryName, create, "notification", directory);
+        return kEndpoint.openDirectory(container, create, directory);
     }
 };
 

@@ -1,197 +1,31 @@
 #include "platform/ipc/ParentApplicationReceiver.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <string>
-#include <sys/file.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 #include "platform/ipc/ParentApplicationSocket.h"
-#include "platform/ipc/SocketDirectory.h"
-#include "platform/ipc/UniqueFd.h"
 #include "platform/log/Log.h"
-#include "platform/plist/KeyedUnarchiver.h"
 
 namespace vexo::ipc {
-namespace {
-
-constexpr std::string_view kLogComponent = "phone";
-
-// Datagrams read per readiness callback, so that a flood cannot starve the loop; the loop
-// calls again while more are queued.
-constexpr int kMaximumDatagramsPerWake = 64;
-
-std::string errorText(int error) {
-    return std::strerror(error);
-}
-
-} // namespace
-
-struct ParentApplicationReceiver::State {
-    State(std::filesystem::path container, runtime::RunLoop& loop, Callback callback)
-        : container(std::move(container)), loop(loop), callback(std::move(callback)) {}
-
-    // Stops listening: no callback after this, the socket file removed when it is still ours.
-    void stop();
-
-    std::filesystem::path container;
-    runtime::RunLoop& loop;
-    Callback callback;
-    SocketDirectory directory;
-    // Held, with an exclusive lock, for as long as we listen: whoever holds it owns the socket.
-    UniqueFd lock;
-    UniqueFd socket;
-    // The socket file we bound, so that we never remove one that is not ours.
-    ino_t socketInode = 0;
-    std::unique_ptr<runtime::FdWatch> watch;
-    // One buffer, one byte longer than the largest message, so that a longer one shows as cut.
-    plist::Data buffer;
-    bool closed = false;
-};
-
-void ParentApplicationReceiver::State::stop() {
-    closed = true;
-    watch.reset();
-    if (socket.isValid() && socketInode != 0) {
-        struct stat status {};
-        const std::string name(ParentApplicationSocket::kSocketName);
-        if (::fstatat(directory.descriptor(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-            status.st_ino == socketInode && ::unlinkat(directory.descriptor(), name.c_str(), 0) != 0)
-            log::debug(kLogComponent, "cannot remove " + directory.path().string() + "/" + name + ": " + errorText(errno));
-    }
-    // A readiness callback in progress checks `closed` before it reads again, so closing here
-    // never lets it read a reused descriptor number.
-    socket.reset();
-    lock.reset();
-}
 
 ParentApplicationReceiver::ParentApplicationReceiver(std::filesystem::path container, runtime::RunLoop& loop,
                                                      Callback onDictionary)
-    : m_state(std::make_shared<State>(std::move(container), loop, std::move(onDictionary))) {
-    if (!listen())
-        m_state->stop();
-}
+    // The callback is captured by value, never `this`: the phone application may destroy its
+    // receiver inside it.
+    : m_receiver(ParentApplicationSocket::kEndpoint, std::move(container), loop,
+                 [onDictionary = std::move(onDictionary)](const plist::Value& root) {
+                     if (root.asDictionary() == nullptr) {
+                         log::debug(ParentApplicationSocket::kEndpoint.logComponent,
+                                    "dropped an archive that holds no dictionary");
+                         return;
+                     }
+                     if (onDictionary)
+                         onDictionary(root);
+                 }) {}
 
-ParentApplicationReceiver::~ParentApplicationReceiver() {
-    m_state->stop();
-}
+ParentApplicationReceiver::~ParentApplicationReceiver() = default;
 
 bool ParentApplicationReceiver::isListening() const {
-    return m_state->socket.isValid() && !m_state->closed;
-}
-
-bool ParentApplicationReceiver::listen() {
-    State& state = *m_state;
-    if (ParentApplicationSocket::openDirectory(state.container, SocketDirectory::Create::Yes, state.directory) !=
-        SocketDirectory::Lookup::Opened)
-        return false;
-    const std::string where = ParentApplicationSocket::socketPath(state.container).string();
-
-    const std::string lockName(ParentApplicationSocket::kLockName);
-    state.lock.reset(::openat(state.directory.descriptor(), lockName.c_str(),
-                              O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!state.lock.isValid()) {
-        log::debug(kLogComponent, "cannot open the lock beside " + where + ": " + errorText(errno));
-        return false;
-    }
-    if (::flock(state.lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK)
-            log::warning(kLogComponent, "another phone application already listens at " + where);
-        else
-            log::debug(kLogComponent, "cannot lock " + where + ": " + errorText(errno));
-        return false;
-    }
-
-    const auto address = state.directory.address(ParentApplicationSocket::kSocketName);
-    if (!address) {
-        log::debug(kLogComponent, "no socket address fits " + where);
-        return false;
-    }
-    const sockaddr* socketAddress = reinterpret_cast<const sockaddr*>(&*address);
-
-    // The lock keeps out our own kind; a process that binds without it (an older build, say)
-    // is found by connecting, and is left alone.
-    const UniqueFd probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (probe.isValid() && ::connect(probe.get(), socketAddress, sizeof *address) == 0) {
-        log::warning(kLogComponent, "a live process holds " + where + "; not taking it over");
-        return false;
-    }
-    const std::string socketName(ParentApplicationSocket::kSocketName);
-    if (::unlinkat(state.directory.descriptor(), socketName.c_str(), 0) == 0)
-        log::debug(kLogComponent, "replaced the stale socket " + where);
-
-    state.socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const int enable = 1;
-    if (!state.socket.isValid() ||
-        ::setsockopt(state.socket.get(), SOL_SOCKET, SO_PASSCRED, &enable, sizeof enable) != 0) {
-        log::debug(kLogComponent, "cannot make a socket: " + errorText(errno));
-        return false;
-    }
-    if (::bind(state.socket.get(), socketAddress, sizeof *address) != 0) {
-        log::debug(kLogComponent, "cannot bind " + where + ": " + errorText(errno));
-        return false;
-    }
-    struct stat status {};
-    if (::fstatat(state.directory.descriptor(), socketName.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
-        state.socketInode = status.st_ino;
-
-    state.buffer.resize(ParentApplicationSocket::kMaximumMessageSize + 1);
-    std::weak_ptr<State> weak = m_state;
-    state.watch = state.loop.watchReadable(state.socket.get(), [weak] {
-        if (const auto strong = weak.lock())
-            receive(strong);
-    });
-    if (!state.watch) {
-        log::debug(kLogComponent, "the run loop cannot watch " + where);
-        return false;
-    }
-    return true;
-}
-
-void ParentApplicationReceiver::receive(const std::shared_ptr<State>& state) {
-    for (int count = 0; count < kMaximumDatagramsPerWake && !state->closed; ++count) {
-        iovec buffer{state->buffer.data(), state->buffer.size()};
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))];
-        msghdr message{};
-        message.msg_iov = &buffer;
-        message.msg_iovlen = 1;
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        const ssize_t length = ::recvmsg(state->socket.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-        if (length < 0) {
-            if (errno == EINTR)
-                continue;
-            if (errno != EAGAIN && errno != EWOULDBLOCK)
-                log::debug(kLogComponent, "cannot receive: " + errorText(errno));
-            return;
-        }
-        if (!SocketDirectory::isSentBySameUser(message)) {
-            log::debug(kLogComponent, "dropped a datagram from another user");
-            continue;
-        }
-        if ((message.msg_flags & MSG_TRUNC) != 0 ||
-            static_cast<std::size_t>(length) > ParentApplicationSocket::kMaximumMessageSize) {
-            log::debug(kLogComponent, "dropped a datagram larger than " +
-                                          std::to_string(ParentApplicationSocket::kMaximumMessageSize) + " bytes");
-            continue;
-        }
-        plist::KeyedUnarchiver::Result decoded = plist::KeyedUnarchiver::unarchive(
-            std::span<const std::uint8_t>(state->buffer.data(), static_cast<std::size_t>(length)));
-        if (!decoded.ok()) {
-            log::debug(kLogComponent, "dropped a datagram that is no keyed archive: " + decoded.error);
-            continue;
-        }
-        if (decoded.root.asDictionary() == nullptr) {
-            log::debug(kLogComponent, "dropped an archive that holds no dictionary");
-            continue;
-        }
-        if (state->callback)
-            state->callback(decoded.root);
-    }
+    return m_receiver.isListening();
 }
 
 } // namespace vexo::ipc

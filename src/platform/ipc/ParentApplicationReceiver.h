@@ -2,14 +2,15 @@
 
 #include <filesystem>
 #include <functional>
-#include <memory>
 
+#include "platform/ipc/DatagramReceiver.h"
 #include "platform/plist/Value.h"
 #include "platform/runtime/RunLoop.h"
 
 // The phone application's end of the parent-application call: it listens on the socket in
 // the shared container (see ParentApplicationSocket) and hands each dictionary the watch
-// sends to a callback on the loop.
+// sends to a callback on the loop. The listening is DatagramReceiver's; this class adds
+// that the archive must hold a dictionary.
 //
 // Only one receiver listens per container. A socket file left by a process that died is
 // replaced; one whose owner still runs is never taken over. Datagrams that do not decode to
@@ -38,13 +39,7 @@ public:
     [[nodiscard]] bool isListening() const;
 
 private:
-    struct State;
-
-    static void receive(const std::shared_ptr<State>& state);
-    [[nodiscard]] bool listen();
-
-    // Shared with the readiness callback, which must see a receiver destroyed inside it.
-    std::shared_ptr<State> m_state;
+    DatagramReceiver m_receiver;
 };
 
 } // namespace vexo::ipc

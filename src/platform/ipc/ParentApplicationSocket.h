@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/ipc/SocketDirectory.h"
 
 // Where the watch meets the phone application: the on-disk format shared by
@@ -19,25 +20,33 @@ class ParentApplicationSocket {
 public:
     ParentApplicationSocket() = delete;
 
-    static constexpr std::string_view kDirectoryName = ".phone";
-    static constexpr std::string_view kSocketName = "parent-application.sock";
-    static constexpr std::string_view kLockName = "parent-application.lock";
+    // Actions are a few hundred bytes; the 64 KiB bound keeps every datagram within a
+    // socket's default send buffer.
+    static constexpr DatagramEndpoint kEndpoint{
+        .directoryName = ".phone",
+        .socketName = "parent-application.sock",
+        .lockName = "parent-application.lock",
+        .maximumMessageSize = std::size_t{64} << 10,
+        .logComponent = "phone",
+        .listenerName = "phone application",
+    };
 
-    // The largest archive sent or accepted. Actions are a few hundred bytes; the bound keeps
-    // every datagram within a socket's default send buffer.
-    static constexpr std::size_t kMaximumMessageSize = std::size_t{64} << 10;
+    static constexpr std::string_view kDirectoryName = kEndpoint.directoryName;
+    static constexpr std::string_view kSocketName = kEndpoint.socketName;
+    static constexpr std::string_view kLockName = kEndpoint.lockName;
+    // The largest archive sent or accepted.
+    static constexpr std::size_t kMaximumMessageSize = kEndpoint.maximumMessageSize;
 
-    // The path of the socket in `container` (it may be too long for a socket address; see
-    // SocketDirectory).
+    // See DatagramEndpoint::socketPath.
     [[nodiscard]] static std::filesystem::path socketPath(const std::filesystem::path& container) {
-        return container / kDirectoryName / kSocketName;
+        return kEndpoint.socketPath(container);
     }
 
-    // Opens the socket's directory in `container`; see SocketDirectory::open.
+    // See DatagramEndpoint::openDirectory.
     [[nodiscard]] static SocketDirectory::Lookup openDirectory(const std::filesystem::path& container,
                                                                SocketDirectory::Create create,
                                                                SocketDirectory& directory) {
-        return SocketDirectory::open(container, kDirectoryName, create, "phone", directory);
+        return kEndpoint.openDirectory(container, create, directory);
     }
 };
 

@@ -1,10 +1,7 @@
 #include "platform/ipc/SocketParentApplication.h"
 
 #include <cctype>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <sys/socket.h>
 #include <utility>
 
 #include "platform/ipc/DetachedProcess.h"
@@ -16,7 +13,7 @@
 namespace vexo::ipc {
 namespace {
 
-constexpr std::string_view kLogComponent = "phone";
+constexpr std::string_view kLogComponent = ParentApplicationSocket::kEndpoint.logComponent;
 
 std::string dropped(std::size_t count, std::string_view why) {
     return "dropped " + std::to_string(count) + (count == 1 ? " dictionary" : " dictionaries") +
@@ -27,13 +24,9 @@ std::string dropped(std::size_t count, std::string_view why) {
 
 SocketParentApplication::SocketParentApplication(std::filesystem::path container, runtime::RunLoop& loop,
                                                  std::optional<std::string> launchCommand)
-    : m_container(std::move(container)),
-      m_loop(loop),
+    : m_loop(loop),
       m_launchCommand(std::move(launchCommand)),
-      m_socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-    if (!m_socket.isValid())
-        log::warning(kLogComponent, std::string("cannot make a socket for the phone application: ") + std::strerror(errno));
-}
+      m_sender(ParentApplicationSocket::kEndpoint, std::move(container)) {}
 
 SocketParentApplication::~SocketParentApplication() {
     if (m_retryTimer)
@@ -94,43 +87,19 @@ void SocketParentApplication::openParentApplication(const plist::Value& userInfo
 }
 
 SocketParentApplication::SendResult SocketParentApplication::send(const plist::Data& archive) const {
-    if (!m_socket.isValid()) {
-        log::debug(kLogComponent, dropped(1, "there is no socket to send it with"));
-        return SendResult::Failed;
-    }
-    SocketDirectory directory;
-    switch (ParentApplicationSocket::openDirectory(m_container, SocketDirectory::Create::No, directory)) {
-    case SocketDirectory::Lookup::Opened:
-        break;
-    case SocketDirectory::Lookup::Absent:
-    case SocketDirectory::Lookup::Failed:
-        // A phone application that starts makes what is missing (or says why it cannot).
+    const DatagramSender::Result sent = m_sender.send(archive);
+    switch (sent.status) {
+    case DatagramSender::Status::Sent:
+        return SendResult::Sent;
+    case DatagramSender::Status::NobodyListens:
         return SendResult::NobodyListens;
+    case DatagramSender::Status::Busy:
+        return SendResult::Busy;
+    case DatagramSender::Status::Failed:
+        break;
     }
-    const auto address = directory.address(ParentApplicationSocket::kSocketName);
-    if (!address) {
-        log::debug(kLogComponent, dropped(1, "no socket address fits " + directory.path().string()));
-        return SendResult::Failed;
-    }
-    for (;;) {
-        if (::sendto(m_socket.get(), archive.data(), archive.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                     reinterpret_cast<const sockaddr*>(&*address), sizeof *address) >= 0)
-            return SendResult::Sent;
-        switch (errno) {
-        case EINTR:
-            continue;
-        case ENOENT:
-        case ECONNREFUSED:
-            // No socket, or one whose process has died.
-            return SendResult::NobodyListens;
-        case EAGAIN:
-        case ENOBUFS:
-            return SendResult::Busy;
-        default:
-            log::debug(kLogComponent, dropped(1, std::strerror(errno)));
-            return SendResult::Failed;
-        }
-    }
+    log::debug(kLogComponent, dropped(1, sent.reason));
+    return SendResult::Failed;
 }
 
 void SocketParentApplication::retry() {

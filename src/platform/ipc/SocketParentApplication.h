@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/ipc/DatagramSender.h"
 #include "platform/ipc/ParentApplication.h"
-#include "platform/ipc/UniqueFd.h"
 #include "platform/plist/Value.h"
 #include "platform/runtime/RunLoop.h"
 
@@ -73,12 +73,10 @@ private:
     void launchIfDue();
     void scheduleRetries();
 
-    const std::filesystem::path m_container;
     runtime::RunLoop& m_loop;
     const std::optional<std::string> m_launchCommand;
     double m_deliveryTimeout = kDefaultDeliveryTimeout;
-    // One unbound socket serves every send.
-    UniqueFd m_socket;
+    DatagramSender m_sender;
     std::deque<Pending> m_pending;
     std::shared_ptr<runtime::Timer> m_retryTimer;
     std::optional<double> m_lastLaunch;
