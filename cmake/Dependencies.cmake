@@ -11,6 +11,11 @@ find_package(SQLite3 REQUIRED)
 find_package(Boost 1.74 REQUIRED)
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET GLOBAL cairo)
 pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET GLOBAL taglib)
+# Sound: FFmpeg decodes (and, for recordings and test files, encodes) every format the media
+# library scans; PortAudio reaches the device; Rubber Band stretches time for keylock.
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET GLOBAL libavformat libavcodec libavutil libswresample)
+pkg_check_modules(PORTAUDIO REQUIRED IMPORTED_TARGET GLOBAL portaudio-2.0)
+pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET GLOBAL rubberband)
 if(VEXO_BUILD_BENCHMARKS)
   find_package(benchmark REQUIRED)
   # Only the keyed-archive benchmark's floor uses libplist; our own code never does.

@@ -11,6 +11,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libplist-dev libasio-dev libboost-dev libcli11-dev nlohmann-json3-dev
   libsqlite3-dev libtag1-dev libcairo2-dev libjpeg-dev libpng-dev libicu-dev
+  libavformat-dev libavcodec-dev libavutil-dev libswresample-dev portaudio19-dev librubberband-dev
 )
 
 missing=()

@@ -1,7 +1,9 @@
-// vexo-phone: the phone application's side of the link, a two-deck mixing engine without
-// audio that the watch is run against.
+// vexo-phone: the phone application's side of the link, a two-deck mixing engine that plays
+// through the sound device (or a null output paced in real time) and that the watch controls.
 //
 //   vexo-phone [--music DIR] [--library FILE] [--group ID] [--verbose]
+//              [--audio-device NAME|none] [--sample-rate HZ] [--buffer-frames N] [--record FILE]
+//   vexo-phone --list-audio-devices
 //   vexo-phone notify load N       post the "load a song on deck N" notification to the watch
 //   vexo-phone notify automix      post the "let automix carry on" notification to the watch
 //
@@ -9,11 +11,19 @@
 // container until SIGINT or SIGTERM, then removes its socket and leaves the stored messages.
 //
 // Exit codes: 0 success (also a notification nobody heard), 1 failure (no container, no
-// media library, another vexo-phone already runs on the container, a scan that failed),
-// 2 wrong usage.
+// media library, another vexo-phone already runs on the container, a scan that failed, a
+// named sound device that cannot play), 2 wrong usage. A recording that cannot be written
+// says so and the music plays on.
 #include "phone/Engine.h"
 #include "phone/MediaLibraryCatalog.h"
 #include "phone/PhoneLink.h"
+#include "phone/SoundLink.h"
+
+#include "audio/AudioEngine.h"
+#include "platform/audio/AudioDevices.h"
+#include "platform/audio/AudioOutput.h"
+#include "platform/audio/Recorder.h"
+#include "platform/runtime/Timer.h"
 
 #include "model/VXAWProtocol.h"
 #include "platform/ipc/Container.h"
@@ -43,6 +53,8 @@ struct Options {
     std::string library;
     std::string group{model::VXAWWormholeApplicationGroupIdentifier};
     bool verbose = false;
+    audio::OutputOptions output;
+    std::string record;
 };
 
 int fail(const std::string& message, int code = kFailure) {
@@ -101,6 +113,80 @@ private:
     int m_fd = -1;
 };
 
+int listDevices() {
+    std::string error;
+    const auto devices = audio::listOutputDevices(&error);
+    if (!devices)
+        return fail("cannot list the sound devices: " + error);
+    if (devices->empty())
+        std::cout << "no sound device found (vexo-phone plays to a null output; --audio-device none says so)\n";
+    for (const audio::AudioDevice& device : *devices)
+        std::cout << (device.isDefault ? "* " : "  ") << device.name << "  (" << device.hostApi << ", "
+                  << device.outputChannels << " channels, " << device.defaultSampleRate << " Hz)\n";
+    return kSuccess;
+}
+
+// The sound side of the program: the output, the engine it renders, and the recording.
+class Sound {
+public:
+    // Nothing, with `*error` set, when the output asked for cannot play.
+    static std::unique_ptr<Sound> start(const Options& options, std::string* error) {
+        std::string notice;
+        auto output = audio::openOutput(options.output, &notice, error);
+        if (!output)
+            return nullptr;
+        if (!notice.empty())
+            std::cerr << "vexo-phone: " << notice << "\n";
+        auto sound = std::unique_ptr<Sound>(new Sound(std::move(output)));
+        if (!options.record.empty()) {
+            std::string why;
+            sound->m_recorder = audio::Recorder::start(options.record, sound->m_output->sampleRate(), &why);
+            if (sound->m_recorder) {
+                sound->m_engine.setRecorder(sound->m_recorder.get());
+                std::cerr << "vexo-phone: recording the mix to " << options.record << "\n";
+            } else {
+                std::cerr << "vexo-phone: not recording: " << why << "\n";
+            }
+        }
+        sound::AudioEngine& engine = sound->m_engine;
+        if (!sound->m_output->start([&engine](float* out, std::size_t frames) { engine.render(out, frames); }, error))
+            return nullptr;
+        std::cerr << "vexo-phone: playing to " << sound->m_output->description() << "\n";
+        return sound;
+    }
+
+    ~Sound() {
+        m_output->stop();
+        if (m_recorder) {
+            m_recorder->stop();
+            reportRecording();
+            std::cerr << "vexo-phone: recorded " << static_cast<double>(m_recorder->framesWritten()) / m_output->sampleRate()
+                      << " s to " << m_recorder->path().string() << "\n";
+        }
+    }
+
+    phone::SoundLink& link() { return m_link; }
+
+    // Says once that the recording stopped, and why.
+    void reportRecording() {
+        if (m_recorder && !m_reported)
+            if (const auto failure = m_recorder->failure()) {
+                std::cerr << "vexo-phone: the recording stopped: " << *failure << " (the music plays on)\n";
+                m_reported = true;
+            }
+    }
+
+private:
+    explicit Sound(std::unique_ptr<audio::AudioOutput> output)
+        : m_output(std::move(output)), m_engine(m_output->sampleRate(), m_output->bufferFrames()), m_link(m_engine) {}
+
+    std::unique_ptr<audio::AudioOutput> m_output;
+    sound::AudioEngine m_engine;
+    phone::SoundLink m_link;
+    std::unique_ptr<audio::Recorder> m_recorder;
+    bool m_reported = false;
+};
+
 int run(const Options& options, const std::filesystem::path& indexPath) {
     const auto container = ipc::Container::pathForGroup(options.group);
     if (!container)
@@ -130,8 +216,15 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
     if (!link.isListening())
         return fail("cannot listen in " + container->string() +
                     ": another vexo-phone already runs on this container (or see --verbose)");
-    phone::Engine engine(loop, catalog, link,
-                         [&link](const ipc::LocalNotification& notification) { link.sendLocalNotification(notification); });
+    const std::unique_ptr<Sound> sound = Sound::start(options, &error);
+    if (!sound)
+        return fail("cannot play: " + error);
+    phone::Engine engine(
+        loop, catalog, link,
+        [&link](const ipc::LocalNotification& notification) { link.sendLocalNotification(notification); },
+        &sound->link());
+    const auto recordingWatch = runtime::Timer::scheduledTimer(loop, 1, runtime::Timer::Repeats::Yes,
+                                                               [&sound](runtime::Timer&) { sound->reportRecording(); });
     link.setEngine(&engine);
 
     library->beginGeneratingLibraryChangeNotifications(options.group);
@@ -154,6 +247,7 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
     loop.run();
 
     signalWatch.reset();
+    recordingWatch->invalidate();
     runtime::NotificationCenter::defaultCenter().removeObserver(&observer);
     library->endGeneratingLibraryChangeNotifications();
     link.setEngine(nullptr);
@@ -165,8 +259,8 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"The phone application's side of the Vexo link: a two-deck mixing engine without audio that "
-                 "answers the watch's actions and publishes every status message."};
+    CLI::App app{"The phone application's side of the Vexo link: a two-deck mixing engine that plays through the "
+                 "sound device, answers the watch's actions and publishes every status message."};
     app.set_version_flag("--version", std::string("vexo-phone ") + VEXO_VERSION);
 
     Options options;
@@ -175,6 +269,17 @@ int main(int argc, char** argv) {
                    "media library index (default: $VEXO_MEDIA_LIBRARY, else $XDG_DATA_HOME/vexo/media-library.sqlite)");
     app.add_option("-g,--group", options.group, "application group shared with the watch")->capture_default_str();
     app.add_flag("-v,--verbose", options.verbose, "log every action, ignored input and notification");
+    app.add_option("--audio-device", options.output.device,
+                   "sound device (a name or a unique part of one, see --list-audio-devices; \"none\": no sound, "
+                   "played in real time all the same; default: the default device, or none when there is none)");
+    bool list = false;
+    app.add_flag("--list-audio-devices", list, "list the sound devices that can play and exit");
+    app.add_option("--sample-rate", options.output.sampleRate, "output sample rate in Hz (default: 48000, or the device's)")
+        ->check(CLI::Range(8000, 192000));
+    app.add_option("--buffer-frames", options.output.bufferFrames, "frames per output buffer (512: 10.7 ms at 48 kHz)")
+        ->capture_default_str()
+        ->check(CLI::Range(32, 8192));
+    app.add_option("--record", options.record, "record the mix to this WAVE (.wav) or FLAC (.flac) file while playing");
 
     std::string kind;
     std::int64_t turntable = 0;
@@ -193,6 +298,11 @@ int main(int argc, char** argv) {
     if (options.verbose)
         log::setLevel(log::Level::Debug);
 
+    if (list)
+        return listDevices();
+    if (const std::string extension = std::filesystem::path(options.record).extension().string();
+        !options.record.empty() && extension != ".wav" && extension != ".flac")
+        return fail("--record takes a .wav or .flac file name", kUsage);
     if (notifyCommand->parsed())
         return notify(options, loadCommand->parsed() ? "load" : "automix", turntable);
     const std::filesystem::path indexPath = options.library.empty() ? media::MediaLibrary::defaultPath()

@@ -26,6 +26,7 @@ void Deck::load(Song song, double now) {
     song.duration = std::max(0.0, std::isfinite(song.duration) ? song.duration : 0.0);
     m_song = std::move(song);
     ++m_loadCount;
+    ++m_jumpCount;
     m_playing = false;
     m_looping = false;
     m_anchorPosition = 0;
@@ -53,6 +54,7 @@ void Deck::skip(double seconds, double now) {
     if (!m_song)
         return;
     settle(now);
+    ++m_jumpCount;
     const double target = std::clamp(m_anchorPosition + seconds, 0.0, m_song->duration);
     if (m_looping) {
         const double length = loopLengthSeconds();
@@ -128,7 +130,10 @@ bool Deck::toggleLooping(double now) {
         return true;
     }
     const double length = loopLengthSeconds();
-    m_loopStart = std::clamp(m_anchorPosition, 0.0, std::max(0.0, m_song->duration - length));
+    // Loops start on the grid, so that they hold whole beats of the music.
+    const double step = std::min(length, 60 / tempoOf(*m_song));
+    const double onGrid = step > 0 ? std::floor(m_anchorPosition / step + 1e-9) * step : m_anchorPosition;
+    m_loopStart = std::clamp(onGrid, 0.0, std::max(0.0, m_song->duration - length));
     m_anchorPosition = std::max(m_anchorPosition, m_loopStart);
     m_looping = length > 0;
     return m_looping;
@@ -153,15 +158,32 @@ bool Deck::update(double now) {
     return true;
 }
 
+void Deck::follow(double position, bool ended, double now) {
+    if (!m_song || !std::isfinite(position))
+        return;
+    // The next update() stops a deck whose sound ended, as it would at the tagged end.
+    if (ended)
+        m_song->duration = std::max(0.0, position);
+    m_anchorPosition = std::clamp(position, 0.0, m_song->duration);
+    m_anchorTime = now;
+}
+
+void Deck::setDuration(double seconds) {
+    if (m_song && std::isfinite(seconds) && seconds >= 0)
+        m_song->duration = seconds;
+}
+
 void Deck::settle(double now) {
     m_anchorPosition = position(now);
     m_anchorTime = now;
 }
 
+double Deck::tempoOf(const Song& song) {
+    return song.beatsPerMinute > 0 ? static_cast<double>(song.beatsPerMinute) : kFallbackBeatsPerMinute;
+}
+
 double Deck::loopLengthSeconds() const {
-    const double tempo =
-        m_song && m_song->beatsPerMinute > 0 ? static_cast<double>(m_song->beatsPerMinute) : kFallbackBeatsPerMinute;
-    const double length = m_loopBeats * 60 / tempo;
+    const double length = m_loopBeats * 60 / (m_song ? tempoOf(*m_song) : kFallbackBeatsPerMinute);
     // A loop longer than the song loops the whole song.
     return m_song ? std::min(length, m_song->duration) : length;
 }

@@ -9,7 +9,9 @@
 #include "platform/plist/Value.h"
 
 // One deck of the phone application: the song loaded on it, its playing clock, the
-// auto-loop, the effect and the two filters. There is no audio: the clock is what plays.
+// auto-loop, the effect and the two filters. On its own the clock runs on the caller's time;
+// when the deck is played as sound, follow() sets it to the frames actually heard, so that
+// what the watch sees is what plays (SoundLink).
 //
 // Time is given by the caller (seconds on the run loop's clock), so a deck is a plain value
 // that tests drive with any times they like. Positions and durations are seconds of the
@@ -64,6 +66,15 @@ public:
     // Moves by `seconds` (negative backward), within the song; a loop moves along with the
     // position. Reaching the end while playing stops the deck at the next update().
     void skip(double seconds, double now);
+    // Counts loads and skips: the position jumped rather than played on.
+    [[nodiscard]] std::uint64_t jumpCount() const { return m_jumpCount; }
+
+    // Sets the clock to what the sound played: the song is at `position` seconds at `now`.
+    // A deck whose sound `ended` stops there, and its song ends there: the decoded song may be
+    // shorter than its tags said.
+    void follow(double position, bool ended, double now);
+    // The song's length, once decoding has told it exactly. Needs a song.
+    void setDuration(double seconds);
 
     // Song seconds at `now`.
     [[nodiscard]] double position(double now) const;
@@ -83,14 +94,20 @@ public:
     void halveLoop(double now);
     void doubleLoop(double now);
     [[nodiscard]] double loopBeats() const { return m_loopBeats; }
-    // Starts a loop of loopBeats() at the position (moved back to fit in the song), or ends
-    // the loop, playing on from where the position is. Needs a song.
+    // Starts a loop of loopBeats() at the beat (or, for loops shorter than a beat, the loop
+    // length) at or before the position, the first beat at 0 (moved back to fit in the song),
+    // or ends the loop, playing on from where the position is. Needs a song.
     bool toggleLooping(double now);
     [[nodiscard]] bool isLooping() const { return m_looping; }
+    // The running loop's start and length in song seconds.
+    [[nodiscard]] double loopStart() const { return m_loopStart; }
+    [[nodiscard]] double loopLength() const { return loopLengthSeconds(); }
 
     void selectNextEffect();
     void selectPreviousEffect();
     [[nodiscard]] std::string_view effectName() const { return kEffects[m_effect]; }
+    // The selected effect's place in kEffects.
+    [[nodiscard]] std::size_t effectIndex() const { return m_effect; }
     void toggleEffect() { m_effectEnabled = !m_effectEnabled; }
     [[nodiscard]] bool isEffectEnabled() const { return m_effectEnabled; }
     void toggleLowPass() { m_lowPass = !m_lowPass; }
@@ -113,11 +130,14 @@ private:
     // Moves the anchor to `now`, so that a change of rate or loop starts from there.
     void settle(double now);
     [[nodiscard]] double loopLengthSeconds() const;
+    // The tempo loops are measured with: the tag's, else kFallbackBeatsPerMinute.
+    [[nodiscard]] static double tempoOf(const Song& song);
     void setLoopBeats(double beats, double now);
 
     std::int64_t m_number;
     std::optional<Song> m_song;
     std::uint64_t m_loadCount = 0;
+    std::uint64_t m_jumpCount = 0;
     bool m_playing = false;
     std::optional<double> m_lastStarted;
     // The position was m_anchorPosition at loop time m_anchorTime.

@@ -17,6 +17,10 @@ using namespace vexo::model;
 
 constexpr std::string_view kLogComponent = "phone";
 
+// The shortest wait for the sound's clock: about one buffer, the time a change takes to be
+// heard.
+constexpr double kMinimumSoundWait = 0.01;
+
 // An integer as the watch sends it: an integer number, or a real with no fraction.
 std::optional<std::int64_t> integerOf(const plist::Value& value) {
     if (const plist::Integer* integer = value.asInteger())
@@ -52,11 +56,13 @@ Deck::Song songFor(const media::MediaItem& item) {
 
 } // namespace
 
-Engine::Engine(runtime::RunLoop& loop, const Catalog& catalog, StatusSink& sink, NotificationSink notify)
+Engine::Engine(runtime::RunLoop& loop, const Catalog& catalog, StatusSink& sink, NotificationSink notify,
+               SoundLink* sound)
     : m_loop(loop),
       m_catalog(catalog),
       m_sink(sink),
       m_notify(std::move(notify)),
+      m_sound(sound),
       m_browser(catalog),
       m_alive(std::make_shared<Engine*>(this)) {}
 
@@ -75,6 +81,7 @@ void Engine::start() {
     m_glanceDeck = glanceDeckNumber();
     flush();
     publishLibrary();
+    syncSound();
     schedule();
 }
 
@@ -281,14 +288,33 @@ void Engine::loadItem(std::int64_t deck, const plist::Value& params) {
     load(deck, *item);
 }
 
-void Engine::load(std::int64_t deck, const media::MediaItem& item) {
-    mutableDeck(deck).load(songFor(item), now());
+bool Engine::load(std::int64_t deck, const media::MediaItem& item) {
+    Deck::Song song = songFor(item);
+    std::string& loadError = m_loadErrors.at(static_cast<std::size_t>(deck - 1));
+    std::shared_ptr<sound::Track> track;
+    if (m_sound) {
+        std::string error;
+        track = m_sound->open(song, &error);
+        if (!track) {
+            loadError = "cannot load \"" + item.title() + "\": " + error;
+            log::warning(kLogComponent, "deck " + std::to_string(deck) + " " + loadError);
+            markDeckChanged(deck);
+            return false;
+        }
+        // The watch is told the decoded length, not the tags'.
+        song.duration = m_sound->durationOf(*track);
+    }
+    loadError.clear();
+    mutableDeck(deck).load(std::move(song), now());
+    if (m_sound)
+        m_sound->load(this->deck(deck), std::move(track));
     if (m_automixOutgoing == deck)
         m_automixOutgoing.reset();
     markDeckChanged(deck);
     markChanged(deck == 1 ? SongInfo1 : SongInfo2);
     if (m_glanceDeck == deck)
         markChanged(SongInfo0);
+    return true;
 }
 
 void Engine::stepSong(std::int64_t deck, int direction) {
@@ -299,7 +325,8 @@ void Engine::stepSong(std::int64_t deck, int direction) {
     if (!item)
         return ignored(direction > 0 ? "next after the last song" : "previous before the first song");
     const bool wasPlaying = target.isPlaying();
-    load(deck, *item);
+    if (!load(deck, *item))
+        return;
     if (wasPlaying)
         target.play(now());
 }
@@ -334,6 +361,8 @@ std::optional<media::MediaItem> Engine::neighbour(const media::MediaItem& song, 
 
 void Engine::startTransition(double target) {
     m_mixer.startTransition(target, now());
+    if (m_sound)
+        m_sound->startTransition(target, m_mixer.transitionDuration(), m_mixer.transitionType());
     m_automixOutgoing.reset();
     // A transition to one side brings that deck in: it starts if it has a song.
     if (target != 0.5) {
@@ -350,13 +379,20 @@ void Engine::startAutomix(std::int64_t from) {
         const std::optional<media::MediaItem> next = neighbour(deck(from).song()->item, +1);
         if (!next)
             return ignored("automix at the end of the list: nothing follows");
-        load(to, *next);
+        if (!load(to, *next))
+            return;
+        // The song coming in starts on a beat of the one going out, so that they play in time.
+        if (m_sound && incoming.play(now())) {
+            m_sound->playOnBeatOf(incoming, from);
+            markDeckChanged(to);
+        }
     }
     startTransition(to == 1 ? 0 : 1);
     m_automixOutgoing = from;
 }
 
 void Engine::update() {
+    observeSound();
     const double time = now();
     if (m_mixer.update(time)) {
         markChanged(MixerStatus);
@@ -394,7 +430,29 @@ void Engine::update() {
         m_glanceDeck = glance;
         markChanged(SongInfo0);
     }
+    syncSound();
     schedule();
+}
+
+void Engine::syncSound() {
+    if (!m_sound)
+        return;
+    for (const Deck& deck : m_decks)
+        m_sound->sync(deck, now());
+    m_sound->syncMixer(m_mixer, now());
+    m_sound->collect();
+}
+
+void Engine::observeSound() {
+    if (!m_sound)
+        return;
+    for (Deck& deck : m_decks)
+        if (m_sound->observe(deck, now())) {
+            markDeckChanged(deck.number());
+            markChanged(deck.number() == 1 ? SongInfo1 : SongInfo2);
+            if (m_glanceDeck == deck.number())
+                markChanged(SongInfo0);
+        }
 }
 
 void Engine::applySync() {
@@ -418,6 +476,11 @@ void Engine::applySync() {
         if (rate != deck.rate()) {
             deck.setRate(rate, time);
             markDeckChanged(deck.number());
+            // Matching the tempo is half of sync; the beats then fall together.
+            if (m_sound && m_syncMaster && rate != 1) {
+                m_sound->sync(deck, time);
+                m_sound->alignBeats(deck, *m_syncMaster);
+            }
         }
     }
 }
@@ -435,6 +498,14 @@ void Engine::schedule() {
 
     if (const std::optional<double> end = m_mixer.transitionEnd())
         next = std::min(next, *end);
+    if (m_sound) {
+        // The sound's clock is read on a timer: an end comes from the frames played, a little
+        // after the loop's clock foresaw it, and a decoded length can differ from the tags'.
+        if (deck(1).isPlaying() || deck(2).isPlaying())
+            next = std::min(next, time + kSoundPollInterval);
+        if (std::isfinite(next))
+            next = std::max(next, time + kMinimumSoundWait);
+    }
 
     // Positions are recomputed on every call, so the same event comes out a hair apart; a
     // timer within a microsecond of it is kept rather than made anew for every action.
@@ -489,11 +560,16 @@ void Engine::markChanged(Message message) {
 
 void Engine::flush() {
     m_flushPosted = false;
+    observeSound();
     const double time = now();
     const std::bitset<MessageCount> changed = std::exchange(m_changed, {});
     for (std::int64_t number = 1; number <= 2; ++number) {
-        if (changed.test(number == 1 ? Status1 : Status2))
-            m_sink.passMessageObject(deck(number).status(time), identifierOf(VXAWTurntableStatusMessageIdentifier, number));
+        if (changed.test(number == 1 ? Status1 : Status2)) {
+            plist::Value status = deck(number).status(time);
+            if (const std::string& error = m_loadErrors.at(static_cast<std::size_t>(number - 1)); !error.empty())
+                status.asDictionary()->emplace(std::string(kLoadErrorKey), plist::Value(error));
+            m_sink.passMessageObject(status, identifierOf(VXAWTurntableStatusMessageIdentifier, number));
+        }
         if (changed.test(number == 1 ? SongInfo1 : SongInfo2))
             m_sink.passMessageObject(deck(number).songInfo(), identifierOf(VXAWTurntableSongInfoMessageIdentifier, number));
     }

@@ -13,6 +13,7 @@
 #include "phone/Deck.h"
 #include "phone/LibraryBrowser.h"
 #include "phone/Mixer.h"
+#include "phone/SoundLink.h"
 #include "phone/StatusSink.h"
 #include "platform/ipc/LocalNotification.h"
 #include "platform/plist/Value.h"
@@ -22,9 +23,10 @@ namespace vexo::runtime {
 class Timer;
 }
 
-// The phone application's mixing engine, without audio: two decks, the mixer with automix
-// and automatic transitions, and the library browser. It answers every action the watch
-// sends and publishes every status message the watch reads.
+// The phone application's mixing engine: two decks, the mixer with automix and automatic
+// transitions, and the library browser. It answers every action the watch sends and publishes
+// every status message the watch reads. Given a SoundLink it plays as sound, and its decks'
+// clocks are the frames heard; without one its decks are clocks on the loop's time.
 //
 // Units on the wire: "currentTime" and a song's "duration" are whole seconds of the song;
 // "currentDisplayTime" is the position as "m:ss" ("h:mm:ss" from an hour on);
@@ -35,8 +37,8 @@ class Timer;
 // turn: a burst of actions handled in one turn publishes each changed message once, after
 // the burst. The library list goes out in pages of ten, one page per kPageInterval.
 //
-// Everything runs on the loop given at construction; the engine's clock is the loop's clock
-// and its timers are the loop's timers, so tests drive it in virtual time. Malformed input
+// Everything runs on the loop given at construction; the engine's timers are the loop's
+// timers, so tests drive it in virtual time. Malformed input
 // (an unknown target or code, a deck number other than 1 and 2 (0 only with action 17),
 // parameters missing or of the wrong type, an unknown item or transition type) changes
 // nothing and is logged at debug level.
@@ -53,10 +55,17 @@ public:
     static constexpr std::size_t kMaximumPages = 50;
     // Seconds between two mixer status messages while the crossfader moves.
     static constexpr double kTransitionStatusInterval = 0.05;
+    // While a deck plays as sound, the engine reads the sound's clock at least this often.
+    static constexpr double kSoundPollInterval = 0.25;
+    // Status key (beside the watch's) that tells why the last load on a deck failed; the
+    // watch ignores it, the protocol log shows it.
+    static constexpr std::string_view kLoadErrorKey = "loadError";
 
-    // REQUIRES: `loop`, `catalog` and `sink` outlive the engine. `notify` (may be empty)
-    // receives the local notifications for the watch. Publishes nothing until start().
-    Engine(runtime::RunLoop& loop, const Catalog& catalog, StatusSink& sink, NotificationSink notify);
+    // REQUIRES: `loop`, `catalog`, `sink` and `sound` (when given) outlive the engine.
+    // `notify` (may be empty) receives the local notifications for the watch. Publishes
+    // nothing until start().
+    Engine(runtime::RunLoop& loop, const Catalog& catalog, StatusSink& sink, NotificationSink notify,
+           SoundLink* sound = nullptr);
     ~Engine();
 
     Engine(const Engine&) = delete;
@@ -108,7 +117,8 @@ private:
     void stepSong(std::int64_t deck, int direction);
     [[nodiscard]] std::vector<media::MediaItem> orderHolding(const media::MediaItem& song) const;
     [[nodiscard]] std::optional<media::MediaItem> neighbour(const media::MediaItem& song, int direction) const;
-    void load(std::int64_t deck, const media::MediaItem& item);
+    // False, the deck as it was, when the song cannot play.
+    bool load(std::int64_t deck, const media::MediaItem& item);
     void startTransition(double target);
     void startAutomix(std::int64_t from);
 
@@ -117,6 +127,9 @@ private:
     // for what comes next.
     void update();
     void applySync();
+    // Hands the sound what changed and reads back its clocks (when playing as sound).
+    void syncSound();
+    void observeSound();
     void schedule();
     void notify(const ipc::LocalNotification& notification);
 
@@ -130,6 +143,9 @@ private:
     const Catalog& m_catalog;
     StatusSink& m_sink;
     NotificationSink m_notify;
+    SoundLink* m_sound;
+    // Why the last load on each deck failed; empty once one succeeds.
+    std::array<std::string, 2> m_loadErrors;
     std::array<Deck, 2> m_decks{Deck(1), Deck(2)};
     Mixer m_mixer;
     LibraryBrowser m_browser;

@@ -114,9 +114,9 @@ protected:
 
     Engine& engine() {
         if (!m_engine) {
-            m_engine = std::make_unique<Engine>(m_loop, m_catalog, m_sink, [this](const ipc::LocalNotification& n) {
-                m_notifications.push_back(n);
-            });
+            m_engine = std::make_unique<Engine>(
+                m_loop, m_catalog, m_sink,
+                [this](const ipc::LocalNotification& n) { m_notifications.push_back(n); }, m_sound);
             m_engine->start();
             m_loop.runUntilIdle();
         }
@@ -132,6 +132,8 @@ protected:
     MemoryCatalog m_catalog;
     RecordingSink m_sink{m_loop};
     std::vector<ipc::LocalNotification> m_notifications;
+    // Set before the first engine() to play as sound.
+    SoundLink* m_sound = nullptr;
     std::unique_ptr<Engine> m_engine;
 };
 

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// Audio files made on the spot for the audio tests, written with the program's own encoder
+// (AudioFileWriter), so any extension it knows gives that format. Stereo, both channels equal.
+namespace vexo::audio::testing {
+
+struct ToneSpec {
+    int sampleRate = 48000;
+    double seconds = 4;
+    // A sine at this frequency and peak amplitude; 0 Hz: silence.
+    double frequency = 440;
+    double amplitude = 0.5;
+    // When above 0, instead of a steady tone: a short burst of the tone (20 ms, fading out)
+    // on every beat at this tempo, the first at frame 0, silence between. Onsets mark beats.
+    double clicksPerMinute = 0;
+};
+
+// The frames a ToneSpec describes, interleaved stereo.
+[[nodiscard]] std::vector<float> toneFrames(const ToneSpec& spec);
+
+// Writes them to `path`; false, with `*error` set, when the writer refused.
+[[nodiscard]] bool writeToneFile(const std::filesystem::path& path, const ToneSpec& spec,
+                                 std::string* error = nullptr);
+
+} // namespace vexo::audio::testing
