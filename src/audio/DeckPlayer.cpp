@@ -70,6 +70,9 @@ struct DeckPlayer::State {
     std::int64_t loopLength = 0;
     double rate = 1;
     bool stretching = false;
+    // Where the stretcher's output started (or its ratio last changed), and how much it gave since.
+    double stretchOrigin = 0;
+    double stretchedFrames = 0;
     double framesPerBeat = 24000;
     double firstBeat = 0;
 
@@ -165,13 +168,11 @@ struct DeckPlayer::State {
         for (std::size_t i = 0; i < frames; ++i)
             for (std::size_t c = 0; c < kChannels; ++c)
                 out[i * kChannels + c] = i < got ? outPlanes[c][i] : 0.0f;
-        // What is heard lags what was fed by the stretcher's delay and what it still holds.
-        const double held = (static_cast<double>(stretcher.getStartDelay()) + stretcher.available()) * rate;
-        double lagging = position - held;
-        if (looping && loopLength > 0)
-            while (lagging < static_cast<double>(loopStart))
-                lagging += static_cast<double>(loopLength);
-        heard = std::max(0.0, lagging);
+        // Rubber Band's real-time output, counted from a reset, lines up with its input at the
+        // ratio: output frame n is input frame n * rate (it holds its delay back from
+        // available() rather than putting it in front of the sound), within 2 ms.
+        stretchedFrames += static_cast<double>(got);
+        heard = wrapped(stretchOrigin + stretchedFrames * rate);
     }
 
     void deinterleave(std::size_t frames) {
@@ -180,14 +181,21 @@ struct DeckPlayer::State {
                 planes[c][i] = feed[i * kChannels + c];
     }
 
-    // Starts the stretcher afresh at the frame heard: it is fed from its delay's worth of
-    // song frames before, so that what comes out first is the frame heard.
+    // Starts the stretcher afresh at the frame heard.
     void enterStretcher() {
         stretcher.reset();
         stretcher.setTimeRatio(1.0 / rate);
-        const double lead = static_cast<double>(stretcher.getStartDelay()) * rate;
-        position = std::max(0.0, heard - lead);
+        position = heard;
+        stretchOrigin = heard;
+        stretchedFrames = 0;
         stretching = true;
+    }
+
+    // A new ratio counts on from the frame heard.
+    void changeRatio() {
+        stretcher.setTimeRatio(1.0 / rate);
+        stretchOrigin = heard;
+        stretchedFrames = 0;
     }
 
     void leaveStretcher() {
@@ -304,13 +312,14 @@ void DeckPlayer::setRate(double rate) noexcept {
     if (rate == state.rate)
         return;
     state.rate = rate;
-    if (rate == 1) {
-        state.leaveStretcher();
-    } else if (state.stretching) {
-        state.stretcher.setTimeRatio(1.0 / rate);
-    } else {
-        state.enterStretcher();
+    if (state.stretching && rate != 1) {
+        state.changeRatio();
+        return;
     }
+    if (rate == 1)
+        state.leaveStretcher();
+    else
+        state.enterStretcher();
     state.gain = 0; // a new path: fade in rather than click
 }
 
