@@ -151,7 +151,9 @@ public:
         sound::AudioEngine& engine = sound->m_engine;
         if (!sound->m_output->start([&engine](float* out, std::size_t frames) { engine.render(out, frames); }, error))
             return nullptr;
-        std::cerr << "vexo-phone: playing to " << sound->m_output->description() << "\n";
+        // The null output that stands in for a missing device has been named in the notice.
+        if (notice.empty())
+            std::cerr << "vexo-phone: playing to " << sound->m_output->description() << "\n";
         return sound;
     }
 
