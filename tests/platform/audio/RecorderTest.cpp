@@ -1,1 +1,77 @@
-// placeholder
+#include "platform/audio/Recorder.h"
+
+#include <chrono>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "audio/SignalMeasure.h"
+#include "platform/audio/AudioFixture.h"
+#include "platform/audio/Decoder.h"
+#include "support/TemporaryDirectory.h"
+
+namespace vexo::audio {
+namespace {
+
+using testing::ToneSpec;
+using namespace std::chrono_literals;
+
+constexpr int kRate = 48000;
+
+// Hands `frames` to the recorder in buffers of 512, as the audio thread does.
+void pushAll(Recorder& recorder, const std::vector<float>& frames) {
+    for (std::size_t at = 0; at < frames.size(); at += 1024) {
+        recorder.push(frames.data() + at, std::min<std::size_t>(512, (frames.size() - at) / 2));
+        std::this_thread::sleep_for(100us);
+    }
+}
+
+TEST(RecorderTest, WhatIsPushedIsWhatTheFileHolds) {
+    vexo::testing::TemporaryDirectory folder;
+    for (const char* name : {"mix.wav", "mix.flac"}) {
+        std::string error;
+        const auto path = folder.path() / name;
+        const std::unique_ptr<Recorder> recorder = Recorder::start(path, kRate, &error);
+        ASSERT_TRUE(recorder) << error;
+        pushAll(*recorder, testing::toneFrames(ToneSpec{kRate, 2, 523, 0.4, 0}));
+        recorder->stop();
+        EXPECT_FALSE(recorder->isRecording());
+        EXPECT_FALSE(recorder->failure());
+        EXPECT_EQ(recorder->framesWritten() + recorder->framesDropped(), 2u * kRate);
+
+        const std::unique_ptr<Decoder> decoder = Decoder::open(path, kRate, &error);
+        ASSERT_TRUE(decoder) << error;
+        std::vector<float> back(3 * kRate * 2);
+        const std::size_t frames = decoder->read(back.data(), 3 * kRate);
+        EXPECT_EQ(frames, recorder->framesWritten()) << name;
+        back.resize(frames * 2);
+        EXPECT_NEAR(sound::testing::toneAmplitude(sound::testing::channel(back, 0, 0, kRate), 523, kRate), 0.4, 0.01);
+    }
+}
+
+TEST(RecorderTest, ABadPathOrAFullDiskStopsTheRecordingWithAMessage) {
+    vexo::testing::TemporaryDirectory folder;
+    std::string error;
+    EXPECT_FALSE(Recorder::start(folder.path() / "no-such-folder" / "mix.wav", kRate, &error));
+    EXPECT_NE(error.find("no-such-folder"), std::string::npos) << error;
+    EXPECT_FALSE(Recorder::start(folder.path() / "mix.mp3", kRate, &error));
+
+    // /dev/full takes the file's creation and fails every write with "no space left".
+    const auto full = folder.path() / "full.wav";
+    std::filesystem::create_symlink("/dev/full", full);
+    const std::unique_ptr<Recorder> recorder = Recorder::start(full, kRate, &error);
+    if (!recorder)
+        GTEST_SKIP() << "this system does not let a recording start on /dev/full: " << error;
+    const std::vector<float> second = testing::toneFrames(ToneSpec{kRate, 1, 440, 0.4, 0});
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!recorder->failure() && std::chrono::steady_clock::now() < deadline)
+        pushAll(*recorder, second);
+    ASSERT_TRUE(recorder->failure());
+    EXPECT_FALSE(recorder->isRecording());
+    pushAll(*recorder, second); // the audio thread goes on pushing: dropped, never blocked
+    EXPECT_GT(recorder->framesDropped(), 0u);
+    recorder->stop();
+}
+
+} // namespace
+} // namespace vexo::audio
