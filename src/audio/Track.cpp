@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -47,6 +48,9 @@ struct Track::State {
     std::int64_t indexChunks = 0;
     std::int64_t estimate = 0;
     std::atomic<std::int64_t> exactFrames{-1};
+    // Nothing lies at or past this frame: a read from there gave nothing. The exact end is
+    // then found by reading the chunk before.
+    std::atomic<std::int64_t> endBound{std::numeric_limits<std::int64_t>::max()};
     mutable std::mutex errorMutex;
     std::string error;
 
@@ -57,7 +61,7 @@ struct Track::State {
 
     [[nodiscard]] std::int64_t lastChunk() const {
         const std::int64_t exact = exactFrames.load();
-        const std::int64_t frames = exact >= 0 ? exact : indexChunks * kChunkFrames;
+        const std::int64_t frames = exact >= 0 ? exact : std::min(indexChunks * kChunkFrames, endBound.load());
         return std::min(indexChunks, (frames + kChunkFrames - 1) / kChunkFrames) - 1;
     }
 
@@ -96,10 +100,8 @@ struct Track::State {
                 continue;
             }
             const std::int64_t chunk = *missing;
-            const std::size_t frames = decode(chunk, buffer.data());
-            if (frames == 0 && exactFrames.load() >= 0 && chunk * kChunkFrames >= exactFrames.load())
-                continue; // past the end, now that it is known
-            store(chunk, buffer.data(), frames, want);
+            if (decode(chunk, buffer.data()) > 0)
+                store(chunk, buffer.data(), want);
         }
     }
 
@@ -116,8 +118,17 @@ struct Track::State {
         const std::size_t frames = decoder->read(out, kChunkFrames);
         decoderPosition += static_cast<std::int64_t>(frames);
         std::fill(out + frames * audio::kChannels, out + kChunkSamples, 0.0f);
-        if (frames < static_cast<std::size_t>(kChunkFrames) || chunk == indexChunks - 1)
+        if (frames == 0 && start > 0 && decoder->error().empty()) {
+            // Past the end (a seek beyond it): the end is right here when the chunk before was
+            // read whole, else somewhere in the chunks before, which are read next.
+            if (isCached(chunk - 1))
+                finish(start, {});
+            else
+                endBound.store(std::min(endBound.load(), start));
+        } else if (frames < static_cast<std::size_t>(kChunkFrames) || chunk == indexChunks - 1 ||
+                   decoderPosition == endBound.load()) {
             finish(decoderPosition, decoder->error());
+        }
         return frames;
     }
 
@@ -130,8 +141,7 @@ struct Track::State {
         }
     }
 
-    void store(std::int64_t chunk, const float* samples, std::size_t frames, const std::vector<std::int64_t>& want) {
-        (void)frames;
+    void store(std::int64_t chunk, const float* samples, const std::vector<std::int64_t>& want) {
         Slot& slot = freeSlot(want);
         if (slot.chunk >= 0) {
             index[static_cast<std::size_t>(slot.chunk)].store(-1);
