@@ -118,11 +118,11 @@ struct Track::State {
         const std::size_t frames = decoder->read(out, kChunkFrames);
         decoderPosition += static_cast<std::int64_t>(frames);
         std::fill(out + frames * audio::kChannels, out + kChunkSamples, 0.0f);
-        if (frames == 0 && start > 0 && decoder->error().empty()) {
+        if (frames == 0 && start > 0) {
             // Past the end (a seek beyond it): the end is right here when the chunk before was
             // read whole, else somewhere in the chunks before, which are read next.
             if (isCached(chunk - 1))
-                finish(start, {});
+                finish(start, decoder->error());
             else
                 endBound.store(std::min(endBound.load(), start));
         } else if (frames < static_cast<std::size_t>(kChunkFrames) || chunk == indexChunks - 1 ||

@@ -311,10 +311,14 @@ bool Engine::load(std::int64_t deck, const media::MediaItem& item) {
     if (m_automixOutgoing == deck)
         m_automixOutgoing.reset();
     markDeckChanged(deck);
+    markSongChanged(deck);
+    return true;
+}
+
+void Engine::markSongChanged(std::int64_t deck) {
     markChanged(deck == 1 ? SongInfo1 : SongInfo2);
     if (m_glanceDeck == deck)
         markChanged(SongInfo0);
-    return true;
 }
 
 void Engine::stepSong(std::int64_t deck, int direction) {
@@ -449,9 +453,7 @@ void Engine::observeSound() {
     for (Deck& deck : m_decks)
         if (m_sound->observe(deck, now())) {
             markDeckChanged(deck.number());
-            markChanged(deck.number() == 1 ? SongInfo1 : SongInfo2);
-            if (m_glanceDeck == deck.number())
-                markChanged(SongInfo0);
+            markSongChanged(deck.number());
         }
 }
 

@@ -135,6 +135,8 @@ private:
 
     void markChanged(Message message);
     void markDeckChanged(std::int64_t deck) { markChanged(deck == 1 ? Status1 : Status2); }
+    // The song information of `deck`, and the glance's when it shows that deck.
+    void markSongChanged(std::int64_t deck);
     void flush();
     void publishLibrary();
     void publishNextPage();
