@@ -40,10 +40,8 @@ MixerBus::MixerBus(int sampleRate, std::size_t maximumBlockFrames)
       m_gain2(crossfaderGains(0.5).deck2),
       m_echoes{Echo(sampleRate, kEchoOutBeats, kEchoOutFeedback), Echo(sampleRate, kEchoOutBeats, kEchoOutFeedback)},
       m_limiter(sampleRate) {
-    for (std::size_t deck = 0; deck < 2; ++deck) {
-        m_scratchStorage[deck] = std::make_unique<float[]>(maximumBlockFrames * 2);
-        m_scratch[deck] = m_scratchStorage[deck].get();
-    }
+    for (auto& scratch : m_scratch)
+        scratch = std::make_unique<float[]>(maximumBlockFrames * 2);
 }
 
 void MixerBus::setVolume(double volume) noexcept {
@@ -137,7 +135,7 @@ void MixerBus::addEcho(std::size_t deck, const float* dry, float* out, std::size
                        float send) noexcept {
     // The echo adds its delayed sound to a copy of the deck's own; only the delayed part joins
     // the mix, so that the deck's dry sound follows the crossfader alone.
-    float* wet = m_scratch[deck];
+    float* wet = m_scratch[deck].get();
     std::copy(dry, dry + frames * 2, wet);
     m_echoes[deck].process(wet, frames, beat, send, kEchoOutWet);
     for (std::size_t i = 0; i < frames * 2; ++i)

@@ -84,8 +84,8 @@ private:
     std::array<Echo, 2> m_echoes;
     // Frames for which each deck's echo still rings after its transition ended.
     std::array<std::int64_t, 2> m_echoTail{0, 0};
-    std::array<float*, 2> m_scratch{};
-    std::array<std::unique_ptr<float[]>, 2> m_scratchStorage;
+    // Where each deck's echo is worked out, a block long.
+    std::array<std::unique_ptr<float[]>, 2> m_scratch;
     Limiter m_limiter;
 };
 
