@@ -31,9 +31,7 @@ constexpr RubberBandStretcher::Options kStretcherOptions =
 
 struct DeckPlayer::State {
     State(int sampleRate, std::size_t maximumBlockFrames)
-        : sampleRate(sampleRate),
-          maximumBlock(maximumBlockFrames),
-          effects(sampleRate),
+        : effects(sampleRate),
           stretcher(static_cast<std::size_t>(sampleRate), kChannels, kStretcherOptions),
           block(maximumBlockFrames * kChannels),
           tail(maximumBlockFrames * kChannels) {
@@ -47,8 +45,6 @@ struct DeckPlayer::State {
 
     static constexpr std::size_t kFeedFrames = 4096;
 
-    int sampleRate;
-    std::size_t maximumBlock;
     EffectRack effects;
     RubberBandStretcher stretcher;
     std::vector<float> block;

@@ -97,18 +97,18 @@ void SoundLink::sync(const Deck& deck, double now) {
 void SoundLink::syncMixer(const Mixer& mixer, double now) {
     if (mixer.volume() != m_volume) {
         m_volume = mixer.volume();
-        m_mixerLast = m_engine.setVolume(m_volume);
+        m_engine.setVolume(m_volume);
     }
     if (!mixer.isTransitioning() && mixer.crossfaderPosition(now) != m_crossfader) {
         m_crossfader = mixer.crossfaderPosition(now);
-        m_mixerLast = m_engine.setCrossfader(m_crossfader);
+        m_engine.setCrossfader(m_crossfader);
     }
 }
 
 void SoundLink::startTransition(double target, double seconds, std::string_view type) {
     m_crossfader = target;
-    m_mixerLast = m_engine.startTransition(target, seconds,
-                                           sound::transitionKindNamed(type).value_or(sound::TransitionKind::Crossfade));
+    m_engine.startTransition(target, seconds,
+                             sound::transitionKindNamed(type).value_or(sound::TransitionKind::Crossfade));
 }
 
 bool SoundLink::observe(Deck& deck, double now) {

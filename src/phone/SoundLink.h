@@ -78,7 +78,6 @@ private:
     std::array<Sent, 2> m_sent;
     double m_volume = -1;
     double m_crossfader = -1;
-    sound::AudioEngine::Sequence m_mixerLast = 0;
 };
 
 } // namespace vexo::phone
