@@ -20,14 +20,12 @@ struct PlaylistsQuery {
     std::shared_ptr<media::MediaLibrary> library;
     std::uint64_t mediaTypeFilter = 0;
 
-    // Like the platform's query, nothing rather than an empty list when nothing matches.
+    // Nothing when there is no media library to ask; a library without playlists answers
+    // with an empty list, which is how the library screen knows to say so.
     std::optional<VXAWLibrary::Playlists> collections() const {
         if (!library)
             return std::nullopt;
-        auto playlists = library->playlists(static_cast<media::MediaType>(mediaTypeFilter));
-        if (playlists.empty())
-            return std::nullopt;
-        return playlists;
+        return library->playlists(static_cast<media::MediaType>(mediaTypeFilter));
     }
 };
 

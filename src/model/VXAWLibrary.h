@@ -65,8 +65,10 @@ public:
     // it exactly (location equal to the number of items held); any other page is dropped.
     void processMessageWithIdentifier(std::string_view identifier, const plist::Value& contents);
 
-    // The local playlists, or nothing until a load has finished. The first read starts the
-    // first load; later loads come only from media-library changes.
+    // The local playlists: nothing while the first load runs (and for good when there is no
+    // media library), a list once a load has finished, empty when the library has no
+    // playlists. The first read starts the first load; later loads come only from
+    // media-library changes.
     const std::optional<Playlists>& playlists();
     void setPlaylists(std::optional<Playlists> playlists) {
         setAndNotify(kPlaylistsKeyPath, m_playlists, std::move(playlists));

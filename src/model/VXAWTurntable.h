@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/VXAWSong.h"
+#include "platform/media/MediaPlaylist.h"
 #include "platform/plist/Value.h"
 #include "platform/runtime/Observable.h"
 
@@ -110,6 +111,12 @@ public:
         setAndNotify(kCurrentTimeUpdateTimerKeyPath, m_currentTimeUpdateTimer, std::move(timer));
     }
 
+    // The playlist this watch last chose a song for the deck from; nothing before that. The
+    // phone is not told: it is the watch's own memory of where the deck's songs come from, so
+    // that it can show which songs follow. Not observable.
+    const std::optional<media::MediaPlaylist>& sourcePlaylist() const { return m_sourcePlaylist; }
+    void setSourcePlaylist(std::optional<media::MediaPlaylist> playlist) { m_sourcePlaylist = std::move(playlist); }
+
     [[nodiscard]] std::any valueForKey(std::string_view key) const override;
 
 private:
@@ -131,6 +138,7 @@ private:
     std::optional<std::string> m_key;
     std::shared_ptr<transport::MMWormhole> m_wormhole;
     std::shared_ptr<runtime::Timer> m_currentTimeUpdateTimer;
+    std::optional<media::MediaPlaylist> m_sourcePlaylist;
 };
 
 } // namespace vexo::model

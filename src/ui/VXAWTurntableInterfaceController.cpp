@@ -9,9 +9,11 @@
 #include "platform/runtime/RunLoop.h"
 #include "platform/runtime/Timer.h"
 #include "platform/watchkit/Color.h"
+#include "platform/watchkit/Screen.h"
 #include "ui/ArtworkPicture.h"
 #include "ui/PlaybackProgress.h"
 
+#include <chrono>
 #include <cstdio>
 
 namespace vexo::ui {
@@ -111,6 +113,7 @@ void VXAWTurntableInterfaceController::observeValueForKeyPath(std::string_view k
         playingDidChange();
     } else if (keyPath == VXAWTurntable::kCurrentTimeKeyPath) {
         m_playGroup->setBackgroundImageNamed(playbackProgressImageName(deck));
+        alignDurationTimer();
     } else if (keyPath == VXAWTurntable::kAutoLoopBeatIntervalKeyPath) {
         m_autoLoopButton->setTitle(autoLoopTitle(deck.autoLoopBeatInterval()));
     } else if (keyPath == VXAWTurntable::kLoopingKeyPath) {
@@ -172,11 +175,13 @@ void VXAWTurntableInterfaceController::playingDidChange() {
         return;
     if (!m_turntable->isPlaying()) {
         m_durationTimer->stop();
+        alignDurationTimer();
         stopSyncTimer();
         m_playButton->setBackgroundImageNamed("turntable-play-active");
         return;
     }
     m_durationTimer->start();
+    alignDurationTimer();
     if (!m_durationSyncTimer) {
         runtime::RunLoop* loop =
             model::environment().mainLoop ? model::environment().mainLoop : runtime::RunLoop::current();
@@ -192,6 +197,18 @@ void VXAWTurntableInterfaceController::playingDidChange() {
         }
     }
     m_playButton->setBackgroundImageNamed("turntable-pause-active");
+}
+
+void VXAWTurntableInterfaceController::alignDurationTimer() {
+    // The clock counts from its date, so dating it to the moment the song was at 0:00 makes it
+    // read the phone's last position and run on from there. A stopped clock holds what it
+    // showed when it stopped, so its date moves with the stop instead.
+    using Clock = watchkit::Timer::Clock;
+    const watchkit::Screen* page = screen();
+    const Clock::time_point now = page ? page->now() : Clock::now();
+    const std::optional<Clock::time_point>& stoppedAt = m_durationTimer->stoppedAt();
+    const Clock::time_point reference = !m_durationTimer->isRunning() && stoppedAt ? *stoppedAt : now;
+    m_durationTimer->setDate(reference - std::chrono::seconds(m_turntable->currentTime()));
 }
 
 void VXAWTurntableInterfaceController::stopSyncTimer() {

@@ -152,6 +152,8 @@ private:
     void playingDidChange();
     void sendAction(std::int64_t action);
     void stopSyncTimer();
+    // Dates the running clock so that it shows the deck's current time.
+    void alignDurationTimer();
 
     std::int64_t m_turntableNumber = 0;
     watchkit::Outlet<watchkit::Group> m_placeholderGroup;

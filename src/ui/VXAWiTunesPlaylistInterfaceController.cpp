@@ -73,10 +73,13 @@ void VXAWiTunesPlaylistInterfaceController::tableDidSelectRowAtIndex(watchkit::T
         item.valueForProperty(media::MediaItem::kPropertyPersistentID));
     if (!itemID)
         return;
-    if (m_turntable)
+    if (m_turntable) {
         m_turntable->sendActionMessage(model::VXAWTurntableActionLoadItem,
                                        plist::Value(plist::Dictionary{
                                            {std::string(model::VXAWLibraryItemIDKey), plist::Value(*itemID)}}));
+        if (m_playlist)
+            m_turntable->setSourcePlaylist(*m_playlist);
+    }
     dismissController();
     if (m_libraryInterfaceController)
         m_libraryInterfaceController->dismissController();

@@ -85,4 +85,11 @@ TEST_F(MediaBackedModelTest, PlaylistsLoadOnFirstReadAndReloadWhenTheLibraryChan
     finishLoads(*library, m_loop);
     ASSERT_TRUE(library->playlists());
     EXPECT_EQ(library->playlists()->front().count(), 3u);
+
+    // The last playlist goes: loaded and empty, which the library screen tells from loading.
+    std::filesystem::remove(music() / "Set.m3u");
+    scan();
+    m_loop.runUntilIdle();
+    finishLoads(*library, m_loop);
+    EXPECT_EQ(library->playlists(), std::optional<VXAWLibrary::Playlists>(VXAWLibrary::Playlists{}));
 }

@@ -10,8 +10,6 @@ using namespace vexo;
 using namespace vexo::ui;
 using namespace vexo::ui::testing;
 using graphics::Rgba8;
-using plist::Dictionary;
-using plist::Value;
 
 namespace {
 
@@ -69,18 +67,4 @@ TEST_F(ArtworkPictureTest, EachBadgeStretchesThePictureInsideItsRingOrMargin) {
     }
     EXPECT_FALSE(deckPage.displayImageDataForArtworkImageData(std::vector<std::uint8_t>{1, 2, 3}));
     EXPECT_FALSE(glance.displayImageDataForArtworkImageData(std::nullopt));
-}
-
-TEST_F(ArtworkPictureTest, RepaintsDoNotDecodeTheSameArtworkAgain) {
-    start();
-    const auto& renderer = graphics::RoundArtworkRenderer::shared();
-    Dictionary song{{"songID", Value("x")},
-                    {"artworkImage", Value(stripedPng(64, 48, {kGreen, kBlue, kRed}))}};
-    phoneWrites("turntableSongInfo2", Value(Dictionary{{"currentSong", Value(song)}}));
-    const std::size_t before = renderer.decodeCount();
-    showPage(1);  // deck 2's artwork is set twice here
-    showPage(2);
-    showPage(1);
-    showPage(2);
-    EXPECT_EQ(renderer.decodeCount() - before, 2u) << "once for the mixer's size, once for the deck page's";
 }

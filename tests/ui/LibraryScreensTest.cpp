@@ -1,8 +1,17 @@
 #include "ScreenTestFixture.h"
 
 #include "model/VXAWLibrary.h"
+#include "model/VXAWTurntable.h"
+#include "platform/media/AudioFixture.h"
+#include "platform/media/LibraryScanner.h"
+#include "platform/media/MediaLibrary.h"
+#include "platform/runtime/OperationQueue.h"
 #include "ui/VXAWLibraryInterfaceController.h"
 #include "ui/VXAWiTunesPlaylistInterfaceController.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 
 using namespace vexo;
 using namespace vexo::ui;
@@ -41,6 +50,30 @@ class LibraryScreensTest : public ScreenTest {
 protected:
     std::shared_ptr<model::VXAWLibrary> library() const { return model::VXAWModel::sharedModel()->library(); }
 
+    // Gives the model a real media library, indexed from a folder of one song and `count`
+    // playlists of it ("Set 01", ...). Before start().
+    void useMediaLibrary(std::size_t count) {
+        const std::filesystem::path music = m_root.path() / "music";
+        std::filesystem::create_directories(music);
+        ASSERT_TRUE(vexo::testing::AudioFixture::write(music / "Song.wav", vexo::testing::AudioFixture::Format::Wav,
+                                                       1.0, {"Song", "Vexo"}));
+        for (std::size_t i = 1; i <= count; ++i) {
+            char name[32];
+            std::snprintf(name, sizeof name, "Set %02zu.m3u", i);
+            std::ofstream(music / name) << "#EXTM3U\nSong.wav\n";
+        }
+        const std::filesystem::path index = m_root.path() / "library.sqlite";
+        ASSERT_TRUE(media::LibraryScanner(index).scan(music));
+        m_mediaLibrary = media::MediaLibrary::open(index);
+        ASSERT_TRUE(m_mediaLibrary);
+        model::installEnvironment({&m_loop, m_parent, m_mediaLibrary, makeDefaults()});
+    }
+    // Lets the playlist load run on its queue and hand its result back.
+    void finishLoads() {
+        library()->queue()->waitUntilAllOperationsAreFinished();
+        m_loop.runUntilIdle();
+    }
+
     // Starts, then presents the library from deck 1's page over `lists`.
     void openLibrary(std::optional<std::vector<media::MediaPlaylist>> lists) {
         start();
@@ -66,6 +99,8 @@ protected:
         expectOk(m_host->showGlance());
         expectOk(m_host->hideGlance());
     }
+
+    std::shared_ptr<media::MediaLibrary> m_mediaLibrary;
 };
 
 } // namespace
@@ -178,4 +213,86 @@ TEST_F(LibraryScreensTest, APlayableSongLoadsOntoTheDeckAndClosesBothScreens) {
                                                   {"params", Value(Dictionary{{"itemID", Value("AB02")}})}})});
     EXPECT_TRUE(m_host->modalControllers().empty());
     EXPECT_EQ(visibleScreen()["controller"], "turntable1");
+}
+
+TEST_F(LibraryScreensTest, TheFirstActivationWaitsForTheLoadAndRebuildsWhenItLands) {
+    useMediaLibrary(12);
+    start();
+    library()->queue()->setSuspended(true);
+    tapAction("showLibrary");
+    ASSERT_EQ(visibleScreen()["controller"], "library");
+    EXPECT_EQ(rowCount(), 0u);
+    EXPECT_EQ(visible("placeholderGroup")["hidden"], true) << "still loading is not 'no playlists'";
+    EXPECT_TRUE(loadMoreHidden());
+
+    library()->queue()->setSuspended(false);
+    finishLoads();
+    ASSERT_EQ(rowCount(), 10u);
+    EXPECT_EQ(rowNames().front(), "Set 01");
+    EXPECT_EQ(visible("placeholderGroup")["hidden"], true);
+    EXPECT_FALSE(loadMoreHidden());
+    tapAction("loadMore");
+    EXPECT_EQ(rowNames().back(), "Set 12");
+}
+
+TEST_F(LibraryScreensTest, ALibraryWithoutPlaylistsSaysSo) {
+    useMediaLibrary(0);
+    start();
+    tapAction("showLibrary");
+    finishLoads();
+    EXPECT_EQ(rowCount(), 0u);
+    EXPECT_EQ(visible("placeholderGroup")["hidden"], false);
+    EXPECT_EQ(visible("placeholderLabel")["text"], localized("No Playlists"));
+}
+
+// The queue follows the deck's song through the playlist the watch loaded it from; the phone
+// names the song by its identifier's text form.
+TEST_F(LibraryScreensTest, TheQueueShowsTheDecksSongAndThePlayableSongsAfterIt) {
+    openLibrary(playlists(2));
+    expectOk(m_host->closeModal());
+    tapAction("showQueue");
+    ASSERT_EQ(visibleScreen()["controller"], "queue");
+    EXPECT_EQ(visible("nameLabel")["text"], "Deck 1");
+    EXPECT_EQ(visible("nowPlayingGroup")["hidden"], true);
+    EXPECT_EQ(rowCount(), 0u);
+    EXPECT_EQ(visible("messageLabel")["text"], localized("No song is loaded. Choose one in the library."));
+
+    // Its library button leads to a song of "List 0" (23 songs, every other one gone).
+    tapAction("showLibrary");
+    expectOk(m_host->selectRow(visibleId("table"), 0));
+    expectOk(m_host->selectRow(visibleId("table"), 2));
+    ASSERT_EQ(visibleScreen()["controller"], "queue");
+    EXPECT_EQ(takeSent().size(), 1u);
+
+    struct Row {
+        const char* songID;
+        std::vector<std::string> following;  // the first and last rows
+        std::size_t rows;
+    };
+    const Row rows[] = {
+        {"AB02", {"Song 43780", "Song 43798"}, 10},  // at most a page; the gone songs left out
+        {"AB04", {"Song 43782", "Song 43798"}, 9},   // the phone's next button moved on
+        {"AB16", {}, 0},                             // the last song of the playlist
+        {"FFFF", {}, 0},                             // not from that playlist
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.songID);
+        phoneWrites("turntableSongInfo1",
+                    Value(Dictionary{{"currentSong", Value(Dictionary{{"songID", Value(row.songID)},
+                                                                      {"name", Value("Now")},
+                                                                      {"artist", Value("Kasso")}})}}));
+        EXPECT_EQ(visible("nowPlayingGroup")["hidden"], false);
+        EXPECT_EQ(visible("songNameLabel")["text"], "Now");
+        EXPECT_EQ(visible("songArtistLabel")["text"], "Kasso");
+        ASSERT_EQ(rowCount(), row.rows);
+        EXPECT_EQ(visible("upNextLabel")["hidden"], row.rows == 0);
+        EXPECT_EQ(visible("messageLabel")["hidden"], row.rows != 0);
+        if (row.rows == 0) {
+            EXPECT_EQ(visible("messageLabel")["text"],
+                      localized("Nothing follows this song here. Choose the next one in the library."));
+            continue;
+        }
+        EXPECT_EQ(rowNames().front(), row.following.front());
+        EXPECT_EQ(rowNames().back(), row.following.back());
+    }
 }

@@ -57,7 +57,7 @@ TEST_F(MixerScreenTest, TheProgramStartsFromTheAppliedEmptyStatus) {
     startOnMixer();
     EXPECT_EQ(visible("volumeSlider")["value"], 0.0);
     EXPECT_EQ(crossfaderImage(), "mixer-crossfader-manual0-f");
-    EXPECT_EQ(visible("transitionTypeLabel")["text"], "Manual");
+    EXPECT_EQ(visible("transitionTypeLabel")["text"], localized("Manual"));
 }
 
 TEST_F(MixerScreenTest, AMixerStillAtItsInitialValuesShowsThemUnchanged) {
@@ -80,19 +80,19 @@ TEST_F(MixerScreenTest, ShowsThePhonesMixerStatus) {
                                }));
     EXPECT_EQ(visible("volumeSlider")["value"], 0.75);
     EXPECT_EQ(crossfaderImage(), "mixer-crossfader-auto1-f");
-    EXPECT_EQ(visible("transitionTypeLabel")["text"], "Echo (7.5s)");
+    EXPECT_EQ(visible("transitionTypeLabel")["text"], localized("Echo") + inLocale(" (7.5s)", " (7,5s)"));
     EXPECT_EQ(visible("syncButtonGroup")["backgroundColor"],
               (json{{"red", 0.918}, {"green", 0.545}, {"blue", 0.145}, {"alpha", 1.0}}));
-    EXPECT_EQ(visibleScreen()["menu"]["items"][0]["title"], "Automix On");
+    EXPECT_EQ(visibleScreen()["menu"]["items"][0]["title"], localized("Automix On"));
     EXPECT_EQ(visible("volumeSlider")["color"]["red"], 0.918);
 
     phoneWrites("mixerStatus", Value(Dictionary{{"transitionDuration", Value(8)}}));
     EXPECT_EQ(visible("transitionTypeLabel")["text"], "--") << "mode 1 without a type";
     EXPECT_EQ(visible("syncButtonGroup")["backgroundColor"]["red"], 0.133);
     EXPECT_EQ(visibleScreen()["menu"]["items"].size(), 1u);
-    EXPECT_EQ(visibleScreen()["menu"]["items"][0]["title"], "Automix Off");
+    EXPECT_EQ(visibleScreen()["menu"]["items"][0]["title"], localized("Automix Off"));
     mixer()->setTransitionMode(0);
-    EXPECT_EQ(visible("transitionTypeLabel")["text"], "Manual");
+    EXPECT_EQ(visible("transitionTypeLabel")["text"], localized("Manual"));
 }
 
 TEST_F(MixerScreenTest, CrossfadeStepsByModeWithTheirNumberTypes) {
@@ -163,7 +163,7 @@ TEST_F(MixerScreenTest, VolumeSyncAndAutomixCommands) {
     expectOk(m_host->openMenu());
     expectOk(m_host->pickMenuItem(0));
     EXPECT_EQ(takeSent(), std::vector<Value>{mixerAction(6)});
-    EXPECT_EQ(visibleScreen()["menu"]["items"][0]["title"], "Automix Off") << "until the phone confirms";
+    EXPECT_EQ(visibleScreen()["menu"]["items"][0]["title"], localized("Automix Off")) << "until the phone confirms";
     phoneWrites("mixerStatus", Value(Dictionary{{"automixActive", Value(true)}}));
     expectOk(m_host->openMenu());
     expectOk(m_host->pickMenuItem(0));
@@ -216,9 +216,15 @@ TEST_F(MixerScreenTest, BringsDeckPagesForwardAndPresentsTheLibraryForADeck) {
     ASSERT_TRUE(library);
     EXPECT_EQ(library->turntable(), deck(2));
 
+    // A newer deck 1 page takes the slot: the button addresses it, not the page shown before.
+    expectOk(m_host->closeModal());
+    const auto newer = VXAWTurntable1InterfaceController::make();
+    EXPECT_EQ(VXAWTurntable1InterfaceController::sharedController(), newer);
+    tapAction("showTurntable1");
+    EXPECT_EQ(m_host->currentPage(), 1u);
+
     // Before any deck page is made, the buttons do nothing.
     VXAWTurntable1InterfaceController::setSharedController(nullptr);
-    expectOk(m_host->closeModal());
     tapAction("showTurntable1");
     EXPECT_EQ(m_host->currentPage(), 1u);
 }

@@ -5,6 +5,7 @@
 #include "model/VXAWProtocol.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/UserDefaults.h"
+#include "platform/text/Localization.h"
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/ExtensionHost.h"
 #include "platform/watchkit/InterfaceObject.h"
@@ -21,6 +22,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,13 +32,17 @@ namespace vexo::ui::testing {
 // The application's real layout and classes on an extension host, in a fresh model
 // environment per test: a temporary container, a virtual-time main loop, a recording phone
 // link, user defaults in a temporary file, and a "phone" transport that writes status
-// messages as the phone application does. Texts are English, numbers formatted for en_US.
+// messages as the phone application does.
+//
+// Texts and numbers are those of the locale VEXO_SCREEN_TEST_LOCALE names ("de_DE"), en_US
+// when it is unset; the test binary is registered once for each (see CMakeLists.txt). The
+// language is the process's for good once a text has been looked up, so one run keeps one.
 class ScreenTest : public ::testing::Test {
 protected:
     void SetUp() override {
         m_variables.set("VEXO_CONTAINER_ROOT", m_root.path().string());
-        m_variables.set("VEXO_LANGUAGE", "en");
-        m_variables.set("VEXO_LOCALE", "en_US");
+        m_variables.set("VEXO_LANGUAGE", language());
+        m_variables.set("VEXO_LOCALE", locale());
         m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
         model::installEnvironment({&m_loop, m_parent, nullptr, makeDefaults()});
         m_phone = std::make_unique<transport::MMWormhole>(std::string(model::VXAWWormholeApplicationGroupIdentifier),
@@ -46,7 +52,8 @@ protected:
             watchkit::LayoutLoader::loadFile(watchkit::InterfaceLayout::defaultPath(), m_registry);
         ASSERT_TRUE(loaded.ok()) << loaded.errorText();
         watchkit::ExtensionHost::Options options;
-        options.clock = [] { return std::chrono::system_clock::time_point(std::chrono::seconds(1'700'000'000)); };
+        options.clock = [this] { return m_now; };
+        options.localization = &text::Localization::main();
         m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*loaded.layout),
                                                            std::move(options));
     }
@@ -60,6 +67,19 @@ protected:
         model::installEnvironment({});
         m_loop.runUntilIdle();
         runtime::RunLoop::setCurrent(m_previousLoop);
+    }
+
+    static std::string locale() {
+        const char* chosen = std::getenv("VEXO_SCREEN_TEST_LOCALE");
+        return chosen != nullptr && *chosen != '\0' ? chosen : "en_US";
+    }
+    static std::string language() { return locale().substr(0, locale().find('_')); }
+    static bool german() { return language() == "de"; }
+    // What the user reads for `key` in the language under test.
+    static std::string localized(std::string_view key) { return text::Localization::main().localizedString(key); }
+    // `english` or `german`, by the locale under test: for numbers, whose marks differ.
+    static std::string inLocale(std::string_view english, std::string_view german) {
+        return std::string(ScreenTest::german() ? german : english);
     }
 
     std::shared_ptr<runtime::UserDefaults> makeDefaults() const {
@@ -121,6 +141,8 @@ protected:
         return std::dynamic_pointer_cast<C>(m_host->pageController(index));
     }
 
+    // The host's clock; tests move it.
+    std::chrono::system_clock::time_point m_now{std::chrono::seconds(1'700'000'000)};
     vexo::testing::TemporaryDirectory m_root;
     vexo::testing::ScopedEnvironment m_variables;
     runtime::DeterministicRunLoop m_loop;

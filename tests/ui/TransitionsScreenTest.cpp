@@ -87,7 +87,8 @@ TEST_F(TransitionsScreenTest, TheModeSwitchShowsOrHidesTheList) {
     EXPECT_EQ(mixer()->transitionMode(), 1);
     EXPECT_EQ(visible("transitionModeSwitch")["on"], true);
     EXPECT_EQ(visible("transitionDurationGroup")["hidden"], false);
-    EXPECT_EQ(rows(), (Rows{{"heading", false}, {"Fade", false}, {"Echo", true}, {"Cut", false}}));
+    EXPECT_EQ(rows(), (Rows{{"heading", false}, {localized("Fade"), false}, {localized("Echo"), true},
+                            {localized("Cut"), false}}));
     EXPECT_EQ(visible("transitionDurationLabel")["text"], "4s");
     EXPECT_TRUE(takeSent().empty()) << "the mode is the watch's own";
 
@@ -105,10 +106,11 @@ TEST_F(TransitionsScreenTest, NewTypesWaitForTheNextActivationButTheSelectionMov
     phoneWrites("mixerStatus", status("Cut", {Value("Fade"), Value("Cut")}));
     EXPECT_TRUE(rows().empty()) << "the offered types are not observed";
     reactivate();
-    EXPECT_EQ(rows(), (Rows{{"heading", false}, {"Fade", false}, {"Cut", true}}));
+    EXPECT_EQ(rows(), (Rows{{"heading", false}, {localized("Fade"), false}, {localized("Cut"), true}}));
 
     phoneWrites("mixerStatus", status("Brake", {Value("Fade"), Value("Cut")}));
-    EXPECT_EQ(rows(), (Rows{{"heading", false}, {"Fade", false}, {"Cut", false}})) << "a type not listed";
+    EXPECT_EQ(rows(), (Rows{{"heading", false}, {localized("Fade"), false}, {localized("Cut"), false}}))
+        << "a type not listed";
     phoneWrites("mixerStatus", status(std::nullopt, {Value("Fade"), Value("Cut"), Value("Echo")}));
     EXPECT_EQ(rows().size(), 3u) << "a longer list recolours only the rows there are";
 }
@@ -139,7 +141,7 @@ TEST_F(TransitionsScreenTest, AModeOtherThanZeroOrOneListsButCannotBeSwitched) {
     phoneWrites("mixerStatus", status("Cut", {Value("Cut")}));
     openTransitions();
     EXPECT_EQ(visible("transitionModeSwitch")["on"], false) << "left as it was";
-    EXPECT_EQ(rows(), (Rows{{"heading", false}, {"Cut", true}}));
+    EXPECT_EQ(rows(), (Rows{{"heading", false}, {localized("Cut"), true}}));
     expectOk(m_host->flip(visibleId("transitionModeSwitch")));
     EXPECT_EQ(mixer()->transitionMode(), 2);
 }
@@ -147,12 +149,18 @@ TEST_F(TransitionsScreenTest, AModeOtherThanZeroOrOneListsButCannotBeSwitched) {
 TEST_F(TransitionsScreenTest, DurationsInSecondsWithOneFractionDigit) {
     mixer()->setTransitionMode(1);
     openTransitions();
-    const std::pair<double, const char*> rows[] = {
-        {0, "0s"}, {4.0, "4s"}, {2.5, "2.5s"}, {12.25, "12.2s"}, {12.35, "12.4s"}, {1500, "1,500s"},
-        {static_cast<double>(3.96f), "4s"},
+    struct Row {
+        double seconds;
+        const char* english;
+        const char* german;
     };
-    for (auto [seconds, text] : rows) {
-        mixer()->setTransitionDuration(seconds);
-        EXPECT_EQ(visible("transitionDurationLabel")["text"], text) << seconds;
+    const Row rows[] = {
+        {0, "0s", "0s"},           {4.0, "4s", "4s"},         {2.5, "2.5s", "2,5s"},
+        {12.25, "12.2s", "12,2s"}, {12.35, "12.4s", "12,4s"}, {1500, "1,500s", "1.500s"},
+        {static_cast<double>(3.96f), "4s", "4s"},
+    };
+    for (const Row& row : rows) {
+        mixer()->setTransitionDuration(row.seconds);
+        EXPECT_EQ(visible("transitionDurationLabel")["text"], inLocale(row.english, row.german)) << row.seconds;
     }
 }

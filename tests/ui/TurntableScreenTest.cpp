@@ -8,6 +8,9 @@
 #include "ui/VXAWQueueInterfaceController.h"
 #include "ui/VXAWTurntableInterfaceController.h"
 
+#include <chrono>
+#include <cmath>
+
 using namespace vexo;
 using namespace vexo::ui;
 using namespace vexo::ui::testing;
@@ -110,6 +113,7 @@ TEST_F(TurntableScreenTest, ShowsThePhonesDeckAndPollsWhilePlaying) {
     for (const char* outlet : {"bpmLabel", "keyLabel", "currentTimeLabel"})
         EXPECT_EQ(visible(outlet)["text"], "--") << outlet;
     EXPECT_EQ(visible("fxButtonTitleLabel")["textColor"]["red"], 2.0 / 3.0);
+    EXPECT_TRUE(visible("fxButtonLabel")["text"].is_null()) << "no effect name clears the label, no dashes";
     m_loop.advance(3.0);
     EXPECT_TRUE(takeSent().empty());
 }
@@ -121,8 +125,7 @@ TEST_F(TurntableScreenTest, ProgressFramesAreUnclampedSinglePrecisionFractionsOf
         std::int64_t index;
     };
     const Row rows[] = {
-        {120, 240, 24}, {240, 240, 49}, {0, 240, 0},   {239, 240, 48}, {300, 240, 61},
-        {-30, 240, -6}, {0, 0, 0},      {5, 0, INT64_MAX}, {-5, 0, INT64_MIN},
+        {120, 240, 24}, {240, 240, 49}, {0, 240, 0}, {239, 240, 48}, {300, 240, 61}, {-30, 240, -6},
         // Seconds of a long mix lose precision as 32-bit floats before dividing.
         {16777217, 16777216, 49},
     };
@@ -227,6 +230,11 @@ TEST_F(TurntableScreenTest, LoadActionsBringTheirDeckForwardAndAutomixTheMixer) 
     expectOk(m_host->deliverNotificationAction("VXTUserNotificationActionAutomix", Value(Dictionary{{"turntable", Value(1)}})));
     EXPECT_EQ(m_host->currentPage(), 1u) << "an automix action moves no deck page, only the mixer's";
     EXPECT_EQ(takeSent(), std::vector<Value>{mixerAction(6)});
+    phoneWrites("mixerStatus", Value(Dictionary{{"automixActive", Value(true)}}));
+    showPage(0);
+    expectOk(m_host->deliverNotificationAction("VXTUserNotificationActionAutomix", Value(Dictionary{})));
+    EXPECT_EQ(m_host->currentPage(), 1u);
+    EXPECT_EQ(takeSent(), std::vector<Value>{mixerAction(6)}) << "automix on, whatever it is now";
 
     // Without user info the identifier is lost and no page moves.
     expectOk(m_host->deliverNotificationAction("VXTUserNotificationActionAutomix", Value()));
@@ -242,8 +250,6 @@ TEST_F(TurntableScreenTest, PresentsTheLibraryWithTheDeckAndTheQueueWithItsNumbe
     json queue = visibleScreen();
     EXPECT_EQ(queue["controller"], "queue");
     EXPECT_EQ(queue["context"]["turntableNumber"], 2);
-    EXPECT_EQ(visible("nameLabel")["text"], "Deck 2");
-    EXPECT_EQ(visible("messageLabel")["text"], "The queue of this deck is kept on the phone.");
     tapAction("close");
     EXPECT_EQ(visibleScreen()["controller"], "turntable2");
 
@@ -252,4 +258,62 @@ TEST_F(TurntableScreenTest, PresentsTheLibraryWithTheDeckAndTheQueueWithItsNumbe
     const auto library = std::dynamic_pointer_cast<VXAWLibraryInterfaceController>(m_host->visibleController());
     ASSERT_TRUE(library);
     EXPECT_EQ(library->turntable(), deck(2));
+}
+
+TEST_F(TurntableScreenTest, ADeckEmptiedWhilePlayingGoesIdleButKeepsItsSyncTimer) {
+    start();
+    phoneLoadsSong(1, song(240));
+    phoneWrites("turntableStatus1", Value(Dictionary{{"playing", Value(true)}, {"currentTime", Value(30)}}));
+    const auto controller = page<VXAWTurntableInterfaceController>(0);
+    const auto syncTimer = controller->durationSyncTimer();
+    ASSERT_TRUE(syncTimer);
+
+    phoneWrites("turntableSongInfo1", Value(Dictionary{}));
+    for (const char* outlet : {"nameLabel", "artistLabel", "keyLabel", "bpmLabel"})
+        EXPECT_EQ(visible(outlet)["text"], "--") << outlet;
+    EXPECT_EQ(imageName(visible("playButton")), "turntable-play");
+    EXPECT_EQ(imageName(visible("previousButton")), "turntable-prev");
+    EXPECT_EQ(imageName(visible("nextButton")), "turntable-next");
+    EXPECT_EQ(imageName(visible("artworkButton")), "turntable-artwork-vexo");
+    EXPECT_EQ(visible("artworkGroup")["animation"]["running"], true);
+    EXPECT_EQ(visible("artworkGroup")["animation"]["startCount"], 2) << "once at start, once now";
+    EXPECT_EQ(controller->durationSyncTimer(), syncTimer) << "kept until the page goes or a song stops";
+    showPage(1);
+    EXPECT_FALSE(controller->durationSyncTimer());
+}
+
+// The running clock reads the phone's last position, runs on from it while the deck plays,
+// and holds it while paused, also across a seek.
+TEST_F(TurntableScreenTest, TheRunningClockAgreesWithThePhonesPosition) {
+    start();
+    phoneLoadsSong(1, song(240));
+    const auto shownSeconds = [this] {
+        const json timer = visible("durationTimer");
+        const double end = timer["running"] == true ? std::chrono::duration<double>(m_now.time_since_epoch()).count()
+                                                    : timer["stoppedAt"].get<double>();
+        return std::llround(end - timer["date"].get<double>());
+    };
+    struct Row {
+        int secondsLater;
+        bool playing;
+        std::int64_t currentTime;
+        std::int64_t shown;
+    };
+    const Row rows[] = {
+        {0, true, 120, 120},   // starts at the phone's position, not at 0:00
+        {3, true, 120, 120},   // a late status pulls it back rather than letting it run ahead
+        {2, true, 125, 125},
+        {4, false, 129, 129},  // paused: holds the position
+        {30, false, 129, 129},
+        {1, false, 60, 60},    // skipped back while paused
+        {5, true, 60, 60},     // plays on from there
+        {7, true, 67, 67},
+    };
+    for (const Row& row : rows) {
+        m_now += std::chrono::seconds(row.secondsLater);
+        phoneWrites("turntableStatus1",
+                    Value(Dictionary{{"playing", Value(row.playing)}, {"currentTime", Value(row.currentTime)}}));
+        EXPECT_EQ(visible("durationTimer")["running"], row.playing) << row.currentTime;
+        EXPECT_EQ(shownSeconds(), row.shown) << row.currentTime;
+    }
 }
