@@ -243,6 +243,7 @@ TEST_F(LibraryScreensTest, ALibraryWithoutPlaylistsSaysSo) {
     EXPECT_EQ(rowCount(), 0u);
     EXPECT_EQ(visible("placeholderGroup")["hidden"], false);
     EXPECT_EQ(visible("placeholderLabel")["text"], localized("No Playlists"));
+    EXPECT_EQ(visibleScreen()["title"], localized("Cancel")) << "the close control speaks the language too";
 }
 
 // The queue follows the deck's song through the playlist the watch loaded it from; the phone

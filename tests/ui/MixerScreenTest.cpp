@@ -52,14 +52,6 @@ TEST_F(MixerScreenTest, CrossfaderFramesBelongToTheLowerFrameOnABoundary) {
     EXPECT_EQ(VXAWMixerInterfaceController::crossfaderImageName(2, 0.5), "mixer-crossfader-auto2-f");
 }
 
-// The stored status is applied even when none is stored, so the running program starts at 0.
-TEST_F(MixerScreenTest, TheProgramStartsFromTheAppliedEmptyStatus) {
-    startOnMixer();
-    EXPECT_EQ(visible("volumeSlider")["value"], 0.0);
-    EXPECT_EQ(crossfaderImage(), "mixer-crossfader-manual0-f");
-    EXPECT_EQ(visible("transitionTypeLabel")["text"], localized("Manual"));
-}
-
 TEST_F(MixerScreenTest, AMixerStillAtItsInitialValuesShowsThemUnchanged) {
     start();
     mixer()->setVolume(-1.0);

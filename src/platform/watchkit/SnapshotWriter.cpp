@@ -43,7 +43,8 @@ nlohmann::json SnapshotWriter::screen(const ScreenView& view, bool markReported)
     out["controller"] = view.layout->identifier;
     out["class"] = view.layout->className;
     out["role"] = view.role;
-    out["title"] = view.layout->title ? nlohmann::json(*view.layout->title) : nlohmann::json(nullptr);
+    // The title of the close control is a layout text like any other.
+    out["title"] = view.layout->title ? nlohmann::json(view.screen->localized(*view.layout->title)) : nlohmann::json(nullptr);
     out["active"] = view.active;
     out["context"] = view.context->describe();
     out["contentHeight"] = layout.contentHeight;
