@@ -18,8 +18,11 @@ using model::VXAWTurntable;
 constexpr std::string_view kTitleFormat = "Deck %ld";
 constexpr std::string_view kNumberField = "%ld";
 constexpr std::string_view kRowType = "songItemRowType";
-constexpr std::string_view kNoSongText = "No song is loaded. Choose one in the library.";
-constexpr std::string_view kNothingFollowsText = "Nothing follows this song here. Choose the next one in the library.";
+// Each a line of its own: the face does not wrap labels.
+constexpr std::string_view kNoSongText = "No song loaded.";
+constexpr std::string_view kNoSongHint = "Choose one in the library.";
+constexpr std::string_view kNothingFollowsText = "Nothing follows this song.";
+constexpr std::string_view kNothingFollowsHint = "Choose the next in the library.";
 
 } // namespace
 
@@ -101,9 +104,11 @@ void VXAWQueueInterfaceController::showDeck() {
         row->artistLabel()->setText(following[index].valueForProperty(media::MediaItem::kPropertyArtist).stringValue());
     }
 
-    m_messageLabel->setHidden(!following.empty());
-    if (following.empty())
+    m_messageGroup->setHidden(!following.empty());
+    if (following.empty()) {
         m_messageLabel->setText(localizedString(song == nullptr ? kNoSongText : kNothingFollowsText));
+        m_hintLabel->setText(localizedString(song == nullptr ? kNoSongHint : kNothingFollowsHint));
+    }
 }
 
 void VXAWQueueInterfaceController::showLibrary() {

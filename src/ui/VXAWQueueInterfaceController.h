@@ -41,7 +41,9 @@ public:
         c.outlet("songArtistLabel", &T::m_songArtistLabel);
         c.outlet("upNextLabel", &T::m_upNextLabel);
         c.outlet("table", &T::m_table);
+        c.outlet("messageGroup", &T::m_messageGroup);
         c.outlet("messageLabel", &T::m_messageLabel);
+        c.outlet("hintLabel", &T::m_hintLabel);
         c.action("showLibrary", &T::showLibrary);
         c.action("close", &T::close);
     }
@@ -77,7 +79,9 @@ private:
     watchkit::Outlet<watchkit::Label> m_songArtistLabel;
     watchkit::Outlet<watchkit::Label> m_upNextLabel;
     watchkit::Outlet<watchkit::Table> m_table;
+    watchkit::Outlet<watchkit::Group> m_messageGroup;
     watchkit::Outlet<watchkit::Label> m_messageLabel;
+    watchkit::Outlet<watchkit::Label> m_hintLabel;
     std::int64_t m_turntableNumber = 0;
     std::shared_ptr<model::VXAWTurntable> m_turntable;
     // Declared after the deck, so that it is destroyed before it.
