@@ -25,14 +25,15 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/web/
   PATTERN ".*" EXCLUDE)
 
 # User units name the programs by absolute path, and the prefix is known only when
-# installing (cpack installs into its own prefix), so they are written then.
+# installing (cpack installs into its own prefix), so they are written then. file(INSTALL)
+# adds DESTDIR itself.
 foreach(unit vexo-phone.service vexo-watch.service)
   install(CODE "
     set(VEXO_INSTALL_BINDIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
     configure_file(\"${PROJECT_SOURCE_DIR}/packaging/systemd/${unit}.in\"
                    \"${PROJECT_BINARY_DIR}/packaging/systemd/${unit}\" @ONLY)
     file(INSTALL \"${PROJECT_BINARY_DIR}/packaging/systemd/${unit}\"
-         DESTINATION \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/systemd/user\"
+         DESTINATION \"\${CMAKE_INSTALL_PREFIX}/lib/systemd/user\"
          FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)")
 endforeach()
 

@@ -6,27 +6,23 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "Vexo maintainers <maintainers@users.noreply.c-seed-603c25f1.example>"
   CACHE STRING "Maintainer of the Debian package")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "watch remote for a two-deck mixing application")
+# CPack puts the summary first and indents these lines, an empty one becoming " .".
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"watch remote for a two-deck mixing application
- The watch-side remote control of Vexo, a two-deck mixing application: deck
- pages, a mixer page, transitions, a playlist browser, a glance and
- notification actions, shown as a watch face in a web browser.
- .
- The package holds vexo-watch (the watch, serving its face on 127.0.0.1),
- vexo-phone (the phone side: a two-deck audio engine with keylock, effects,
- transitions, automix and recording), vexo-library (the media library index
- of a music folder) and wormhole (the message transport from a shell), with
- systemd user units that start the remote at login.")
+"The watch-side remote control of Vexo, a two-deck mixing application: deck
+pages, a mixer page, transitions, a playlist browser, a glance and
+notification actions, shown as a watch face in a web browser.
+
+The package holds vexo-watch (the watch, serving its face on 127.0.0.1),
+vexo-phone (the phone side: a two-deck audio engine with keylock, effects,
+transitions, automix and recording), vexo-library (the media library index
+of a music folder) and wormhole (the message transport from a shell), with
+systemd user units that start the remote at login.")
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_STRIP_FILES ON)
-# The unit files name the programs by absolute path, written while installing: the prefix
-# must be the package's own then, with the staging folder as DESTDIR.
-set(CPACK_SET_DESTDIR ON)
-set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 # Whatever the builder's umask, the package's folders are 0755.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS

@@ -17,7 +17,7 @@ echo "== $package: $(stat -c %s "$package") bytes, installed size $(dpkg-deb --f
 echo "Depends: $(dpkg-deb --field "$package" Depends)"
 if command -v lintian >/dev/null; then
   echo "== lintian"
-  lintian --fail-on error,warning --display-info "$package"
+  lintian --fail-on error,warning "$package"
 else
   echo "lintian is not installed; the package is not checked"
 fi
