@@ -28,13 +28,17 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/web/
 # installing (cpack installs into its own prefix), so they are written then. file(INSTALL)
 # adds DESTDIR itself.
 foreach(unit vexo-phone.service vexo-watch.service)
+  # One folder per destination, so that installs into several prefixes at once (the tests
+  # do) never write the same file.
   install(CODE "
     set(VEXO_INSTALL_BINDIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
-    configure_file(\"${PROJECT_SOURCE_DIR}/packaging/systemd/${unit}.in\"
-                   \"${PROJECT_BINARY_DIR}/packaging/systemd/${unit}\" @ONLY)
-    file(INSTALL \"${PROJECT_BINARY_DIR}/packaging/systemd/${unit}\"
+    string(MD5 destination \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
+    set(configured \"${PROJECT_BINARY_DIR}/packaging/systemd/\${destination}/${unit}\")
+    configure_file(\"${PROJECT_SOURCE_DIR}/packaging/systemd/${unit}.in\" \"\${configured}\" @ONLY)
+    file(INSTALL \"\${configured}\"
          DESTINATION \"\${CMAKE_INSTALL_PREFIX}/lib/systemd/user\"
-         FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)")
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+    file(REMOVE_RECURSE \"${PROJECT_BINARY_DIR}/packaging/systemd/\${destination}\")")
 endforeach()
 
 # One completion script serves every program: it reads the options and subcommands from
