@@ -14,6 +14,7 @@
 // media library, another vexo-phone already runs on the container, a scan that failed, a
 // named sound device that cannot play), 2 wrong usage. A recording that cannot be written
 // says so and the music plays on.
+#include "common/ServiceNotifier.h"
 #include "phone/Engine.h"
 #include "phone/MediaLibraryCatalog.h"
 #include "phone/PhoneLink.h"
@@ -212,6 +213,7 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
     SignalWatch signals;
     runtime::AsioRunLoop loop;
     runtime::RunLoop::CurrentScope current(&loop);
+    apps::ServiceNotifier service(loop);
 
     phone::MediaLibraryCatalog catalog(library);
     phone::PhoneLink link(options.group, *container, loop);
@@ -246,6 +248,7 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
     engine.start();
     // One line on standard output once the watch can reach us, for whoever started us.
     std::cout << "listening in " << container->string() << " with " << indexPath.string() << std::endl;
+    service.ready("listening in " + container->string());
     loop.run();
 
     signalWatch.reset();

@@ -1,5 +1,6 @@
 // vexo-watch: hosts the watch application and serves its face to a browser.
 
+#include "common/ServiceNotifier.h"
 #include "face/FaceServer.h"
 #include "face/ProtocolLog.h"
 #include "face/RecordingParentApplication.h"
@@ -7,6 +8,7 @@
 #include "model/Environment.h"
 #include "model/VXAWProtocol.h"
 #include "platform/graphics/AssetCatalog.h"
+#include "platform/install/InstalledData.h"
 #include "platform/ipc/Container.h"
 #include "platform/ipc/LocalNotificationReceiver.h"
 #include "platform/ipc/SocketParentApplication.h"
@@ -57,11 +59,14 @@ int fail(int code, const std::string& message) {
     return code;
 }
 
-// The face's files: VEXO_WEB_DIR, else the web/ folder of the source tree that this
-// executable was built from, looked for above the executable and then where it was built.
+// The face's files: VEXO_WEB_DIR, else the installed share/vexo/web beside the program, else
+// the web/ folder of the source tree that this executable was built from, looked for above
+// the executable and then where it was built.
 std::optional<std::filesystem::path> defaultWebRoot() {
     if (const char* variable = std::getenv("VEXO_WEB_DIR"); variable && *variable)
         return std::filesystem::path(variable);
+    if (std::optional<std::filesystem::path> installed = install::InstalledData::directory("web"))
+        return installed;
     std::error_code error;
     std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
     if (!error) {
@@ -108,6 +113,7 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
 
     runtime::AsioRunLoop loop;
     runtime::RunLoop::CurrentScope current(&loop);
+    apps::ServiceNotifier service(loop);
     if (!installSignalPipe())
         return fail(1, "cannot install the signal handlers");
     bool stopping = false;
@@ -185,6 +191,7 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
             if (!notifications->isListening())
                 log::warning(kComponent, "local notifications from the phone will not arrive (another watch listens)");
             std::cout << "Watch face: http://127.0.0.1:" << server.port() << "/" << std::endl;
+            service.ready("serving the face on 127.0.0.1:" + std::to_string(server.port()));
             loop.run();
             log::info(kComponent, stopping ? "stopping on a signal" : "stopping");
         }

@@ -1,5 +1,6 @@
 #include "platform/graphics/AssetCatalog.h"
 
+#include "platform/install/InstalledData.h"
 #include "platform/log/Log.h"
 
 #include <cstdlib>
@@ -38,6 +39,8 @@ AssetCatalog::AssetCatalog(std::filesystem::path directory) : m_directory(std::m
 std::filesystem::path AssetCatalog::defaultDirectory() {
     if (const char* overridden = std::getenv("VEXO_ASSET_DIR"); overridden && *overridden)
         return overridden;
+    if (std::optional<std::filesystem::path> installed = install::InstalledData::directory("assets"))
+        return *installed;
     return VEXO_ASSET_DIR;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/text/Localization.h"
 
+#include "platform/install/InstalledData.h"
 #include "platform/log/Log.h"
 #include "platform/text/LocaleSettings.h"
 
@@ -49,6 +50,8 @@ Localization::Localization(std::filesystem::path resourceDirectory, std::string_
 std::filesystem::path Localization::defaultResourceDirectory() {
     if (const char* overridden = std::getenv("VEXO_RESOURCE_DIR"); overridden && *overridden)
         return overridden;
+    if (std::optional<std::filesystem::path> installed = install::InstalledData::directory("resources"))
+        return *installed;
     return VEXO_RESOURCE_DIR;
 }
 

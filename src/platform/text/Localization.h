@@ -24,7 +24,8 @@ public:
     Localization(const Localization&) = delete;
     Localization& operator=(const Localization&) = delete;
 
-    // VEXO_RESOURCE_DIR when set and not empty, otherwise the source tree's resources.
+    // VEXO_RESOURCE_DIR when set and not empty, else the installed `share/vexo/resources`
+    // beside the program, else the source tree's resources.
     [[nodiscard]] static std::filesystem::path defaultResourceDirectory();
 
     // The process-wide texts in LocaleSettings::preferredLanguage(), made on first use.

@@ -40,8 +40,8 @@ struct InterfaceLayout {
     // The controller named `identifier`, or nullptr.
     [[nodiscard]] const ControllerLayout* controller(std::string_view identifier) const;
 
-    // resources/Interface.json under the resource directory (VEXO_RESOURCE_DIR when set,
-    // else the source tree's resources; see text::Localization).
+    // Interface.json in the resource directory (VEXO_RESOURCE_DIR when set, else the
+    // installed resources, else the source tree's; see text::Localization).
     [[nodiscard]] static std::filesystem::path defaultPath();
 };
 
