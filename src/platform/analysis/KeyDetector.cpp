@@ -6,7 +6,7 @@
 
 #include <dsp/keydetection/GetKeyMode.h>
 
-#include "platform/analysis/CamelotKey.h"
+#include "platform/media/CamelotKey.h"
 
 namespace vexo::analysis {
 namespace {
@@ -97,7 +97,7 @@ std::optional<std::string> KeyDetector::finish() {
         return std::nullopt;
     // The strengths run C major ... B major, then C minor ... B minor.
     const int index = static_cast<int>(best - scores.begin());
-    return camelotKey(index % 12, index >= 12);
+    return media::camelotKey(index % 12, index >= 12);
 }
 
 } // namespace vexo::analysis

@@ -1,8 +1,8 @@
-#include "platform/analysis/CamelotKey.h"
+#include "platform/media/CamelotKey.h"
 
 #include <gtest/gtest.h>
 
-namespace vexo::analysis {
+namespace vexo::media {
 namespace {
 
 TEST(CamelotKeyTest, EveryKeyHasItsPlaceOnTheWheel) {
@@ -37,4 +37,4 @@ TEST(CamelotKeyTest, TagNotationsBecomeCamelot) {
 }
 
 } // namespace
-} // namespace vexo::analysis
+} // namespace vexo::media

@@ -1,9 +1,9 @@
-#include "platform/analysis/CamelotKey.h"
+#include "platform/media/CamelotKey.h"
 
 #include <cctype>
 #include <string>
 
-namespace vexo::analysis {
+namespace vexo::media {
 namespace {
 
 std::string lowerTrimmed(std::string_view text) {
@@ -79,4 +79,4 @@ std::optional<std::string> camelotKeyFromTag(std::string_view tag) {
     return fromNoteName(text);
 }
 
-} // namespace vexo::analysis
+} // namespace vexo::media

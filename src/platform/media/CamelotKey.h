@@ -8,7 +8,7 @@
 // library tags: "1A" to "12A" are the minor keys, "1B" to "12B" the major ones, neighbouring
 // numbers a fifth apart, and a minor key shares its number with its relative major ("8A" A
 // minor, "8B" C major).
-namespace vexo::analysis {
+namespace vexo::media {
 
 // `pitchClass` 0 = C ... 11 = B (taken modulo 12).
 [[nodiscard]] std::string camelotKey(int pitchClass, bool minor);
@@ -19,4 +19,4 @@ namespace vexo::analysis {
 // "o" for off-key).
 [[nodiscard]] std::optional<std::string> camelotKeyFromTag(std::string_view tag);
 
-} // namespace vexo::analysis
+} // namespace vexo::media
