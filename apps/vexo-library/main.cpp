@@ -1,6 +1,9 @@
 // vexo-library: build and inspect the local media library that the watch and the phone share.
 //
-//   vexo-library scan DIR        index a music folder (again: only changed files are read)
+//   vexo-library scan DIR        index a music folder (again: only changed files are read), then
+//                                analyse the songs not analysed yet
+//   vexo-library analyze [PATH]  analyse tempo, beat grid, key and loudness of songs not analysed
+//                                yet (--force: all of them again)
 //   vexo-library playlists       every playlist: identifier, name, number of items
 //   vexo-library items PLAYLIST  the items of a playlist, by identifier or name, with tempo and key
 //   vexo-library item ID         everything the library knows of one item
@@ -12,6 +15,7 @@
 // Exit codes: 0 success, 1 failure (missing folder, no such item, unusable index, a demo folder
 // that is not ours or cannot be written), 2 wrong usage, 130 a scan or demo interrupted (what
 // it wrote is kept).
+#include "AnalysisCommand.h"
 #include "DemoLibraryWriter.h"
 
 #include "platform/log/Log.h"
@@ -21,6 +25,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cinttypes>
 #include <cmath>
@@ -45,6 +50,9 @@ struct Options {
     std::string group{MediaLibrary::kDefaultApplicationGroup};
     bool quiet = false;
     bool verbose = false;
+    // Analyse the songs after a scan.
+    bool analyse = true;
+    unsigned threads = 0;
 };
 
 int fail(const std::string& message, int code = kFailure) {
@@ -221,9 +229,12 @@ private:
 // Set by the first SIGINT or SIGTERM: the scan stops after the file it is reading and keeps
 // what it wrote. A second signal ends the program at once.
 volatile std::sig_atomic_t g_interrupted = 0;
+// The same for the analysis's worker threads (a lock-free atomic may be set in a handler).
+std::atomic<bool> g_analysisCancelled{false};
 
 extern "C" void interrupt(int signal) {
     g_interrupted = 1;
+    g_analysisCancelled = true;
     std::signal(signal, SIG_DFL);
 }
 
@@ -257,7 +268,30 @@ int scan(const Options& options, const std::filesystem::path& indexPath, const s
     if (!summary->problems.empty())
         std::cout << "skipped: " << summary->problems.size() << " (see above)\n";
     std::cout << "index: " << indexPath.string() << "\n";
-    return kSuccess;
+    if (!options.analyse)
+        return kSuccess;
+    analysis::LibraryAnalyzer::Options analysisOptions;
+    analysisOptions.only = {summary->folder};
+    analysisOptions.threads = options.threads;
+    analysisOptions.cancel = &g_analysisCancelled;
+    std::cout.flush();
+    return library::runAnalysis(indexPath, analysisOptions, options.quiet);
+}
+
+int analyze(const Options& options, const std::filesystem::path& indexPath,
+            const std::vector<std::string>& paths, bool force) {
+    std::signal(SIGINT, interrupt);
+    std::signal(SIGTERM, interrupt);
+    analysis::LibraryAnalyzer::Options analysisOptions;
+    analysisOptions.force = force;
+    analysisOptions.threads = options.threads;
+    analysisOptions.cancel = &g_analysisCancelled;
+    for (const auto& path : paths)
+        analysisOptions.only.emplace_back(path);
+    int code = kSuccess;
+    if (!openExisting(indexPath, code))
+        return code;
+    return library::runAnalysis(indexPath, analysisOptions, options.quiet);
 }
 
 // What the demo command made, as a table of songs and one of playlists.
@@ -358,6 +392,24 @@ int playlists(const std::filesystem::path& indexPath) {
     return kSuccess;
 }
 
+std::string fixed(double value, int decimals) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
+// "123.50  8A  -9.1 LUFS", "-" for a song not analysed, the reason for one without values.
+std::string analysedSummary(const MediaItem& item) {
+    const auto& analysis = item.analysis();
+    if (!analysis)
+        return "-";
+    if (!analysis->beatsPerMinute && !analysis->key && !analysis->loudnessLUFS)
+        return "(" + analysis->failure.value_or("nothing found") + ")";
+    return rightAligned(analysis->beatsPerMinute ? fixed(*analysis->beatsPerMinute, 2) : "-", 6) + "  " +
+           padded(analysis->key.value_or("-"), 3) + "  " +
+           rightAligned(analysis->loudnessLUFS ? fixed(*analysis->loudnessLUFS, 1) : "-", 5) + " LUFS";
+}
+
 int items(const std::filesystem::path& indexPath, const std::string& which) {
     int code = kSuccess;
     const auto library = openExisting(indexPath, code);
@@ -399,17 +451,39 @@ int items(const std::filesystem::path& indexPath, const std::string& which) {
     titleWidth = std::min<std::size_t>(titleWidth, 40);
     artistWidth = std::min<std::size_t>(artistWidth, 30);
     // An absent tempo or key shows as "-", so that every line has all its columns.
+    // BPM and KEY are the tags; ANALYSED the analyser's tempo, key and loudness.
     std::cout << padded("ID", 16) << "  " << padded("TITLE", titleWidth) << "  " << padded("ARTIST", artistWidth)
-              << "  DURATION  BPM  KEY\n";
+              << "  DURATION  BPM  " << padded("KEY", keyWidth) << "  ANALYSED\n";
     for (const auto& item : chosen->items()) {
         const std::string bpm = item.beatsPerMinute() > 0 ? std::to_string(item.beatsPerMinute()) : "-";
         const std::string key = item.initialKey().empty() ? "-" : item.initialKey();
         std::cout << padded(hex(item.persistentID()), 16) << "  " << padded(item.title(), titleWidth) << "  "
                   << padded(item.artist(), artistWidth) << "  " << rightAligned(duration(item.playbackDuration()), 8)
-                  << "  " << rightAligned(bpm, 3) << "  "
-                  << (item.assetURL() ? key : padded(key, keyWidth) + "  (missing)") << "\n";
+                  << "  " << rightAligned(bpm, 3) << "  " << padded(key, keyWidth) << "  " << analysedSummary(item)
+                  << (item.assetURL() ? "" : "  (missing)") << "\n";
     }
     return kSuccess;
+}
+
+// The analyser's values beside the tags', and the ones the phone plays by.
+std::string analysisLines(const MediaItem& item) {
+    std::string lines;
+    const auto& analysis = item.analysis();
+    if (!analysis)
+        return "analysis:    none yet (vexo-library analyze)\n";
+    lines += "analysed:    version " + std::to_string(analysis->version) +
+             (analysis->failure ? " (in part: " + *analysis->failure + ")" : "") + "\n";
+    lines += "  bpm:       " + (analysis->beatsPerMinute ? fixed(*analysis->beatsPerMinute, 2) : "none") + "\n";
+    lines += "  first beat:" + (analysis->firstBeatSeconds ? " " + fixed(*analysis->firstBeatSeconds, 3) + " s" : " none") +
+             "\n";
+    lines += "  key:       " + analysis->key.value_or("none") + " (Camelot)\n";
+    lines += "  loudness:  " + (analysis->loudnessLUFS ? fixed(*analysis->loudnessLUFS, 1) + " LUFS" : "none") + "\n";
+    lines += "  true peak: " + (analysis->truePeakDBTP ? fixed(*analysis->truePeakDBTP, 1) + " dBTP" : "none") + "\n";
+    const auto chosenBpm = item.chosenBeatsPerMinute(media::ValuePreference::Tags);
+    const auto chosenKey = item.chosenKey(media::ValuePreference::Tags);
+    lines += "played by:   " + (chosenBpm > 0 ? fixed(chosenBpm, 2) + " BPM" : std::string("no tempo")) + ", key " +
+             (chosenKey.empty() ? "none" : chosenKey) + " (tags first; vexo-phone --prefer analysis turns it round)\n";
+    return lines;
 }
 
 int item(const std::filesystem::path& indexPath, const std::string& text) {
@@ -447,6 +521,7 @@ int item(const std::filesystem::path& indexPath, const std::string& text) {
               << "bpm:         " << (found->beatsPerMinute() > 0 ? std::to_string(found->beatsPerMinute()) : "none")
               << "\n"
               << "key:         " << (found->initialKey().empty() ? "none" : found->initialKey()) << "\n"
+              << analysisLines(*found)
               << "asset URL:   " << found->assetURL().value_or("(missing: the file has gone)") << "\n"
               << "artwork:     " << (artwork ? std::to_string(artwork->size()) + " bytes" : "none") << "\n"
               << "playlists:   " << (inPlaylists.empty() ? "none" : inPlaylists) << "\n";
@@ -472,6 +547,17 @@ int main(int argc, char** argv) {
     auto* scanCommand = app.add_subcommand("scan", "index a music folder; a rescan reads only changed files");
     scanCommand->add_option("DIR", folder, "the music folder")->required();
     scanCommand->add_flag("-q,--quiet", options.quiet, "no progress line");
+    scanCommand->add_flag("!--no-analysis", options.analyse, "do not analyse the songs after the scan");
+    scanCommand->add_option("-j,--jobs", options.threads, "analysis threads (default: one per core)");
+
+    std::vector<std::string> analyzePaths;
+    bool force = false;
+    auto* analyzeCommand = app.add_subcommand(
+        "analyze", "analyse tempo, beat grid, key (Camelot) and loudness of the songs not analysed yet, or changed");
+    analyzeCommand->add_option("PATH", analyzePaths, "only songs that are, or lie in, these files or folders");
+    analyzeCommand->add_flag("-f,--force", force, "analyse again songs analysed already");
+    analyzeCommand->add_option("-j,--jobs", options.threads, "analysis threads (default: one per core)");
+    analyzeCommand->add_flag("-q,--quiet", options.quiet, "no progress on standard error");
 
     auto* playlistsCommand = app.add_subcommand("playlists", "list every playlist: identifier, name, item count");
 
@@ -490,6 +576,7 @@ int main(int argc, char** argv) {
                     " playlists) into DIR, then scan it; DIR must be new, empty, or made by this command before");
     demoCommand->add_option("DIR", demoFolder, "the folder to write (made when missing)")->required();
     demoCommand->add_flag("-q,--quiet", options.quiet, "no progress on standard error");
+    demoCommand->add_flag("!--no-analysis", options.analyse, "do not analyse the songs after the scan");
 
     try {
         app.parse(argc, argv);
@@ -504,6 +591,8 @@ int main(int argc, char** argv) {
 
     if (scanCommand->parsed())
         return scan(options, indexPath, folder);
+    if (analyzeCommand->parsed())
+        return analyze(options, indexPath, analyzePaths, force);
     if (playlistsCommand->parsed())
         return playlists(indexPath);
     if (itemsCommand->parsed())

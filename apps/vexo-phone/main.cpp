@@ -3,6 +3,7 @@
 //
 //   vexo-phone [--music DIR] [--library FILE] [--group ID] [--verbose]
 //              [--audio-device NAME|none] [--sample-rate HZ] [--buffer-frames N] [--record FILE]
+//              [--prefer tags|analysis] [--no-auto-gain] [--auto-gain-target LUFS] [--no-analysis]
 //   vexo-phone --list-audio-devices
 //   vexo-phone notify load N       post the "load a song on deck N" notification to the watch
 //   vexo-phone notify automix      post the "let automix carry on" notification to the watch
@@ -16,6 +17,7 @@
 // says so and the music plays on.
 #include "common/ServiceNotifier.h"
 #include "phone/Engine.h"
+#include "platform/analysis/LibraryAnalyzer.h"
 #include "phone/MediaLibraryCatalog.h"
 #include "phone/PhoneLink.h"
 #include "phone/SoundLink.h"
@@ -37,6 +39,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <iostream>
@@ -56,7 +59,37 @@ struct Options {
     bool verbose = false;
     audio::OutputOptions output;
     std::string record;
+    // Tempo and key from the tags first, or from the analysis first.
+    media::ValuePreference prefer = media::ValuePreference::Tags;
+    bool autoGain = true;
+    double autoGainTarget = phone::SoundLink::kDefaultAutoGainTargetLUFS;
+    // Analyse the new and changed songs after --music's scan.
+    bool analyse = true;
 };
+
+// Analyses what the scan found new or changed, a line of progress at every tenth on standard
+// error. Each song is stored as it is done, so an interrupted run keeps what it finished.
+void analyseScanned(const std::filesystem::path& indexPath, const std::filesystem::path& folder) {
+    analysis::LibraryAnalyzer::Options analysisOptions;
+    analysisOptions.only = {folder};
+    std::size_t lastTenth = 11;
+    std::string error;
+    const auto summary = analysis::LibraryAnalyzer::analyze(
+        indexPath, analysisOptions,
+        [&](const analysis::LibraryAnalyzer::Progress& progress) {
+            const std::size_t tenth = progress.songsDone * 10 / std::max<std::size_t>(1, progress.songsTotal);
+            if (tenth != lastTenth)
+                std::cerr << "vexo-phone: analysed " << progress.songsDone << " of " << progress.songsTotal
+                          << " songs\n";
+            lastTenth = tenth;
+        },
+        &error);
+    if (!summary)
+        std::cerr << "vexo-phone: cannot analyse the songs: " << error << " (they play with their tags' values)\n";
+    else if (summary->songs > 0)
+        std::cerr << "vexo-phone: analysed " << summary->songs << " songs, " << summary->complete
+                  << " with tempo and key\n";
+}
 
 int fail(const std::string& message, int code = kFailure) {
     std::cerr << "vexo-phone: " << message << "\n";
@@ -204,6 +237,8 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
             return fail("cannot scan " + options.music + ": " + error);
         std::cerr << "vexo-phone: scanned " << summary->audioFiles << " audio files and " << summary->playlistFiles
                   << " playlists in " << options.music << "\n";
+        if (options.analyse)
+            analyseScanned(indexPath, summary->folder);
     }
     std::string error;
     const std::shared_ptr<media::MediaLibrary> library = media::MediaLibrary::open(indexPath, &error);
@@ -223,12 +258,15 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
     const std::unique_ptr<Sound> sound = Sound::start(options, &error);
     if (!sound)
         return fail("cannot play: " + error);
+    if (options.autoGain)
+        sound->link().setAutoGainTarget(options.autoGainTarget);
     phone::Engine engine(
         loop, catalog, link,
         [&link](const ipc::LocalNotification& notification) { link.sendLocalNotification(notification); },
         &sound->link());
     const auto recordingWatch = runtime::Timer::scheduledTimer(loop, 1, runtime::Timer::Repeats::Yes,
                                                                [&sound](runtime::Timer&) { sound->reportRecording(); });
+    engine.setValuePreference(options.prefer);
     link.setEngine(&engine);
 
     library->beginGeneratingLibraryChangeNotifications(options.group);
@@ -284,6 +322,17 @@ int main(int argc, char** argv) {
     app.add_option("--buffer-frames", options.output.bufferFrames, "frames per output buffer (512: 10.7 ms at 48 kHz)")
         ->capture_default_str()
         ->check(CLI::Range(32, 8192));
+    std::string prefer = "tags";
+    app.add_option("--prefer", prefer,
+                   "where a song's tempo and key come from when both its tags and the analysis give one")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"tags", "analysis"}));
+    app.add_flag("!--no-auto-gain", options.autoGain, "play songs at their own level, not brought to a common loudness");
+    app.add_option("--auto-gain-target", options.autoGainTarget,
+                   "the loudness (LUFS) the auto-gain brings songs to (songs are boosted by at most 6 dB)")
+        ->capture_default_str()
+        ->check(CLI::Range(-40.0, 0.0));
+    app.add_flag("!--no-analysis", options.analyse, "do not analyse the songs --music finds new or changed");
     app.add_option("--record", options.record, "record the mix to this WAVE (.wav) or FLAC (.flac) file while playing");
 
     std::string kind;
@@ -302,6 +351,7 @@ int main(int argc, char** argv) {
     }
     if (options.verbose)
         log::setLevel(log::Level::Debug);
+    options.prefer = prefer == "analysis" ? media::ValuePreference::Analysis : media::ValuePreference::Tags;
 
     if (list)
         return listDevices();

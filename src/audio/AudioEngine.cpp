@@ -45,6 +45,7 @@ struct AudioEngine::Deck {
 
     DeckPlayer player;
     BeatGrid grid;
+    float gain = 1;
     // A deck waiting to start on the reference deck's next beat (playOnBeatOf), 0 for none.
     int startOnBeatOf = 0;
 
@@ -74,11 +75,12 @@ AudioEngine::Sequence AudioEngine::send(Command command) {
     return command.sequence;
 }
 
-AudioEngine::Sequence AudioEngine::load(int deck, std::shared_ptr<Track> track, BeatGrid grid) {
+AudioEngine::Sequence AudioEngine::load(int deck, std::shared_ptr<Track> track, BeatGrid grid, double gain) {
     std::shared_ptr<Track>& loaded = m_loaded.at(static_cast<std::size_t>(std::clamp(deck, 1, 2) - 1));
     Command command(CommandType::Load, deck);
     command.track = track.get();
     command.grid = grid;
+    command.value = gain;
     const Sequence sequence = send(command);
     // The audio thread reads the old track until it has applied this load and rendered once.
     if (loaded)
@@ -234,6 +236,7 @@ void AudioEngine::apply(const Command& command) noexcept {
         player.load(command.track);
         player.effects().reset();
         deck.grid = command.grid;
+        deck.gain = static_cast<float>(command.value);
         deck.startOnBeatOf = 0;
         if (deck.grid.isKnown())
             player.setBeatGrid(60.0 * m_sampleRate / deck.grid.beatsPerMinute, deck.grid.firstBeat * m_sampleRate);
@@ -403,6 +406,14 @@ void AudioEngine::renderBlock(float* out, std::size_t frames) noexcept {
     }
     m_decks[0]->player.render(first, frames);
     m_decks[1]->player.render(second, frames);
+    // A song is loaded stopped, so its gain never changes under the sound.
+    for (std::size_t index = 0; index < 2; ++index) {
+        const float gain = m_decks[index]->gain;
+        float* samples = index == 0 ? first : second;
+        if (gain != 1)
+            for (std::size_t i = 0; i < frames * audio::kChannels; ++i)
+                samples[i] *= gain;
+    }
     m_mixer->mix(first, second, out, frames, beats);
     if (m_recorder != nullptr)
         m_recorder->push(out, frames);

@@ -62,7 +62,9 @@ public:
 
     // Control side. Loads `track` (opened by the caller; may be null to empty the deck),
     // stopped at its start without a loop at rate 1; the engine keeps it until it is replaced.
-    Sequence load(int deck, std::shared_ptr<Track> track, BeatGrid grid);
+    // `gain` scales the deck's sound (linear amplitude; the auto-gain that brings songs to a
+    // common loudness).
+    Sequence load(int deck, std::shared_ptr<Track> track, BeatGrid grid, double gain = 1);
     // The track loaded on `deck` by the control side (what load() last gave).
     [[nodiscard]] const std::shared_ptr<Track>& track(int deck) const;
     Sequence play(int deck);

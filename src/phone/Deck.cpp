@@ -99,7 +99,7 @@ void Deck::setRate(double rate, double now) {
 std::int64_t Deck::effectiveBeatsPerMinute() const {
     if (!m_song || m_song->beatsPerMinute <= 0)
         return 0;
-    return static_cast<std::int64_t>(std::llround(static_cast<double>(m_song->beatsPerMinute) * m_rate));
+    return static_cast<std::int64_t>(std::llround(m_song->beatsPerMinute * m_rate));
 }
 
 void Deck::halveLoop(double now) {
@@ -132,7 +132,9 @@ bool Deck::toggleLooping(double now) {
     const double length = loopLengthSeconds();
     // Loops start on the grid, so that they hold whole beats of the music.
     const double step = std::min(length, 60 / tempoOf(*m_song));
-    const double onGrid = step > 0 ? std::floor(m_anchorPosition / step + 1e-9) * step : m_anchorPosition;
+    const double firstBeat = m_song->beatsPerMinute > 0 ? m_song->firstBeat : 0;
+    const double onGrid = step > 0 ? firstBeat + std::floor((m_anchorPosition - firstBeat) / step + 1e-9) * step
+                                   : m_anchorPosition;
     m_loopStart = std::clamp(onGrid, 0.0, std::max(0.0, m_song->duration - length));
     m_anchorPosition = std::max(m_anchorPosition, m_loopStart);
     m_looping = length > 0;
@@ -179,7 +181,7 @@ void Deck::settle(double now) {
 }
 
 double Deck::tempoOf(const Song& song) {
-    return song.beatsPerMinute > 0 ? static_cast<double>(song.beatsPerMinute) : kFallbackBeatsPerMinute;
+    return song.beatsPerMinute > 0 ? song.beatsPerMinute : kFallbackBeatsPerMinute;
 }
 
 double Deck::loopLengthSeconds() const {

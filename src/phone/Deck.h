@@ -41,9 +41,17 @@ public:
         media::MediaItem item;
         // Seconds; never negative.
         double duration = 0;
-        // From the tags; 0 and "" when absent.
-        std::int64_t beatsPerMinute = 0;
+        // Chosen from the tags and the analysis (media::MediaItem::chosenBeatsPerMinute and
+        // chosenKey); 0 and "" when neither gives one. The key is in Camelot notation when it
+        // names one.
+        double beatsPerMinute = 0;
         std::string key;
+        // Where the beat grid starts, in song seconds (the grid: a beat every 60 /
+        // beatsPerMinute seconds from here, also before it).
+        double firstBeat = 0;
+        // Integrated loudness of the song; nothing when it was not measured.
+        std::optional<double> loudnessLUFS = std::nullopt;
+        std::optional<double> truePeakDBTP = std::nullopt;
     };
 
     explicit Deck(std::int64_t number) : m_number(number) {}

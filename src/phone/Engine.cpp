@@ -50,8 +50,18 @@ std::string identifierOf(std::string_view base, std::int64_t deck) {
     return std::string(base) + std::to_string(deck);
 }
 
-Deck::Song songFor(const media::MediaItem& item) {
-    return Deck::Song{item, item.playbackDuration(), item.beatsPerMinute(), item.initialKey()};
+Deck::Song songFor(const media::MediaItem& item, media::ValuePreference preference) {
+    Deck::Song song;
+    song.item = item;
+    song.duration = item.playbackDuration();
+    song.beatsPerMinute = item.chosenBeatsPerMinute(preference);
+    song.key = item.chosenKey(preference);
+    song.firstBeat = item.chosenFirstBeatSeconds(preference);
+    if (item.analysis()) {
+        song.loudnessLUFS = item.analysis()->loudnessLUFS;
+        song.truePeakDBTP = item.analysis()->truePeakDBTP;
+    }
+    return song;
 }
 
 } // namespace
@@ -289,7 +299,7 @@ void Engine::loadItem(std::int64_t deck, const plist::Value& params) {
 }
 
 bool Engine::load(std::int64_t deck, const media::MediaItem& item) {
-    Deck::Song song = songFor(item);
+    Deck::Song song = songFor(item, m_valuePreference);
     std::string& loadError = m_loadErrors.at(static_cast<std::size_t>(deck - 1));
     std::shared_ptr<sound::Track> track;
     if (m_sound) {
@@ -474,7 +484,7 @@ void Engine::applySync() {
         const Deck& other = this->deck(3 - deck.number());
         if (m_syncMaster && deck.number() != *m_syncMaster && deck.song() && other.song() &&
             deck.song()->beatsPerMinute > 0 && other.song()->beatsPerMinute > 0)
-            rate = static_cast<double>(other.song()->beatsPerMinute) / static_cast<double>(deck.song()->beatsPerMinute);
+            rate = other.song()->beatsPerMinute / deck.song()->beatsPerMinute;
         if (rate != deck.rate()) {
             deck.setRate(rate, time);
             markDeckChanged(deck.number());

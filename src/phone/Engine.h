@@ -75,6 +75,10 @@ public:
     // mixer's) and the first page of the library list, replacing what an earlier run left.
     void start();
 
+    // Whether songs loaded from now on take their tempo and key from the tags first (the
+    // default) or from the analysis first.
+    void setValuePreference(media::ValuePreference preference) { m_valuePreference = preference; }
+
     // A dictionary handed over by the watch: {"identifier": "turntableAction" or
     // "mixerAction", "contents": {...}}. Any other dictionary (the empty one that wakes us
     // for a library action among them) is not an action and returns false.
@@ -148,6 +152,7 @@ private:
     SoundLink* m_sound;
     // Why the last load on each deck failed; empty once one succeeds.
     std::array<std::string, 2> m_loadErrors;
+    media::ValuePreference m_valuePreference = media::ValuePreference::Tags;
     std::array<Deck, 2> m_decks{Deck(1), Deck(2)};
     Mixer m_mixer;
     LibraryBrowser m_browser;

@@ -1,5 +1,6 @@
 #include "phone/SoundLink.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "audio/Track.h"
@@ -24,14 +25,27 @@ std::shared_ptr<sound::Track> SoundLink::open(const Deck::Song& song, std::strin
     return sound::Track::open(*path, m_engine.sampleRate(), error);
 }
 
+double SoundLink::autoGainOf(const Deck::Song& song) const {
+    if (!m_autoGainTarget || !song.loudnessLUFS)
+        return 1;
+    double decibels = std::clamp(*m_autoGainTarget - *song.loudnessLUFS, kLeastAutoGainDB, kMostAutoGainDB);
+    // A boost stops where the song's true peak would pass full scale; cuts are always whole.
+    if (decibels > 0 && song.truePeakDBTP)
+        decibels = std::max(0.0, std::min(decibels, -*song.truePeakDBTP));
+    return std::pow(10.0, decibels / 20);
+}
+
 double SoundLink::durationOf(const sound::Track& track) const {
     return static_cast<double>(track.frameCount()) / m_engine.sampleRate();
 }
 
 void SoundLink::load(const Deck& deck, std::shared_ptr<sound::Track> track) {
     Sent& sent = sentFor(deck);
-    const double tempo = deck.song() ? static_cast<double>(deck.song()->beatsPerMinute) : 0;
-    sent.last = m_engine.load(static_cast<int>(deck.number()), std::move(track), sound::BeatGrid{tempo, 0});
+    const double tempo = deck.song() ? deck.song()->beatsPerMinute : 0;
+    const double firstBeat = deck.song() ? deck.song()->firstBeat : 0;
+    const double gain = deck.song() ? autoGainOf(*deck.song()) : 1;
+    sent.last =
+        m_engine.load(static_cast<int>(deck.number()), std::move(track), sound::BeatGrid{tempo, firstBeat}, gain);
     // The player starts a song stopped at its start, without a loop, at rate 1; the effects
     // stay as they were.
     sent.loads = deck.loadCount();

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "audio/AudioEngine.h"
@@ -30,6 +31,18 @@ public:
 
     [[nodiscard]] sound::AudioEngine& audioEngine() { return m_engine; }
 
+    // Auto-gain: songs loaded from now on play scaled so that their measured loudness meets
+    // `targetLUFS` (cut as far as needed, boosted by at most 6 dB and never past their true
+    // peak; unmeasured songs as they are). Nothing switches it off. Off at first.
+    // ReplayGain 2.0's reference loudness: most mastered music is louder, so most songs are cut
+    // and the limiter rarely has to work.
+    static constexpr double kDefaultAutoGainTargetLUFS = -18;
+    static constexpr double kLeastAutoGainDB = -24;
+    static constexpr double kMostAutoGainDB = 6;
+    void setAutoGainTarget(std::optional<double> targetLUFS) { m_autoGainTarget = targetLUFS; }
+    // The linear gain a song loaded now plays at.
+    [[nodiscard]] double autoGainOf(const Deck::Song& song) const;
+
     // Opens the file of `song` to play. Nothing, with `*error` set to why (the file is gone,
     // is no audio, cannot be decoded), when it cannot play.
     [[nodiscard]] std::shared_ptr<sound::Track> open(const Deck::Song& song, std::string* error) const;
@@ -56,6 +69,7 @@ public:
     void collect() { m_engine.collect(); }
 
 private:
+    std::optional<double> m_autoGainTarget;
     struct Sent {
         std::uint64_t loads = 0;
         std::uint64_t jumps = 0;

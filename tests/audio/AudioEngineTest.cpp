@@ -77,6 +77,20 @@ TEST_F(AudioEngineTest, VolumeScalesTheMixUnderTheLimiter) {
     }
 }
 
+TEST_F(AudioEngineTest, ASongsGainScalesOnlyItsDeck) {
+    m_engine.setCrossfader(0.5);
+    const auto [before1, before2] = toneLevels();
+    std::string error;
+    std::shared_ptr<Track> track = Track::open(m_folder.path() / "tone1.wav", kRate, &error);
+    ASSERT_TRUE(track) << error;
+    m_engine.load(1, track, BeatGrid{120, 0}, 0.25);
+    m_engine.play(1);
+    (void)m_renderer.renderSeconds(0.05);
+    const auto [after1, after2] = toneLevels();
+    EXPECT_NEAR(after1, 0.25 * before1, 0.005);
+    EXPECT_NEAR(after2, before2, 0.005);
+}
+
 TEST_F(AudioEngineTest, TransitionsReachTheirTargetAtTheirDuration) {
     struct Row {
         TransitionKind kind;

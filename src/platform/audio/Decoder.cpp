@@ -212,7 +212,7 @@ std::unique_ptr<Decoder> Decoder::open(const std::filesystem::path& path, int sa
         return fail("no such file: " + path.string());
     if (std::filesystem::is_directory(path, code))
         return fail(path.string() + " is a folder, not a song");
-    if (sampleRate <= 0)
+    if (sampleRate < 0)
         return fail("no sample rate to decode to");
 
     auto state = std::make_unique<State>();
@@ -236,6 +236,11 @@ std::unique_ptr<Decoder> Decoder::open(const std::filesystem::path& path, int sa
     if (avcodec_parameters_to_context(state->codec, state->format->streams[state->stream]->codecpar) < 0 ||
         avcodec_open2(state->codec, decoder, nullptr) < 0)
         return fail("cannot decode the audio in " + path.string());
+    if (sampleRate == kSourceSampleRate) {
+        if (state->codec->sample_rate <= 0)
+            return fail("no sample rate in " + path.string());
+        state->sampleRate = state->codec->sample_rate;
+    }
     // Only the audio stream is read; cover art and other streams are skipped by the demuxer.
     for (unsigned index = 0; index < state->format->nb_streams; ++index)
         if (static_cast<int>(index) != state->stream)

@@ -17,6 +17,9 @@ namespace vexo::audio {
 
 class Decoder {
 public:
+    // Passed as the sample rate to open(): decode at the file's own rate, not resampled.
+    static constexpr int kSourceSampleRate = 0;
+
     // Opens `path` and decodes its first frames to make sure it plays. Returns nothing and
     // sets `*error` (when given) to one sentence a user understands: the file is missing or
     // unreadable, is not an audio file, has no audio stream, or cannot be decoded.

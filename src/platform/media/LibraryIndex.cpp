@@ -43,6 +43,18 @@ CREATE TABLE playlist_entries (
     path TEXT NOT NULL,
     PRIMARY KEY (playlist_id, position)
 ) WITHOUT ROWID;
+CREATE TABLE analysis (
+    item_id INTEGER PRIMARY KEY,
+    version INTEGER NOT NULL,
+    modified_ns INTEGER NOT NULL,
+    size INTEGER NOT NULL,
+    bpm REAL,
+    first_beat REAL,
+    musical_key TEXT,
+    loudness REAL,
+    true_peak REAL,
+    failure TEXT
+);
 )sql";
 
 // From version 1: the tempo and key columns. Version 1 never read those tags, so every item
@@ -52,6 +64,22 @@ constexpr std::string_view kUpgradeFrom1 = R"sql(
 ALTER TABLE items ADD COLUMN bpm INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE items ADD COLUMN initial_key TEXT NOT NULL DEFAULT '';
 UPDATE items SET modified_ns = -1;
+)sql";
+
+// From version 2: the analysis table; items and playlists stay as they are.
+constexpr std::string_view kUpgradeFrom2 = R"sql(
+CREATE TABLE analysis (
+    item_id INTEGER PRIMARY KEY,
+    version INTEGER NOT NULL,
+    modified_ns INTEGER NOT NULL,
+    size INTEGER NOT NULL,
+    bpm REAL,
+    first_beat REAL,
+    musical_key TEXT,
+    loudness REAL,
+    true_peak REAL,
+    failure TEXT
+);
 )sql";
 
 bool fail(std::string* error, std::string message) {
@@ -104,8 +132,11 @@ bool upgradeSchema(SqliteDatabase& database, const std::filesystem::path& path, 
     const auto version = pragmaValue(database, "user_version");
     bool ok = version.has_value();
     if (ok && *version == 1)
-        ok = database.execute(kUpgradeFrom1) &&
-             database.execute("PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion));
+        ok = database.execute(kUpgradeFrom1);
+    if (ok && *version <= 2)
+        ok = database.execute(kUpgradeFrom2);
+    if (ok && *version < LibraryIndex::kSchemaVersion)
+        ok = database.execute("PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion));
     if (!ok) {
         const std::string message = database.errorMessage();
         database.execute("ROLLBACK");
@@ -113,8 +144,12 @@ bool upgradeSchema(SqliteDatabase& database, const std::filesystem::path& path, 
     }
     if (!database.execute("COMMIT"))
         return fail(error, path.string() + ": cannot upgrade the index: " + database.errorMessage());
-    log::info(kLogComponent, path.string() + ": index upgraded to version " +
-                                 std::to_string(LibraryIndex::kSchemaVersion) + "; the next scan reads every file again");
+    if (version == 1)
+        log::info(kLogComponent, path.string() + ": index upgraded to version " +
+                                     std::to_string(LibraryIndex::kSchemaVersion) + "; the next scan reads every file again");
+    else if (version < LibraryIndex::kSchemaVersion)
+        log::info(kLogComponent, path.string() + ": index upgraded to version " +
+                                     std::to_string(LibraryIndex::kSchemaVersion) + "; songs are analysed on the next scan");
     return true;
 }
 

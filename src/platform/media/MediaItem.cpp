@@ -1,5 +1,8 @@
 #include "platform/media/MediaItem.h"
 
+#include <cmath>
+
+#include "platform/media/CamelotKey.h"
 #include "platform/media/MediaLibrary.h"
 
 namespace vexo::media {
@@ -45,13 +48,40 @@ plist::Value MediaItem::valueForProperty(std::string_view property) const {
     return {};
 }
 
+double MediaItem::chosenBeatsPerMinute(ValuePreference preference) const {
+    const double tagged = static_cast<double>(m_properties.beatsPerMinute);
+    const double analysed = m_properties.analysis ? m_properties.analysis->beatsPerMinute.value_or(0) : 0;
+    if (preference == ValuePreference::Analysis)
+        return analysed > 0 ? analysed : tagged;
+    return tagged > 0 ? tagged : analysed;
+}
+
+std::string MediaItem::chosenKey(ValuePreference preference) const {
+    std::string tagged = m_properties.initialKey;
+    if (auto camelot = camelotKeyFromTag(tagged))
+        tagged = std::move(*camelot);
+    std::string analysed = m_properties.analysis ? m_properties.analysis->key.value_or("") : "";
+    if (preference == ValuePreference::Analysis)
+        return !analysed.empty() ? analysed : tagged;
+    return !tagged.empty() ? tagged : analysed;
+}
+
+double MediaItem::chosenFirstBeatSeconds(ValuePreference preference) const {
+    if (!m_properties.analysis || !m_properties.analysis->beatsPerMinute || !m_properties.analysis->firstBeatSeconds)
+        return 0;
+    const double analysed = *m_properties.analysis->beatsPerMinute;
+    const double chosen = chosenBeatsPerMinute(preference);
+    // A tag that rounds the analysed tempo keeps the analysed grid's place.
+    return std::abs(chosen - analysed) <= 0.01 * analysed ? *m_properties.analysis->firstBeatSeconds : 0;
+}
+
 bool operator==(const MediaItem& a, const MediaItem& b) {
     const auto& x = a.m_properties;
     const auto& y = b.m_properties;
     return x.persistentID == y.persistentID && x.title == y.title && x.artist == y.artist &&
            x.albumTitle == y.albumTitle && x.playbackDuration == y.playbackDuration &&
            x.mediaType == y.mediaType && x.assetURL == y.assetURL && x.beatsPerMinute == y.beatsPerMinute &&
-           x.initialKey == y.initialKey && a.m_hasArtwork == b.m_hasArtwork;
+           x.initialKey == y.initialKey && x.analysis == y.analysis && a.m_hasArtwork == b.m_hasArtwork;
 }
 
 } // namespace vexo::media

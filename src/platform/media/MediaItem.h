@@ -17,6 +17,27 @@ namespace vexo::media {
 
 class MediaLibrary;
 
+// What the analyser found in an item's file (see platform/analysis). A value is absent where
+// it found none; `failure` says why it found less than everything.
+struct ItemAnalysis {
+    // The analyser's version; a newer analyser analyses the item again.
+    int version = 0;
+    // Beats per minute to 0.01, and where the first beat of its constant-tempo grid lies.
+    std::optional<double> beatsPerMinute;
+    std::optional<double> firstBeatSeconds;
+    // Camelot notation ("8A").
+    std::optional<std::string> key;
+    // Integrated loudness (EBU R128) and true peak.
+    std::optional<double> loudnessLUFS;
+    std::optional<double> truePeakDBTP;
+    std::optional<std::string> failure;
+
+    friend bool operator==(const ItemAnalysis&, const ItemAnalysis&) = default;
+};
+
+// Which of a song's tempo and key to use where both its tags and the analysis give one.
+enum class ValuePreference { Tags, Analysis };
+
 class MediaItem {
 public:
     // Names accepted by valueForProperty(), those of the host platform.
@@ -45,6 +66,8 @@ public:
         std::int64_t beatsPerMinute = 0;
         // The musical key as tagged ("Am", "8A"); empty when the file has none.
         std::string initialKey;
+        // Nothing until the song has been analysed.
+        std::optional<ItemAnalysis> analysis;
     };
 
     // An empty item: identifier 0, empty texts, no URL, no picture.
@@ -73,6 +96,21 @@ public:
     // The initial-key tag as written (ID3v2 TKEY, Xiph INITIALKEY or KEY, MP4's initialkey
     // atom, ...); empty when the file has none.
     [[nodiscard]] const std::string& initialKey() const { return m_properties.initialKey; }
+    // What the analyser found; nothing before the song was analysed.
+    [[nodiscard]] const std::optional<ItemAnalysis>& analysis() const { return m_properties.analysis; }
+
+    // The tempo to show and play by: the tag's when the file has one, else the analysis's (the
+    // other way round when `preference` is Analysis); 0 when neither gives one.
+    [[nodiscard]] double chosenBeatsPerMinute(ValuePreference preference) const;
+    // The key to show, in Camelot notation ("8A") whichever gave it: the tag's when it names a
+    // key (converted from "Am", "A minor", Open Key ...), else the analysis's (the other way
+    // round when `preference` is Analysis). A tag that names no key this program knows is
+    // given as written; empty when neither gives one.
+    [[nodiscard]] std::string chosenKey(ValuePreference preference) const;
+    // The first beat of the grid to play by: the analysis's when the chosen tempo is the
+    // analysis's or agrees with it within 1 %, else 0 (a grid from the start at the tagged
+    // tempo).
+    [[nodiscard]] double chosenFirstBeatSeconds(ValuePreference preference) const;
 
     // The file's URL (file://, percent-encoded). Nothing when the file has gone since the
     // last scan: the item cannot be played, and screens show it grey.

@@ -27,7 +27,10 @@ constexpr std::string_view kLogComponent = "media";
 // The columns that make a MediaItem, in the order itemFromRow() reads them from `first` on.
 constexpr std::string_view kItemColumns =
     "i.persistent_id, i.path, i.present, i.title, i.artist, i.album, i.duration, i.media_type, "
-    "i.has_artwork, i.bpm, i.initial_key";
+    "i.has_artwork, i.bpm, i.initial_key, a.version, a.bpm, a.first_beat, a.musical_key, a.loudness, a.true_peak, "
+    "a.failure";
+// Every query of items joins what the analyser found, when it did.
+constexpr std::string_view kAnalysisJoin = " LEFT JOIN analysis a ON a.item_id = i.persistent_id";
 
 std::optional<std::string> environmentValue(const char* name) {
     const char* value = std::getenv(name);
@@ -57,6 +60,23 @@ MediaItem itemFromRow(const SqliteStatement& row, int first, const std::weak_ptr
     properties.mediaType = static_cast<MediaType>(row.integer(first + 7));
     properties.beatsPerMinute = row.integer(first + 9);
     properties.initialKey = row.text(first + 10);
+    if (!row.isNull(first + 11)) {
+        ItemAnalysis analysis;
+        analysis.version = static_cast<int>(row.integer(first + 11));
+        if (!row.isNull(first + 12))
+            analysis.beatsPerMinute = row.real(first + 12);
+        if (!row.isNull(first + 13))
+            analysis.firstBeatSeconds = row.real(first + 13);
+        if (!row.isNull(first + 14))
+            analysis.key = row.text(first + 14);
+        if (!row.isNull(first + 15))
+            analysis.loudnessLUFS = row.real(first + 15);
+        if (!row.isNull(first + 16))
+            analysis.truePeakDBTP = row.real(first + 16);
+        if (!row.isNull(first + 17))
+            analysis.failure = row.text(first + 17);
+        properties.analysis = std::move(analysis);
+    }
     return MediaItem(std::move(properties), library, row.integer(first + 8) != 0);
 }
 
@@ -96,7 +116,7 @@ MediaLibrary::~MediaLibrary() {
 std::vector<MediaItem> MediaLibrary::itemsWithPersistentID(PersistentID persistentID) const {
     const std::lock_guard lock(m_mutex);
     auto statement = m_database->prepare("SELECT " + std::string(kItemColumns) +
-                                         " FROM items i WHERE i.persistent_id = ?1");
+                                         " FROM items i" + std::string(kAnalysisJoin) + " WHERE i.persistent_id = ?1");
     statement.bind(1, LibraryIndex::stored(persistentID));
     std::vector<MediaItem> items;
     SqliteStatement::Step step;
@@ -111,7 +131,7 @@ std::vector<MediaItem> MediaLibrary::items() const {
     const std::lock_guard lock(m_mutex);
     auto statement = m_database->prepare(
         "SELECT " + std::string(kItemColumns) +
-        " FROM items i ORDER BY i.title COLLATE NOCASE, i.title, i.persistent_id < 0, i.persistent_id");
+        " FROM items i" + std::string(kAnalysisJoin) + " ORDER BY i.title COLLATE NOCASE, i.title, i.persistent_id < 0, i.persistent_id");
     std::vector<MediaItem> items;
     SqliteStatement::Step step;
     while ((step = statement.step()) == SqliteStatement::Step::Row)
@@ -151,7 +171,7 @@ std::vector<MediaPlaylist> MediaLibrary::playlists(MediaType filter, EmptyPlayli
         // In the entries' own key order (playlist, position): no sort needed.
         auto statement = m_database->prepare(
             "SELECT e.playlist_id, " + std::string(kItemColumns) +
-            " FROM playlist_entries e JOIN items i ON i.path = e.path"
+            " FROM playlist_entries e JOIN items i ON i.path = e.path" + std::string(kAnalysisJoin) +
             " WHERE (i.media_type & ?1) != 0 ORDER BY e.playlist_id, e.position");
         statement.bind(1, static_cast<std::int64_t>(filter));
         const auto library = weak_from_this();

@@ -1,0 +1,218 @@
+#include "platform/analysis/TrackAnalyzer.h"
+
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/analysis/AnalysisCorpus.h"
+#include "platform/audio/AudioFixture.h"
+#include "support/TemporaryDirectory.h"
+
+namespace vexo::analysis {
+namespace {
+
+using testing::BeatSpec;
+using testing::KeySpec;
+using testing::Rhythm;
+
+constexpr double kTempoTolerance = 0.5;
+constexpr double kFirstBeatTolerance = 0.020;
+constexpr double kLoudnessTolerance = 0.5;
+
+TEST(TrackAnalyzerTest, TempoAndFirstBeatOfDrumsAndClicks) {
+    struct Row {
+        double bpm;
+        Rhythm rhythm;
+        double swing;
+        double firstBeat;
+        bool chords;
+    };
+    using enum Rhythm;
+    const Row rows[] = {
+        {70, Backbeat, 0.5, 0, false},         {75, Clicks, 0.5, 0, false},
+        {80, FourOnTheFloor, 0.5, 0.4, true},  {87, Backbeat, 0.5, 0, false},
+        {87, Clicks, 2.0 / 3, 1.1, false},     {90, Backbeat, 2.0 / 3, 0, true},
+        {95, FourOnTheFloor, 2.0 / 3, 0, false}, {100, Clicks, 0.5, 2.5, false},
+        {105, Backbeat, 0.5, 0.05, false},     {110, FourOnTheFloor, 0.5, 0, true},
+        {118, Breakbeat, 0.5, 0, false},       {120, FourOnTheFloor, 0.5, 0, false},
+        {123.5, FourOnTheFloor, 0.5, 0.77, false}, {123.5, Backbeat, 2.0 / 3, 0, true},
+        {126, Clicks, 2.0 / 3, 0, false},      {128, FourOnTheFloor, 2.0 / 3, 3.3, false},
+        {132, Backbeat, 0.5, 0, false},        {140, Breakbeat, 0.5, 0.2, false},
+        {145, FourOnTheFloor, 0.5, 0, true},   {150, Clicks, 0.5, 0, false},
+        {160, Backbeat, 2.0 / 3, 0, false},    {170, Breakbeat, 0.5, 0, true},
+        {174, Breakbeat, 0.5, 0.6, false},     {174, FourOnTheFloor, 0.5, 0, false},
+        {180, Clicks, 0.5, 0, false},          {180, Backbeat, 0.5, 1.0, false},
+    };
+    for (const Row& row : rows) {
+        BeatSpec spec;
+        spec.beatsPerMinute = row.bpm;
+        spec.rhythm = row.rhythm;
+        spec.swing = row.swing;
+        spec.firstBeatSeconds = row.firstBeat;
+        spec.withChords = row.chords;
+        const std::vector<float> frames = testing::beatSong(spec);
+        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
+        SCOPED_TRACE(testing::rhythmName(row.rhythm) + " at " + std::to_string(row.bpm) + " BPM, swing " +
+                     std::to_string(row.swing) + ", first beat " + std::to_string(row.firstBeat));
+        ASSERT_TRUE(result.beatsPerMinute.has_value());
+        EXPECT_NEAR(*result.beatsPerMinute, row.bpm, kTempoTolerance);
+        ASSERT_TRUE(result.firstBeatSeconds.has_value());
+        EXPECT_NEAR(*result.firstBeatSeconds, row.firstBeat, kFirstBeatTolerance);
+    }
+}
+
+TEST(TrackAnalyzerTest, KeyOfChordsAndMelodiesInCamelotNotation) {
+    struct Row {
+        int pitchClass;
+        bool minor;
+        bool melody;
+        const char* expected;
+    };
+    std::vector<Row> rows = {
+        {0, false, false, "8B"},  {1, false, false, "3B"},  {2, false, false, "10B"}, {3, false, false, "5B"},
+        {4, false, false, "12B"}, {5, false, false, "7B"},  {6, false, false, "2B"},  {7, false, false, "9B"},
+        {8, false, false, "4B"},  {9, false, false, "11B"}, {10, false, false, "6B"}, {11, false, false, "1B"},
+        {0, true, false, "5A"},   {1, true, false, "12A"},  {2, true, false, "7A"},   {3, true, false, "2A"},
+        {4, true, false, "9A"},   {5, true, false, "4A"},   {6, true, false, "11A"},  {7, true, false, "6A"},
+        {8, true, false, "1A"},   {9, true, false, "8A"},   {10, true, false, "3A"},  {11, true, false, "10A"},
+        {0, false, true, "8B"},   {7, false, true, "9B"},   {10, false, true, "6B"},
+        {9, true, true, "8A"},    {4, true, true, "9A"},    {1, true, true, "12A"},
+    };
+    // Chords in all 24 keys must be right; melodies alone sometimes read as their parallel key
+    // (G major as G minor), so of all songs 90 % must be.
+    int right = 0;
+    for (const Row& row : rows) {
+        KeySpec spec;
+        spec.pitchClass = row.pitchClass;
+        spec.minor = row.minor;
+        spec.melody = row.melody;
+        const std::vector<float> frames = testing::keySong(spec);
+        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
+        const std::string found = result.key.value_or("none");
+        right += found == row.expected ? 1 : 0;
+        if (!row.melody) {
+            EXPECT_EQ(found, row.expected) << "chords in " << row.pitchClass << (row.minor ? " minor" : " major");
+        }
+    }
+    EXPECT_GE(right * 10, static_cast<int>(rows.size()) * 9) << right << " of " << rows.size() << " keys right";
+}
+
+TEST(TrackAnalyzerTest, LoudnessAndTruePeakOfTonesAtKnownLevels) {
+    struct Row {
+        double frequency;
+        double peak;
+        double phase;
+        double expectedLUFS;
+        double expectedDBTP;
+    };
+    // A stereo sine of peak A at 997 Hz measures 20 log10 A LUFS (BS.1770's 1 kHz reference,
+    // counted on both channels). At a quarter of the sample rate and 45 degrees off, every
+    // sample misses the crest by 3 dB: only an oversampled meter finds the true peak.
+    const Row rows[] = {
+        {997, 1.0, 0, 0.0, 0.0},
+        {997, 0.5, 0, -6.02, -6.02},
+        {997, 0.1, 0, -20.0, -20.0},
+        {997, 0.01, 0, -40.0, -40.0},
+        {22050 / 4.0, 0.5, 3.14159265 / 4, NAN, -6.02},
+    };
+    for (const Row& row : rows) {
+        const std::vector<float> frames = testing::toneSong(row.frequency, row.peak, 8, 22050, row.phase);
+        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, 22050);
+        SCOPED_TRACE(std::to_string(row.frequency) + " Hz at " + std::to_string(row.peak));
+        ASSERT_TRUE(result.loudnessLUFS.has_value());
+        if (!std::isnan(row.expectedLUFS)) {
+            EXPECT_NEAR(*result.loudnessLUFS, row.expectedLUFS, 0.1);
+        }
+        ASSERT_TRUE(result.truePeakDBTP.has_value());
+        EXPECT_NEAR(*result.truePeakDBTP, row.expectedDBTP, kLoudnessTolerance);
+    }
+}
+
+// A WAVE file of `seconds` of 8 kHz 8-bit mono: one second of sound, then a hole in the file
+// (no disk used) that reads as zeros.
+void writeOverlongWave(const std::filesystem::path& path, double seconds) {
+    const auto announced = static_cast<std::uint32_t>(seconds * 8000);
+    std::ofstream out(path, std::ios::binary);
+    const auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
+    const auto u16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
+    out.write("RIFF", 4);
+    u32(36 + announced);
+    out.write("WAVEfmt ", 8);
+    u32(16);
+    u16(1);
+    u16(1);
+    u32(8000);
+    u32(8000);
+    u16(1);
+    u16(8);
+    out.write("data", 4);
+    u32(announced);
+    const std::string second(8000, '\x90');
+    out.write(second.data(), static_cast<std::streamsize>(second.size()));
+    out.close();
+    std::filesystem::resize_file(path, 44 + announced);
+}
+
+TEST(TrackAnalyzerTest, BadInputGetsNoTempoOrKeyAndAReason) {
+    vexo::testing::TemporaryDirectory folder;
+    const auto path = [&](const char* name) { return folder.path() / name; };
+    {
+        std::ofstream(path("notes.mp3")) << "not audio at all";
+    }
+    audio::testing::ToneSpec silence;
+    silence.frequency = 0;
+    silence.seconds = 8;
+    ASSERT_TRUE(audio::testing::writeToneFile(path("silence.wav"), silence));
+    audio::testing::ToneSpec shortClicks;
+    shortClicks.seconds = 3;
+    shortClicks.clicksPerMinute = 120;
+    ASSERT_TRUE(audio::testing::writeToneFile(path("short.wav"), shortClicks));
+    writeOverlongWave(path("long.wav"), 2 * 3600 + 60);
+
+    struct Row {
+        const char* name;
+        const char* reasonStart;
+        bool loudness;
+    };
+    const Row rows[] = {
+        {"missing.flac", "no such file", false},
+        {"notes.mp3", "not an audio file", false},
+        {"silence.wav", "silent", false},
+        {"short.wav", "shorter than 5 s", true},
+        {"long.wav", "longer than 2 h", false},
+    };
+    for (const Row& row : rows) {
+        const TrackAnalysis result = TrackAnalyzer::analyzeFile(path(row.name));
+        SCOPED_TRACE(row.name);
+        EXPECT_FALSE(result.beatsPerMinute.has_value());
+        EXPECT_FALSE(result.firstBeatSeconds.has_value());
+        EXPECT_FALSE(result.key.has_value());
+        EXPECT_EQ(result.failure.rfind(row.reasonStart, 0), 0u) << result.failure;
+        EXPECT_EQ(result.loudnessLUFS.has_value(), row.loudness);
+    }
+}
+
+TEST(TrackAnalyzerTest, FileAtTheDecodersRateGivesWhatItsFramesGive) {
+    vexo::testing::TemporaryDirectory folder;
+    audio::testing::ToneSpec clicks;
+    clicks.sampleRate = 44100;
+    clicks.seconds = 12;
+    clicks.clicksPerMinute = 100;
+    clicks.amplitude = 0.5;
+    ASSERT_TRUE(audio::testing::writeToneFile(folder.path() / "clicks.flac", clicks));
+    const TrackAnalysis result = TrackAnalyzer::analyzeFile(folder.path() / "clicks.flac");
+    EXPECT_TRUE(result.failure.empty() || result.failure == "no key found") << result.failure;
+    ASSERT_TRUE(result.beatsPerMinute.has_value());
+    EXPECT_NEAR(*result.beatsPerMinute, 100, kTempoTolerance);
+    ASSERT_TRUE(result.firstBeatSeconds.has_value());
+    EXPECT_NEAR(*result.firstBeatSeconds, 0, kFirstBeatTolerance);
+    EXPECT_NEAR(result.durationSeconds, 12, 0.05);
+}
+
+} // namespace
+} // namespace vexo::analysis
