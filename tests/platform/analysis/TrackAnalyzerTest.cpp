@@ -55,6 +55,7 @@ TEST(TrackAnalyzerTest, TempoAndFirstBeatOfDrumsAndClicks) {
         spec.swing = row.swing;
         spec.firstBeatSeconds = row.firstBeat;
         spec.withChords = row.chords;
+        spec.seconds = 14;
         const std::vector<float> frames = testing::beatSong(spec);
         const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
         SCOPED_TRACE(testing::rhythmName(row.rhythm) + " at " + std::to_string(row.bpm) + " BPM, swing " +
@@ -91,6 +92,7 @@ TEST(TrackAnalyzerTest, KeyOfChordsAndMelodiesInCamelotNotation) {
         spec.pitchClass = row.pitchClass;
         spec.minor = row.minor;
         spec.melody = row.melody;
+        spec.seconds = 8;
         const std::vector<float> frames = testing::keySong(spec);
         const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
         const std::string found = result.key.value_or("none");
