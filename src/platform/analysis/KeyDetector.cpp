@@ -68,10 +68,13 @@ KeyDetector::~KeyDetector() = default;
 void KeyDetector::add(const float* samples, std::size_t count) {
     State& state = *m_state;
     const std::size_t blockSize = state.detector.getBlockSize();
-    for (std::size_t i = 0; i < count; ++i) {
-        state.block.push_back(samples[i]);
+    while (count > 0) {
+        const std::size_t taken = std::min(count, blockSize - state.block.size());
+        state.block.insert(state.block.end(), samples, samples + taken);
+        samples += taken;
+        count -= taken;
         if (state.block.size() < blockSize)
-            continue;
+            break;
         state.detector.process(state.block.data());
         const double* chroma = state.detector.getChroma();
         for (unsigned bin = 0; bin < state.detector.getChromaSize() && bin < 36; ++bin)

@@ -80,12 +80,12 @@ struct Level {
 };
 
 // The mean strength a grid of `period` gathers in [begin, end) at its best phase, trying
-// periods within 3 % finely enough that the grid cannot drift by more than a quarter hop.
+// periods within 3 % finely enough that between two tries the grid's far end moves by at most
+// half a hop (the smoothing of `strength` covers that).
 Level levelStrength(const std::vector<double>& strength, double period, std::size_t begin, std::size_t end) {
     Level best;
-    const double span = static_cast<double>(end - begin);
-    const double beats = std::max(1.0, span / period);
-    const double ratioStep = 1.0 / (4.0 * beats);
+    const double span = std::max(1.0, static_cast<double>(end - begin));
+    const double ratioStep = 0.5 / span;
     for (double ratio = -0.03; ratio <= 0.03 + 1e-9; ratio += ratioStep) {
         const double candidate = period * (1 + ratio);
         for (double phase = 0; phase < candidate; phase += 0.5) {

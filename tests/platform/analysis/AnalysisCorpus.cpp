@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <complex>
 #include <numbers>
 
 namespace vexo::analysis::testing {
@@ -72,20 +71,23 @@ void addNote(std::vector<double>& out, int midi, double from, double to, int rat
     const auto start = static_cast<std::size_t>(from * rate);
     const auto end = std::min(out.size(), static_cast<std::size_t>(to * rate));
     const double length = to - from;
-    constexpr int kHarmonics = 4;
-    std::array<std::complex<double>, kHarmonics> phasor{};
-    std::array<std::complex<double>, kHarmonics> step{};
-    for (int h = 0; h < kHarmonics; ++h) {
-        phasor[static_cast<std::size_t>(h)] = {1, 0};
-        step[static_cast<std::size_t>(h)] = std::polar(1.0, kTwoPi * frequency * (h + 1) / rate);
+    constexpr std::size_t kHarmonics = 4;
+    // Each harmonic's phasor (re, im) and its turn per sample (cos, sin).
+    std::array<double, kHarmonics> re{}, im{}, turnRe{}, turnIm{};
+    for (std::size_t h = 0; h < kHarmonics; ++h) {
+        re[h] = 1;
+        turnRe[h] = std::cos(kTwoPi * frequency * static_cast<double>(h + 1) / rate);
+        turnIm[h] = std::sin(kTwoPi * frequency * static_cast<double>(h + 1) / rate);
     }
     for (std::size_t i = start; i < end; ++i) {
         const double t = static_cast<double>(i - start) / rate;
         const double envelope = std::min({1.0, t / 0.02, (length - t) / 0.05});
         double sample = 0;
         for (std::size_t h = 0; h < kHarmonics; ++h) {
-            sample += phasor[h].imag() / static_cast<double>(h + 1);
-            phasor[h] *= step[h];
+            sample += im[h] / static_cast<double>(h + 1);
+            const double nextRe = re[h] * turnRe[h] - im[h] * turnIm[h];
+            im[h] = re[h] * turnIm[h] + im[h] * turnRe[h];
+            re[h] = nextRe;
         }
         out[i] += gain * std::max(0.0, envelope) * sample;
     }
