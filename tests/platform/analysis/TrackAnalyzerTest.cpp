@@ -93,7 +93,7 @@ int keysRight(const std::vector<KeyRow>& rows, bool melody) {
         spec.pitchClass = row.pitchClass;
         spec.minor = row.minor;
         spec.melody = melody;
-        spec.seconds = 8;
+        spec.seconds = 6;
         const std::vector<float> frames = testing::keySong(spec);
         const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
         const std::string found = result.key.value_or("none");
