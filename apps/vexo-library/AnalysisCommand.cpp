@@ -72,7 +72,7 @@ int runAnalysis(const std::filesystem::path& indexPath, const analysis::LibraryA
     for (const auto& problem : summary->problems)
         std::cerr << "vexo-library: analysed in part: " << problem.path.string() << ": " << problem.reason << "\n";
     if (summary->songs == 0 && !summary->cancelled) {
-        std::cout << "analysis: every song is analysed already\n";
+        std::cout << "analysis: no song needs analysing\n";
         return 0;
     }
     char figures[160];

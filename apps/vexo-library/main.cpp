@@ -13,8 +13,8 @@
 // leading zeros. They are accepted in that form (with or without 0x) or in decimal.
 //
 // Exit codes: 0 success, 1 failure (missing folder, no such item, unusable index, a demo folder
-// that is not ours or cannot be written), 2 wrong usage, 130 a scan or demo interrupted (what
-// it wrote is kept).
+// that is not ours or cannot be written), 2 wrong usage, 130 a scan, analysis or demo
+// interrupted (what it wrote is kept).
 #include "AnalysisCommand.h"
 #include "DemoLibraryWriter.h"
 
@@ -474,8 +474,7 @@ std::string analysisLines(const MediaItem& item) {
     lines += "analysed:    version " + std::to_string(analysis->version) +
              (analysis->failure ? " (in part: " + *analysis->failure + ")" : "") + "\n";
     lines += "  bpm:       " + (analysis->beatsPerMinute ? fixed(*analysis->beatsPerMinute, 2) : "none") + "\n";
-    lines += "  first beat:" + (analysis->firstBeatSeconds ? " " + fixed(*analysis->firstBeatSeconds, 3) + " s" : " none") +
-             "\n";
+    lines += "  beat one:  " + (analysis->firstBeatSeconds ? fixed(*analysis->firstBeatSeconds, 3) + " s" : "none") + "\n";
     lines += "  key:       " + analysis->key.value_or("none") + " (Camelot)\n";
     lines += "  loudness:  " + (analysis->loudnessLUFS ? fixed(*analysis->loudnessLUFS, 1) + " LUFS" : "none") + "\n";
     lines += "  true peak: " + (analysis->truePeakDBTP ? fixed(*analysis->truePeakDBTP, 1) + " dBTP" : "none") + "\n";
@@ -544,7 +543,8 @@ int main(int argc, char** argv) {
     app.add_flag("-v,--verbose", options.verbose, "log why things fail");
 
     std::string folder, playlist, identifier;
-    auto* scanCommand = app.add_subcommand("scan", "index a music folder; a rescan reads only changed files");
+    auto* scanCommand = app.add_subcommand(
+        "scan", "index a music folder; a rescan reads only changed files; then analyse the new and changed songs");
     scanCommand->add_option("DIR", folder, "the music folder")->required();
     scanCommand->add_flag("-q,--quiet", options.quiet, "no progress line");
     scanCommand->add_flag("!--no-analysis", options.analyse, "do not analyse the songs after the scan");

@@ -297,3 +297,29 @@ TEST_F(VexoLibraryToolTest, DemoRefusesFoldersItDidNotMake) {
         fs::permissions(locked, fs::perms::owner_all);
     }
 }
+
+TEST_F(VexoLibraryToolTest, ScanAnalysesNewSongsOnceAndAnalyzeAgainOnlyWhenAsked) {
+    song("one.wav", "One", "Ann");
+    const auto scan = library({"scan", m_music.string()});
+    ASSERT_EQ(scan.exitCode, 0) << scan.errors;
+    EXPECT_NE(scan.output.find("analysed 1 song: 0 with tempo and key, 1 in part"), std::string::npos) << scan.output;
+    EXPECT_NE(scan.errors.find("one.wav: silent"), std::string::npos) << scan.errors;
+
+    struct Row {
+        std::vector<std::string> arguments;
+        const char* expected;
+    };
+    const std::vector<Row> rows = {
+        {{"scan", m_music.string()}, "analysis: no song needs analysing"},
+        {{"analyze"}, "analysis: no song needs analysing"},
+        {{"analyze", "--force", (m_root.path() / "elsewhere").string()}, "analysis: no song needs analysing"},
+        {{"analyze", "--force", (m_music / "one.wav").string()}, "analysed 1 song"},
+        {{"analyze", "-j", "2", "--force"}, "analysed 1 song"},
+    };
+    for (const Row& row : rows) {
+        const auto result = library(row.arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.errors;
+        EXPECT_NE(result.output.find(row.expected), std::string::npos) << row.arguments.back() << ": " << result.output;
+    }
+    EXPECT_EQ(library({"--library", (m_root.path() / "none.sqlite").string(), "analyze"}).exitCode, 1);
+}

@@ -93,7 +93,7 @@ int keysRight(const std::vector<KeyRow>& rows, bool melody) {
         spec.pitchClass = row.pitchClass;
         spec.minor = row.minor;
         spec.melody = melody;
-        spec.seconds = 8;
+        spec.seconds = 6;
         const std::vector<float> frames = testing::keySong(spec);
         const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
         const std::string found = result.key.value_or("none");
@@ -104,15 +104,21 @@ int keysRight(const std::vector<KeyRow>& rows, bool melody) {
     return right;
 }
 
-TEST(TrackAnalyzerTest, KeyOfChordsInAll24KeysInCamelotNotation) {
+// The 24 keys in two tests, each in a process of its own.
+TEST(TrackAnalyzerTest, KeyOfChordsInThe12MajorKeysInCamelotNotation) {
     EXPECT_EQ(keysRight({{0, false, "8B"},  {1, false, "3B"},  {2, false, "10B"}, {3, false, "5B"},
                          {4, false, "12B"}, {5, false, "7B"},  {6, false, "2B"},  {7, false, "9B"},
-                         {8, false, "4B"},  {9, false, "11B"}, {10, false, "6B"}, {11, false, "1B"},
-                         {0, true, "5A"},   {1, true, "12A"},  {2, true, "7A"},   {3, true, "2A"},
-                         {4, true, "9A"},   {5, true, "4A"},   {6, true, "11A"},  {7, true, "6A"},
-                         {8, true, "1A"},   {9, true, "8A"},   {10, true, "3A"},  {11, true, "10A"}},
+                         {8, false, "4B"},  {9, false, "11B"}, {10, false, "6B"}, {11, false, "1B"}},
                         false),
-              24);
+              12);
+}
+
+TEST(TrackAnalyzerTest, KeyOfChordsInThe12MinorKeysInCamelotNotation) {
+    EXPECT_EQ(keysRight({{0, true, "5A"}, {1, true, "12A"}, {2, true, "7A"},  {3, true, "2A"},
+                         {4, true, "9A"}, {5, true, "4A"},  {6, true, "11A"}, {7, true, "6A"},
+                         {8, true, "1A"}, {9, true, "8A"},  {10, true, "3A"}, {11, true, "10A"}},
+                        false),
+              12);
 }
 
 TEST(TrackAnalyzerTest, KeyOfMelodiesOverTheirTonic) {
