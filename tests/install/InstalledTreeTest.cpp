@@ -190,7 +190,7 @@ TEST_F(InstalledTreeTest, BashCompletesOptionsSubcommandsAndFiles) {
         {{"vexo-watch", "--p"}, {"--phone-command", "--port"}},
         {{"vexo-phone", "notify", ""}, {"automix", "load"}},
         {{"vexo-phone", "notify", "load", "--h"}, {"--help"}},
-        {{"vexo-phone", "--verbose", "--au"}, {"--audio-device"}},
+        {{"vexo-phone", "--verbose", "--au"}, {"--audio-device", "--auto-gain-target"}},
         {{"vexo-phone", "--record", (m_directory.path() / "mix-").string()}, {(m_directory.path() / "mix-one.wav").string()}},
         {{"vexo-watch", "--port", ""}, {}},
         {{"wormhole", "cl"}, {"clear"}},
