@@ -32,11 +32,12 @@ function deviceContext(browser, viewport, userAgent) {
   });
 }
 
-// A finger on the screen, through Chromium's own touch input.
+// A finger on the screen, through Chromium's own touch input. One session per page: a touch
+// begun in one session cannot move in another.
+const sessions = new WeakMap();
 async function touch(page, type, points) {
-  const session = await page.context().newCDPSession(page);
-  await session.send('Input.dispatchTouchEvent', { type, touchPoints: points });
-  await session.detach();
+  if (!sessions.has(page)) sessions.set(page, await page.context().newCDPSession(page));
+  await sessions.get(page).send('Input.dispatchTouchEvent', { type, touchPoints: points });
 }
 
 async function swipe(page, from, to) {
@@ -55,8 +56,12 @@ async function screenCentre(page) {
 
 // The pairing address the computer's page shows after "Pair a device".
 async function pairingUrl(local) {
+  const shown = await local.page.$eval('#network-qr', (element) => element.dataset.url ?? '');
   await local.page.click('#network-pair');
-  await local.page.waitForSelector('#network-qr svg');
+  await local.wait((old) => {
+    const element = document.querySelector('#network-qr');
+    return element.querySelector('svg') && element.dataset.url && element.dataset.url !== old;
+  }, shown);
   return local.page.$eval('#network-qr', (element) => element.dataset.url);
 }
 
@@ -89,8 +94,10 @@ const scenarios = [
       await page.waitForSelector('text=not paired');
       await new Face(page, options.screenshots).shot('phone-not-paired');
       // A wrong code: refused, and said so.
-      await page.goto(`${programs.networkUrl}#AAAAAAAAAAAAAAAAAAAAAA`);
-      await page.waitForSelector('#result.failed');
+      const again = await context.newPage();
+      await again.goto(`${programs.networkUrl}#AAAAAAAAAAAAAAAAAAAAAA`);
+      await again.waitForSelector('#result.failed');
+      assert.match(await again.textContent('#result'), /wrong, used or expired/);
     } finally {
       await context.close();
     }
@@ -128,8 +135,8 @@ const scenarios = [
     const { x, y, box } = await screenCentre(page);
     await swipe(page, { x: x + box.width * 0.3, y }, { x: x - box.width * 0.3, y });
     await state.phone.waitForPage(1);
-    await swipe(page, { x: x - box.width * 0.3, y }, { x: x + box.width * 0.3, y });
-    await state.phone.waitForPage(0);
+    // The mixer's menu (automix), held open by a finger kept still.
+    await state.phone.page.waitForSelector('section[data-controller="mixer"] [data-outlet="crossfaderImage"]');
     await touch(page, 'touchStart', [{ x, y: box.y + box.height * 0.2 }]);
     await page.waitForTimeout(800);
     await touch(page, 'touchEnd', []);
@@ -137,6 +144,8 @@ const scenarios = [
     await state.phone.shot('phone-menu');
     await state.phone.send({ type: 'closeMenu' });
     await page.waitForSelector('#menu', { state: 'hidden' });
+    await swipe(page, { x: x - box.width * 0.3, y }, { x: x + box.width * 0.3, y });
+    await state.phone.waitForPage(0);
   }],
 
   ['two devices and the computer\'s tab stay in sync', async ({ local, state, browser }) => {
@@ -144,10 +153,17 @@ const scenarios = [
     state.watchContext = await deviceContext(browser, watchScreen, watchAgent);
     const watch = state.watch = await pairDevice(local, state.watchContext, 'watch');
     const play = outlet('turntable1', 'playButton');
-    await watch.waitForImage(play, /^turntable-pause-active$/);
-    // A tap on the watch stops the deck everywhere.
+    await watch.waitForPage(0);
+    await watch.waitForImage(play, /^turntable-(play|pause)(-active)?$/);
+    // A tap on the watch turns the deck everywhere (the demonstration song may have ended).
+    const before = await watch.image(play);
+    const after = before.includes('pause') ? /^turntable-play-active$/ : /^turntable-pause-active$/;
     await watch.page.tap(play);
-    for (const face of [watch, state.phone, local]) await face.waitForImage(play, /^turntable-play-active$/);
+    for (const face of [watch, state.phone, local]) await face.waitForImage(play, after);
+    if (after.source.includes('pause')) {
+      await local.page.click(play);
+      for (const face of [watch, state.phone, local]) await face.waitForImage(play, /^turntable-play-active$/);
+    }
     // A page turned on the computer turns on both devices.
     await local.page.keyboard.press('ArrowRight');
     for (const face of [watch, state.phone]) await face.waitForPage(1);
