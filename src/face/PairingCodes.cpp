@@ -64,7 +64,7 @@ PairingCodes::Verdict PairingCodes::redeem(std::string_view code, Clock::time_po
         for (auto it = pending.begin(); it != pending.end(); ++it) {
             if ((*it)["hash"] == hash) {
                 pending.erase(it);
-                // Used up even if the file cannot be rewritten: better a lost code than a reusable one.
+                // A code that cannot be crossed off in the file would work again: refuse it.
                 if (!writeFileAtomically(m_file, pending.dump()))
                     return Verdict::Refused;
                 return Verdict::Accepted;
