@@ -83,11 +83,12 @@ std::optional<std::filesystem::path> networkFolder() {
 
 void announceNetworkFace(const std::filesystem::path& folder, const std::string& url, const std::string& fingerprint,
                          int loopbackPort) {
-    std::cout << "Network face: " << url << "\n"
-              << "Certificate SHA-256: " << fingerprint << std::endl;
+    // Published before it is printed: whoever reads the lines may run `vexo-watch pair` at once.
     if (!face::writeFileAtomically(folder / kAddressFile,
                                    url + "\n" + std::to_string(::getpid()) + "\n" + fingerprint + "\n"))
         std::cerr << "vexo-watch: cannot publish the address for `vexo-watch pair` in " << folder.string() << "\n";
+    std::cout << "Network face: " << url << "\n"
+              << "Certificate SHA-256: " << fingerprint << std::endl;
     // The code grants access: it goes to a person at a terminal, never into a log file or
     // the journal that standard output may be.
     if (!::isatty(STDOUT_FILENO)) {
