@@ -77,9 +77,20 @@ const connection = new Connection({
     } else {
       statusLine.textContent = 'The watch is not reachable. Reconnecting by itself…';
       if (detail) console.warn('watch stream:', detail);
+      if (location.protocol === 'https:') checkStillPaired();
     }
   },
 });
+
+// A device that was revoked while open shows the pairing page instead of retrying forever.
+async function checkStillPaired() {
+  try {
+    const response = await fetch('/api/snapshot', { cache: 'no-store' });
+    if (response.status === 401) location.reload();
+  } catch {
+    // Not reachable: the stream keeps retrying.
+  }
+}
 connection.start();
 
 // For tests and the benchmark: the page's state and link, read-only by convention.
@@ -158,6 +169,10 @@ screen.addEventListener('pointercancel', (event) => {
   endPress(event);
   screen.dataset.suppressClick = '';
 });
+// A short buzz on a tap, where the device can.
+screen.addEventListener('click', (event) => {
+  if (compact.matches && event.target.closest('.wk-button, .wk-row, .wk-switch, .dot')) navigator.vibrate?.(12);
+});
 screen.addEventListener('contextmenu', (event) => {
   event.preventDefault();
   send({ type: 'openMenu' });
@@ -201,8 +216,10 @@ document.addEventListener('keydown', (event) => {
   }
 });
 
-// The watch keeps its shape and grows or shrinks with the window.
+// The watch keeps its shape and grows or shrinks with the window; on a phone or a watch its
+// screen alone fills the display.
 const fit = document.querySelector('#watch-fit');
+const compact = window.matchMedia('(max-width: 499px)');
 function scale() {
   return Number(getComputedStyle(watch).getPropertyValue('--scale')) || 1;
 }
@@ -212,6 +229,13 @@ function resize() {
   const controls = document.querySelector('#watch-controls').getBoundingClientRect().height;
   const width = watch.offsetWidth;
   const height = watch.offsetHeight;
+  if (compact.matches) {
+    const factor = Math.min(window.innerWidth / width, window.innerHeight / height);
+    watch.style.setProperty('--scale', String(factor));
+    fit.style.width = `${width * factor}px`;
+    fit.style.height = `${height * factor}px`;
+    return;
+  }
   const available = Math.min((box.width - 16) / width, (window.innerHeight - box.top - controls - 72) / height);
   const factor = Math.max(0.5, Math.min(2.2, available));
   watch.style.setProperty('--scale', String(factor));
@@ -219,5 +243,25 @@ function resize() {
   fit.style.height = `${height * factor}px`;
 }
 window.addEventListener('resize', resize);
+compact.addEventListener('change', () => {
+  resize();
+  keepScreenOn();
+});
 new ResizeObserver(resize).observe(document.querySelector('#stage'));
 resize();
+
+// A remote in the hand keeps the display on while the face is open (Screen Wake Lock needs a
+// secure context: HTTPS or the computer's own loopback address). The lock ends whenever the
+// page is hidden, so it is asked for again when it comes back.
+let wakeLock = null;
+async function keepScreenOn() {
+  if (!compact.matches || !navigator.wakeLock || document.visibilityState !== 'visible' || wakeLock) return;
+  try {
+    wakeLock = await navigator.wakeLock.request('screen');
+    wakeLock.addEventListener('release', () => { wakeLock = null; });
+  } catch {
+    // Refused (battery saver, no permission): the display sleeps as usual.
+  }
+}
+document.addEventListener('visibilitychange', keepScreenOn);
+keepScreenOn();

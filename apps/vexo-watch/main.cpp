@@ -1,7 +1,9 @@
 // vexo-watch: hosts the watch application and serves its face to a browser.
 
+#include "NetworkCommands.h"
 #include "common/ServiceNotifier.h"
 #include "face/FaceServer.h"
+#include "face/NetworkAddresses.h"
 #include "face/ProtocolLog.h"
 #include "face/RecordingParentApplication.h"
 #include "face/WatchFace.h"
@@ -52,7 +54,37 @@ struct Options {
     std::string locale;
     std::string webRoot;
     std::string phoneCommand;
+    bool lan = false;
+    std::string listen;
+    int lanPort = face::FaceServer::kDefaultNetworkPort;
 };
+
+// The network listener that --lan and --listen ask for, or nothing (with `error` set when
+// it cannot be had).
+std::optional<face::FaceServer::NetworkOptions> networkOptions(const Options& options, std::string& error) {
+    if (!options.lan && options.listen.empty())
+        return std::nullopt;
+    std::optional<std::filesystem::path> folder = watchapp::networkFolder();
+    if (!folder) {
+        error = "the network face needs a data folder";
+        return std::nullopt;
+    }
+    face::FaceServer::NetworkOptions network;
+    network.folder = *folder;
+    network.port = static_cast<std::uint16_t>(options.lanPort);
+    network.hosts = face::namesOfThisMachine({});
+    if (!options.listen.empty()) {
+        network.listenAddress = options.listen;
+        network.advertisedAddress = options.listen;
+    } else {
+        network.listenAddress = "0.0.0.0";
+        std::vector<std::string> addresses = face::interfaceAddresses();
+        network.advertisedAddress = addresses.empty() ? "127.0.0.1" : addresses.front();
+        if (addresses.empty() || addresses.front().starts_with("127."))
+            log::warning(kComponent, "this computer has no network address now; the face is reachable on it alone");
+    }
+    return network;
+}
 
 int fail(int code, const std::string& message) {
     std::cerr << "vexo-watch: " << message << "\n";
@@ -173,9 +205,13 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
         face::WatchFace watchFace(loop, host, protocolLog, [](std::string_view name) {
             return graphics::AssetCatalog::shared().imageNamed(name);
         });
-        face::FaceServer server(watchFace, {static_cast<std::uint16_t>(options.port), webRoot.value_or("")});
+        std::string networkError;
+        std::optional<face::FaceServer::NetworkOptions> network = networkOptions(options, networkError);
+        face::FaceServer server(watchFace, {static_cast<std::uint16_t>(options.port), webRoot.value_or("")}, network);
         std::unique_ptr<ipc::LocalNotificationReceiver> notifications;
-        if (std::optional<std::string> error = server.start()) {
+        if (!networkError.empty()) {
+            exitCode = fail(1, networkError);
+        } else if (std::optional<std::string> error = server.start()) {
             exitCode = fail(1, *error);
         } else if (watchkit::EventResult started = host.start(); !started.ok()) {
             exitCode = fail(1, "the watch application did not start: " + started.error());
@@ -191,8 +227,13 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
             if (!notifications->isListening())
                 log::warning(kComponent, "local notifications from the phone will not arrive (another watch listens)");
             std::cout << "Watch face: http://127.0.0.1:" << server.port() << "/" << std::endl;
+            if (network)
+                watchapp::announceNetworkFace(network->folder, server.networkUrl(), server.networkFingerprint(),
+                                              server.port());
             service.ready("serving the face on 127.0.0.1:" + std::to_string(server.port()));
             loop.run();
+            if (network)
+                watchapp::withdrawNetworkFace(network->folder);
             log::info(kComponent, stopping ? "stopping on a signal" : "stopping");
         }
         notifications.reset();
@@ -210,6 +251,7 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
 int main(int argc, char** argv) {
     CLI::App app{"vexo-watch: runs the watch application and serves its face to a browser on 127.0.0.1.\n"
                  "Prints \"Watch face: http://127.0.0.1:PORT/\" once serving; stops on Ctrl-C or SIGTERM.\n"
+                 "With --lan, also \"Network face: https://ADDR:PORT/\" for phones and watches that are paired.\n"
                  "Exit codes: 0 stopped cleanly, 1 failure (port in use, no container, bad layout), 2 wrong usage."};
     app.set_version_flag("--version", "vexo-watch " VEXO_VERSION);
     Options options;
@@ -224,14 +266,35 @@ int main(int argc, char** argv) {
     app.add_option("--web-root", options.webRoot, "directory of the face's files (overrides VEXO_WEB_DIR)");
     app.add_option("--phone-command", options.phoneCommand,
                    "command that starts the phone application when nobody listens (overrides VEXO_PHONE_LAUNCH_COMMAND)");
+    app.add_flag("--lan", options.lan,
+                 "also serve the face over HTTPS on this computer's network addresses, to paired devices");
+    app.add_option("--listen", options.listen, "the address of the network face (implies --lan), e.g. 192.168.1.5");
+    app.add_option("--lan-port", options.lanPort, "port of the network face; 0 picks a free one")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    CLI::App* pair = app.add_subcommand("pair", "show a new pairing code (QR) for the running watch's network face");
+    bool showUrl = false;
+    pair->add_flag("--show-url", showUrl, "also print the pairing address as text, for a device that cannot scan");
+    CLI::App* devices = app.add_subcommand("devices", "list the paired devices with their last use");
+    CLI::App* revoke = app.add_subcommand("revoke", "revoke a paired device; its open pages close at once");
+    std::string revokeName;
+    revoke->add_option("NAME", revokeName, "the device's name, as `vexo-watch devices` lists it")->required();
+    app.require_subcommand(0, 1);
     app.footer("Environment: VEXO_CONTAINER_ROOT, VEXO_WEB_DIR, VEXO_RESOURCE_DIR, VEXO_ASSET_DIR, VEXO_LANGUAGE,\n"
-               "VEXO_LOCALE, VEXO_MEDIA_LIBRARY, VEXO_PHONE_LAUNCH_COMMAND, VEXO_LOG (debug|info|warning|error|off).");
+               "VEXO_LOCALE, VEXO_MEDIA_LIBRARY, VEXO_PHONE_LAUNCH_COMMAND, VEXO_LOG (debug|info|warning|error|off),\n"
+               "XDG_DATA_HOME (the network face's certificate and paired devices are in its vexo/ folder).");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         // --help and --version end here too, with 0; every real usage error is 2.
         return app.exit(error) == 0 ? 0 : 2;
     }
+    if (pair->parsed())
+        return watchapp::pairCommand(showUrl);
+    if (devices->parsed())
+        return watchapp::devicesCommand();
+    if (revoke->parsed())
+        return watchapp::revokeCommand(revokeName);
 
     // The models name their container by the group the phone application shares.
     if (options.group != model::VXAWWormholeApplicationGroupIdentifier)

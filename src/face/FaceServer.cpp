@@ -1,6 +1,7 @@
 #include "face/FaceServer.h"
 
 #include "face/JsonText.h"
+#include "face/NetworkAccess.h"
 #include "face/StaticFiles.h"
 #include "face/WatchFace.h"
 #include "platform/log/Log.h"
@@ -11,9 +12,11 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/ssl.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/beast/ssl.hpp>
 #include <boost/beast/websocket.hpp>
 #include <chrono>
 #include <deque>
@@ -30,6 +33,8 @@ namespace websocket = beast::websocket;
 using tcp = net::ip::tcp;
 using Request = http::request<http::string_body>;
 using Response = http::response<http::string_body>;
+using PlainStream = beast::tcp_stream;
+using TlsStream = beast::ssl_stream<beast::tcp_stream>;
 
 namespace {
 
@@ -90,15 +95,57 @@ Response jsonError(http::status status, unsigned version, bool keepAlive, const 
                         WatchFace::dump({{"ok", false}, {"error", reason}}));
 }
 
+bool isNetworkManagementPath(std::string_view path) {
+    return path == "/api/network" || path.starts_with("/api/network/");
+}
+
+NetworkAccess::RequestHead headOf(const Request& request, std::string_view path) {
+    auto field = [&request](http::field name) -> std::optional<std::string_view> {
+        auto found = request.find(name);
+        if (found == request.end())
+            return std::nullopt;
+        return found->value();
+    };
+    return {request.method_string(),   path, field(http::field::host), field(http::field::origin),
+            field(http::field::cookie), field(http::field::user_agent), websocket::is_upgrade(request),
+            request.body()};
+}
+
+Response responseOf(NetworkAccess::Reply reply, unsigned version, bool keepAlive) {
+    Response response = makeResponse(static_cast<http::status>(reply.status), version, keepAlive,
+                                      std::move(reply.contentType), std::move(reply.body));
+    for (auto& [name, value] : reply.headers)
+        response.set(name, value);
+    return response;
+}
+
 } // namespace
 
-class HttpSession;
-class StreamSession;
+// What the server keeps of a session that waits for the main loop's answer.
+class ParkedSession {
+public:
+    virtual ~ParkedSession() = default;
+    virtual void sendBody(Response response, bool head) = 0;
+};
+
+// What the server keeps of an open stream.
+class StreamSink {
+public:
+    virtual ~StreamSink() = default;
+    virtual void send(const WatchFace::Message& message) = 0;
+    // Closes the stream when it was opened with a device token that is no longer valid.
+    virtual void closeIfRevoked(const NetworkAccess& access) = 0;
+};
 
 class FaceServer::Core {
 public:
     Core(WatchFace& face, std::filesystem::path webRoot)
-        : face(face), files(std::move(webRoot)), acceptor(context), retryTimer(context) {}
+        : face(face),
+          files(std::move(webRoot)),
+          acceptor(context),
+          retryTimer(context),
+          networkAcceptor(context),
+          revocationTimer(context) {}
 
     // Runs on the server's thread; an exception out of a handler is logged, and serving goes on.
     void run() {
@@ -113,6 +160,9 @@ public:
     }
 
     void accept();
+    void acceptNetwork();
+    void watchRevocations();
+    void closeRevokedStreams();
     void broadcast(const WatchFace::Message& message);
     // Hands `work` to the server's thread. Main loop only (or the server's thread).
     static void onServerThread(const std::weak_ptr<Core>& weak, std::function<void(Core&)> work) {
@@ -132,11 +182,18 @@ public:
     std::shared_ptr<std::atomic<std::size_t>> connections = std::make_shared<std::atomic<std::size_t>>(0);
     std::weak_ptr<Core> self;
 
+    // The network listener's, when there is one.
+    net::ssl::context tls{net::ssl::context::tls_server};
+    tcp::acceptor networkAcceptor;
+    net::steady_timer revocationTimer;
+    std::uint16_t networkPort = 0;
+
     // Server thread only.
     std::uint64_t nextId = 1;
     // Sessions that wait for an answer from the main loop.
-    std::map<std::uint64_t, std::shared_ptr<HttpSession>> parked;
-    std::map<std::uint64_t, std::weak_ptr<StreamSession>> streams;
+    std::map<std::uint64_t, std::shared_ptr<ParkedSession>> parked;
+    std::map<std::uint64_t, std::weak_ptr<StreamSink>> streams;
+    std::unique_ptr<NetworkAccess> network;
 };
 
 namespace {
@@ -157,11 +214,26 @@ private:
 
 } // namespace
 
-// One WebSocket page: the stream messages out, events in.
-class StreamSession : public std::enable_shared_from_this<StreamSession> {
+// One WebSocket page: the stream messages out, events in. `tokenHash` names the device
+// token that opened a stream from the network (empty on loopback).
+template <class Stream>
+class StreamSession : public StreamSink, public std::enable_shared_from_this<StreamSession<Stream>> {
 public:
-    StreamSession(FaceServer::Core& core, beast::tcp_stream stream, std::unique_ptr<ConnectionToken> token)
-        : m_core(core), m_socket(std::move(stream)), m_token(std::move(token)), m_id(core.nextId++) {}
+    StreamSession(FaceServer::Core& core, Stream stream, std::unique_ptr<ConnectionToken> token, std::string tokenHash)
+        : m_core(core),
+          m_socket(std::move(stream)),
+          m_token(std::move(token)),
+          m_id(core.nextId++),
+          m_tokenHash(std::move(tokenHash)) {}
+
+    void closeIfRevoked(const NetworkAccess& access) override {
+        if (m_tokenHash.empty() || m_closed || access.tokenValid(m_tokenHash))
+            return;
+        log::info(kComponent, "closing the stream of a revoked device");
+        m_closed = true;
+        beast::error_code ignored;
+        beast::get_lowest_layer(m_socket).socket().close(ignored);
+    }
 
     void accept(Request request) {
         beast::get_lowest_layer(m_socket).expires_never();
@@ -169,10 +241,10 @@ public:
         m_socket.set_option(websocket::stream_base::decorator(
             [](websocket::response_type& response) { response.set(http::field::server, kServerName); }));
         m_socket.read_message_max(FaceServer::kMaximumBodySize);
-        m_socket.async_accept(request, [self = shared_from_this()](beast::error_code error) { self->onAccept(error); });
+        m_socket.async_accept(request, [self = this->shared_from_this()](beast::error_code error) { self->onAccept(error); });
     }
 
-    void send(const WatchFace::Message& message) {
+    void send(const WatchFace::Message& message) override {
         if (m_closed)
             return;
         if (m_queue.size() >= FaceServer::kMaximumQueuedMessages) {
@@ -193,7 +265,7 @@ private:
             log::debug(kComponent, "stream handshake failed: " + error.message());
             return;
         }
-        std::weak_ptr<StreamSession> weak = weak_from_this();
+        std::weak_ptr<StreamSession> weak = this->weak_from_this();
         std::weak_ptr<FaceServer::Core> core = m_core.self;
         m_core.face.postWelcome([core, weak](std::vector<WatchFace::Message> messages) {
             FaceServer::Core::onServerThread(core, [weak, messages = std::move(messages)](FaceServer::Core& server) {
@@ -209,7 +281,7 @@ private:
     }
 
     void read() {
-        m_socket.async_read(m_buffer, [self = shared_from_this()](beast::error_code error, std::size_t) {
+        m_socket.async_read(m_buffer, [self = this->shared_from_this()](beast::error_code error, std::size_t) {
             self->onRead(error);
         });
     }
@@ -224,7 +296,7 @@ private:
         std::string text = beast::buffers_to_string(m_buffer.data());
         m_buffer.consume(m_buffer.size());
         // Results go back in the order of the events, the unreadable ones included.
-        auto answer = [core = m_core.self, weak = weak_from_this()](WatchFace::Outcome outcome) {
+        auto answer = [core = m_core.self, weak = this->weak_from_this()](WatchFace::Outcome outcome) {
             nlohmann::json message = {{"type", "result"}, {"status", outcome.status}};
             message.update(outcome.body);
             auto text = std::make_shared<const std::string>(WatchFace::dump(message));
@@ -244,7 +316,7 @@ private:
         m_writing = true;
         m_socket.text(true);
         m_socket.async_write(net::buffer(*m_queue.front()),
-                             [self = shared_from_this()](beast::error_code error, std::size_t) { self->onWrite(error); });
+                             [self = this->shared_from_this()](beast::error_code error, std::size_t) { self->onWrite(error); });
     }
 
     void onWrite(beast::error_code error) {
@@ -259,23 +331,28 @@ private:
     }
 
     FaceServer::Core& m_core;
-    websocket::stream<beast::tcp_stream> m_socket;
+    websocket::stream<Stream> m_socket;
     std::unique_ptr<ConnectionToken> m_token;
     std::uint64_t m_id;
+    std::string m_tokenHash;
     beast::flat_buffer m_buffer;
     std::deque<WatchFace::Message> m_queue;
     bool m_writing = false;
     bool m_closed = false;
 };
 
-// One HTTP connection: requests in order, each answered before the next is read.
-class HttpSession : public std::enable_shared_from_this<HttpSession> {
+// One HTTP connection: requests in order, each answered before the next is read. One from
+// the network (over TLS) passes NetworkAccess before anything else.
+template <class Stream>
+class HttpSession : public ParkedSession, public std::enable_shared_from_this<HttpSession<Stream>> {
 public:
-    HttpSession(FaceServer::Core& core, tcp::socket socket)
+    HttpSession(FaceServer::Core& core, Stream stream, std::unique_ptr<ConnectionToken> token)
         : m_core(core),
-          m_stream(std::move(socket)),
-          m_token(std::make_unique<ConnectionToken>(core.connections)),
+          m_stream(std::move(stream)),
+          m_token(std::move(token)),
           m_id(core.nextId++) {}
+
+    static constexpr bool kFromNetwork = std::is_same_v<Stream, TlsStream>;
 
     void start() { read(); }
 
@@ -287,9 +364,9 @@ private:
         m_parser.emplace();
         m_parser->header_limit(FaceServer::kMaximumHeaderSize);
         m_parser->body_limit(FaceServer::kMaximumBodySize);
-        m_stream.expires_after(std::chrono::seconds(FaceServer::kIdleTimeoutSeconds));
+        beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(FaceServer::kIdleTimeoutSeconds));
         http::async_read(m_stream, m_buffer, *m_parser,
-                         [self = shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
+                         [self = this->shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
     }
 
     void onRead(beast::error_code error) {
@@ -306,7 +383,7 @@ private:
             if (error != http::error::end_of_stream && error != beast::error::timeout)
                 log::debug(kComponent, "request not read: " + error.message());
             beast::error_code ignored;
-            m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
+            beast::get_lowest_layer(m_stream).socket().shutdown(tcp::socket::shutdown_send, ignored);
             return;
         }
         handle(m_parser->release());
@@ -319,19 +396,32 @@ private:
         std::string_view target = request.target();
         std::string_view path = target.substr(0, target.find_first_of("?#"));
 
-        if (!hostAllowed(request, port)) {
-            send(jsonError(http::status::forbidden, version, false, "this server answers only to 127.0.0.1:" +
-                                                                        std::to_string(port)));
-            return;
+        std::string tokenHash;
+        if constexpr (kFromNetwork) {
+            std::optional<std::string> admitted = admitFromNetwork(request, path);
+            if (!admitted)
+                return;
+            tokenHash = std::move(*admitted);
+        } else {
+            if (!hostAllowed(request, port)) {
+                send(jsonError(http::status::forbidden, version, false, "this server answers only to 127.0.0.1:" +
+                                                                            std::to_string(port)));
+                return;
+            }
+            if (isNetworkManagementPath(path)) {
+                answerNetworkManagement(request, path);
+                return;
+            }
         }
         if (websocket::is_upgrade(request)) {
             if (path != "/api/stream") {
                 send(jsonError(http::status::not_found, version, false, "no WebSocket at " + std::string(path)));
-            } else if (!originAllowed(request, port)) {
+            } else if (!kFromNetwork && !originAllowed(request, port)) {
                 log::info(kComponent, "refused a stream from origin " + std::string(request[http::field::origin]));
                 send(jsonError(http::status::forbidden, version, false, "the stream is only for pages of this server"));
             } else {
-                auto session = std::make_shared<StreamSession>(m_core, std::move(m_stream), std::move(m_token));
+                auto session = std::make_shared<StreamSession<Stream>>(m_core, std::move(m_stream), std::move(m_token),
+                                                                       std::move(tokenHash));
                 session->accept(std::move(request));
             }
             return;
@@ -370,7 +460,7 @@ private:
         } else if (path == "/api/events") {
             if (!onlyMethods({http::verb::post}, "POST"))
                 return;
-            if (!originAllowed(request, port)) {
+            if (!kFromNetwork && !originAllowed(request, port)) {
                 send(jsonError(http::status::forbidden, version, keepAlive, "events are only for pages of this server"));
                 return;
             }
@@ -437,8 +527,35 @@ private:
         }
     }
 
+    // The hash of the token that admits a request from the network (empty for a file that
+    // needs none), or nothing when NetworkAccess answered it itself.
+    std::optional<std::string> admitFromNetwork(const Request& request, std::string_view path) {
+        NetworkAccess::Verdict verdict = m_core.network->screen(headOf(request, path), NetworkAccess::Clock::now());
+        if (!verdict.reply)
+            return std::move(verdict.tokenHash);
+        const int status = verdict.reply->status;
+        send(responseOf(std::move(*verdict.reply), request.version(), request.keep_alive() && status < 403));
+        return std::nullopt;
+    }
+
+    void answerNetworkManagement(const Request& request, std::string_view path) {
+        const bool head = request.method() == http::verb::head;
+        std::optional<NetworkAccess::Reply> reply;
+        if (m_core.network) {
+            reply = m_core.network->answerLocal(headOf(request, path), originAllowed(request, m_core.port),
+                                                NetworkAccess::Clock::now());
+            // A device revoked here loses its open streams now, not at the next look at the file.
+            m_core.closeRevokedStreams();
+        } else if (path == "/api/network") {
+            reply = NetworkAccess::Reply{200, "application/json", R"({"enabled":false})", {}};
+        }
+        if (!reply)
+            reply = NetworkAccess::Reply{404, "application/json", WatchFace::dump({{"ok", false}, {"error", "no such interface: " + std::string(path)}}), {}};
+        sendBody(responseOf(std::move(*reply), request.version(), request.keep_alive()), head);
+    }
+
     // Keeps this session alive while the main loop works on its request.
-    void park() { m_core.parked[m_id] = shared_from_this(); }
+    void park() { m_core.parked[m_id] = this->shared_from_this(); }
 
     // From the main loop: the answer for parked session `id`.
     static void deliver(const std::weak_ptr<FaceServer::Core>& core, std::uint64_t id, Response response, bool head) {
@@ -447,14 +564,14 @@ private:
             auto found = server.parked.find(id);
             if (found == server.parked.end())
                 return;
-            std::shared_ptr<HttpSession> session = std::move(found->second);
+            std::shared_ptr<ParkedSession> session = std::move(found->second);
             server.parked.erase(found);
             session->sendBody(std::move(*shared), head);
         });
     }
 
     // A HEAD request gets the head of the response that GET would get.
-    void sendBody(Response response, bool head) {
+    void sendBody(Response response, bool head) override {
         if (head) {
             auto length = response.body().size();
             response.body().clear();
@@ -465,8 +582,8 @@ private:
 
     void send(Response response) {
         auto shared = std::make_shared<Response>(std::move(response));
-        m_stream.expires_after(std::chrono::seconds(FaceServer::kIdleTimeoutSeconds));
-        http::async_write(m_stream, *shared, [self = shared_from_this(), shared](beast::error_code error, std::size_t) {
+        beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(FaceServer::kIdleTimeoutSeconds));
+        http::async_write(m_stream, *shared, [self = this->shared_from_this(), shared](beast::error_code error, std::size_t) {
             self->onWrite(error, shared->need_eof());
         });
     }
@@ -476,10 +593,10 @@ private:
             return;
         if (close) {
             beast::error_code ignored;
-            m_stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
+            beast::get_lowest_layer(m_stream).socket().shutdown(tcp::socket::shutdown_send, ignored);
             // Closing with unread bytes would reset the connection, and the client could lose
             // our answer (a refused oversized request, for one): read what it still sends first.
-            m_stream.expires_after(std::chrono::seconds(5));
+            beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(5));
             discard(kLingerBytes);
             return;
         }
@@ -490,7 +607,7 @@ private:
 
     void discard(std::size_t budget) {
         auto chunk = std::make_shared<std::array<char, 16384>>();
-        m_stream.async_read_some(net::buffer(*chunk), [self = shared_from_this(), chunk, budget](beast::error_code error,
+        m_stream.async_read_some(net::buffer(*chunk), [self = this->shared_from_this(), chunk, budget](beast::error_code error,
                                                                                                  std::size_t read) {
             if (!error && read < budget)
                 self->discard(budget - read);
@@ -498,7 +615,7 @@ private:
     }
 
     FaceServer::Core& m_core;
-    beast::tcp_stream m_stream;
+    Stream m_stream;
     std::unique_ptr<ConnectionToken> m_token;
     std::uint64_t m_id;
     beast::flat_buffer m_buffer;
@@ -528,10 +645,62 @@ void FaceServer::Core::accept() {
             // first waits for the browser's delayed acknowledgement (about 40 ms).
             beast::error_code ignored;
             socket.set_option(tcp::no_delay(true), ignored);
-            std::make_shared<HttpSession>(*this, std::move(socket))->start();
+            std::make_shared<HttpSession<PlainStream>>(*this, PlainStream(std::move(socket)),
+                                                       std::make_unique<ConnectionToken>(connections))
+                ->start();
         }
         accept();
     });
+}
+
+void FaceServer::Core::acceptNetwork() {
+    networkAcceptor.async_accept([this](beast::error_code error, tcp::socket socket) {
+        if (error == net::error::operation_aborted || !networkAcceptor.is_open())
+            return;
+        if (error) {
+            log::warning(kComponent, "accept failed on the network: " + error.message());
+        } else if (*connections >= FaceServer::kMaximumConnections) {
+            log::warning(kComponent, "too many connections; one from the network refused");
+            beast::error_code ignored;
+            socket.close(ignored);
+        } else {
+            beast::error_code ignored;
+            socket.set_option(tcp::no_delay(true), ignored);
+            auto token = std::make_unique<ConnectionToken>(connections);
+            auto stream = std::make_shared<TlsStream>(std::move(socket), tls);
+            // A client that never finishes its handshake holds a connection only this long.
+            beast::get_lowest_layer(*stream).expires_after(std::chrono::seconds(10));
+            stream->async_handshake(net::ssl::stream_base::server,
+                                    [this, stream, token = std::move(token)](beast::error_code handshakeError) mutable {
+                                        if (handshakeError) {
+                                            log::debug(kComponent, "TLS handshake failed: " + handshakeError.message());
+                                            return;
+                                        }
+                                        std::make_shared<HttpSession<TlsStream>>(*this, std::move(*stream), std::move(token))
+                                            ->start();
+                                    });
+        }
+        acceptNetwork();
+    });
+}
+
+void FaceServer::Core::watchRevocations() {
+    revocationTimer.expires_after(std::chrono::milliseconds(FaceServer::kRevocationCheckMilliseconds));
+    revocationTimer.async_wait([this](beast::error_code error) {
+        if (error)
+            return;
+        // `vexo-watch revoke` changes the file from another process.
+        if (network->refreshDevices())
+            closeRevokedStreams();
+        watchRevocations();
+    });
+}
+
+void FaceServer::Core::closeRevokedStreams() {
+    for (auto& [id, weak] : streams) {
+        if (auto session = weak.lock())
+            session->closeIfRevoked(*network);
+    }
 }
 
 void FaceServer::Core::broadcast(const WatchFace::Message& message) {
@@ -545,7 +714,8 @@ void FaceServer::Core::broadcast(const WatchFace::Message& message) {
     }
 }
 
-FaceServer::FaceServer(WatchFace& face, Options options) : m_face(face), m_options(std::move(options)) {}
+FaceServer::FaceServer(WatchFace& face, Options options, std::optional<NetworkOptions> network)
+    : m_face(face), m_options(std::move(options)), m_network(std::move(network)) {}
 
 FaceServer::~FaceServer() {
     stop();
@@ -554,6 +724,67 @@ FaceServer::~FaceServer() {
 std::uint16_t FaceServer::port() const {
     return m_core ? m_core->port : 0;
 }
+
+std::string FaceServer::networkUrl() const {
+    return m_core && m_core->network ? m_core->network->url() : std::string();
+}
+
+std::string FaceServer::networkFingerprint() const {
+    return m_core && m_core->network ? m_core->network->certificate().fingerprint() : std::string();
+}
+
+namespace {
+
+// Binds the network listener of `core` as `network` says and prepares what it serves with.
+std::optional<std::string> startNetwork(FaceServer::Core& core, const FaceServer::NetworkOptions& network,
+                                        const std::filesystem::path& webRoot) {
+    std::string error;
+    std::optional<TlsCertificate> certificate = TlsCertificate::loadOrCreate(network.folder, error);
+    if (!certificate)
+        return "no certificate for the network listener: " + error;
+    beast::error_code failure;
+    net::ip::address address = net::ip::make_address(network.listenAddress, failure);
+    if (failure)
+        return "'" + network.listenAddress + "' is not an IP address to listen on";
+    core.tls.set_options(net::ssl::context::default_workarounds | net::ssl::context::no_sslv2 |
+                         net::ssl::context::no_sslv3 | net::ssl::context::no_tlsv1 | net::ssl::context::no_tlsv1_1);
+    core.tls.use_certificate_chain(net::buffer(certificate->certificatePem()), failure);
+    if (!failure)
+        core.tls.use_private_key(net::buffer(certificate->privateKeyPem()), net::ssl::context::pem, failure);
+    if (failure)
+        return "the network certificate cannot be used: " + failure.message();
+    tcp::endpoint endpoint(address, network.port);
+    const std::string where = network.listenAddress + ":" + std::to_string(network.port);
+    core.networkAcceptor.open(endpoint.protocol(), failure);
+    if (!failure)
+        core.networkAcceptor.set_option(net::socket_base::reuse_address(true), failure);
+    if (!failure)
+        core.networkAcceptor.bind(endpoint, failure);
+    if (failure == net::error::address_in_use)
+        return "port " + std::to_string(network.port) + " on " + network.listenAddress +
+               " is in use; stop what uses it or choose another with --lan-port";
+    if (!failure)
+        core.networkAcceptor.listen(net::socket_base::max_listen_connections, failure);
+    if (failure)
+        return "cannot listen on " + where + ": " + failure.message();
+    core.networkPort = core.networkAcceptor.local_endpoint(failure).port();
+
+    const bool v6 = network.advertisedAddress.find(':') != std::string::npos;
+    const std::string advertised = v6 ? "[" + network.advertisedAddress + "]" : network.advertisedAddress;
+    std::set<std::string> hosts = network.hosts;
+    hosts.insert(advertised);
+    if (!address.is_unspecified())
+        hosts.insert(address.is_v6() ? "[" + network.listenAddress + "]" : network.listenAddress);
+    std::string url = "https://" + advertised + ":" + std::to_string(core.networkPort) + "/";
+    core.network = std::make_unique<NetworkAccess>(network.folder, std::move(*certificate),
+                                                   RequestGuard(std::move(hosts), core.networkPort), std::move(url),
+                                                   webRoot);
+    core.acceptNetwork();
+    core.watchRevocations();
+    return std::nullopt;
+}
+
+} // namespace
 
 std::optional<std::string> FaceServer::start() {
     if (m_core)
@@ -574,6 +805,10 @@ std::optional<std::string> FaceServer::start() {
     if (error)
         return "cannot listen on 127.0.0.1:" + std::to_string(m_options.port) + ": " + error.message();
     core->port = core->acceptor.local_endpoint(error).port();
+    if (m_network) {
+        if (std::optional<std::string> failed = startNetwork(*core, *m_network, m_options.webRoot))
+            return failed;
+    }
 
     m_face.setPublisher([weak = std::weak_ptr<Core>(core)](const WatchFace::Message& message) {
         Core::onServerThread(weak, [message](Core& server) { server.broadcast(message); });

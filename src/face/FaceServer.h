@@ -5,10 +5,13 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 // The watch face over HTTP and WebSocket on 127.0.0.1 (Boost.Beast), on a thread of its own;
-// everything that touches the watch goes through WatchFace's thread-safe calls.
+// everything that touches the watch goes through WatchFace's thread-safe calls. Opted in, the
+// same face over HTTPS on a network address for paired devices (see NetworkAccess.h for what
+// that listener lets through, and the management interface under /api/network).
 //
 //   GET  /                    the face (index.html of the web root); other paths: its files
 //   GET  /api/snapshot        the host's snapshot (application/json)
@@ -33,6 +36,10 @@ class WatchFace;
 class FaceServer {
 public:
     static constexpr std::uint16_t kDefaultPort = 8420;
+    static constexpr std::uint16_t kDefaultNetworkPort = 8421;
+    // How often the paired devices file is looked at: a device revoked by another process
+    // loses its open streams within this time.
+    static constexpr int kRevocationCheckMilliseconds = 200;
     static constexpr std::size_t kMaximumHeaderSize = 8 * 1024;
     static constexpr std::size_t kMaximumBodySize = 64 * 1024;
     static constexpr std::size_t kMaximumConnections = 64;
@@ -45,9 +52,23 @@ public:
         std::filesystem::path webRoot;
     };
 
+    // The network listener, when wanted.
+    struct NetworkOptions {
+        // The address bound ("0.0.0.0" for every IPv4 interface) and the one that the
+        // pairing address names.
+        std::string listenAddress;
+        std::string advertisedAddress;
+        // 0 picks a free port.
+        std::uint16_t port = kDefaultNetworkPort;
+        // Holds the certificate, the paired devices and the pairing codes.
+        std::filesystem::path folder;
+        // Names and addresses of this machine that pages may use (see RequestGuard).
+        std::set<std::string> hosts;
+    };
+
     // REQUIRES: `face` outlives the server. Made, started, stopped and destroyed on the
     // main loop's thread.
-    FaceServer(WatchFace& face, Options options);
+    FaceServer(WatchFace& face, Options options, std::optional<NetworkOptions> network = std::nullopt);
     // Stops the server.
     ~FaceServer();
     FaceServer(const FaceServer&) = delete;
@@ -60,6 +81,11 @@ public:
     // The port bound; 0 before start().
     [[nodiscard]] std::uint16_t port() const;
 
+    // With a network listener, after start(): the address that devices open
+    // ("https://ADDR:PORT/") and the SHA-256 fingerprint of its certificate; empty otherwise.
+    [[nodiscard]] std::string networkUrl() const;
+    [[nodiscard]] std::string networkFingerprint() const;
+
     // Closes every connection and joins the server's thread. Idempotent.
     void stop();
 
@@ -69,6 +95,7 @@ public:
 private:
     WatchFace& m_face;
     Options m_options;
+    std::optional<NetworkOptions> m_network;
     std::shared_ptr<Core> m_core;
 };
 

@@ -114,8 +114,8 @@ class Child {
   }
 }
 
-// Starts vexo-watch, and vexo-phone on a demonstration library beside it when they are
-// built, in a temporary folder. vexo-watch is required; without the phone or the library
+// Starts vexo-watch (with options.watchArguments after its own), and vexo-phone on a
+// demonstration library beside it when they are built, in a temporary folder. vexo-watch is required; without the phone or the library
 // the scenarios that need them skip. Returns {url, watch, phone | null, missing: {what:
 // why}, root, stop()}.
 export async function startPrograms(options) {
@@ -154,7 +154,8 @@ export async function startPrograms(options) {
       phone = new Child('vexo-phone', options.phone, library ? ['--music', music] : [], env);
       children.push(phone);
     }
-    const watch = new Child('vexo-watch', options.watch, ['--port', '0', '--web-root', options['web-root']], env);
+    const watch = new Child('vexo-watch', options.watch,
+      ['--port', '0', '--web-root', options['web-root'], ...(options.watchArguments ?? [])], env);
     children.push(watch);
     const match = await watch.waitFor(/Watch face: (http:\/\/127\.0\.0\.1:\d+\/)/);
     if (phone && phone.exitStatus !== null) {
