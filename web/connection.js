@@ -2,7 +2,8 @@
 // records, notifications, event results) with reconnection, and events sent over it.
 
 const kMinimumDelay = 250;
-const kMaximumDelay = 4000;
+// The watch is on this machine: once it is back, a page should be too, within a second.
+const kMaximumDelay = 1000;
 const kEventTimeout = 10000;
 
 // What a message of the stream is, by its "type" (see vexo-watch's WatchFace):
