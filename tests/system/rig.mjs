@@ -299,6 +299,25 @@ export function stateDigest(state) {
   return `${(h2 >>> 0).toString(16)}${(h1 >>> 0).toString(16)}-${text.length}`;
 }
 
+// What differs between a mirror and a snapshot, for a failure message: the screens and
+// objects that are only in one of them or not alike, a few of each.
+export function stateDifferences(state, snapshot) {
+  const fresh = new WatchState();
+  fresh.applySnapshot(snapshot);
+  const text = (value) => JSON.stringify(value ?? null, (key, v) => (key === 'contentHeight' ? undefined : v));
+  const out = [];
+  if (JSON.stringify(state.navigation) !== JSON.stringify(fresh.navigation)) out.push(`navigation ${JSON.stringify(state.navigation)} against ${JSON.stringify(fresh.navigation)}`);
+  for (const kind of ['screens', 'objects']) {
+    const ids = new Set([...state[kind].keys(), ...fresh[kind].keys()]);
+    for (const id of ids) {
+      const mine = text(state[kind].get(id));
+      const theirs = text(fresh[kind].get(id));
+      if (mine !== theirs && out.length < 6) out.push(`${kind} ${id}: ${mine.slice(0, 300)} against ${theirs.slice(0, 300)}`);
+    }
+  }
+  return out.join('; ');
+}
+
 // The digest of a snapshot as a fresh mirror sees it.
 export function snapshotDigest(snapshot) {
   const state = new WatchState();

@@ -7,7 +7,8 @@
 import { execFile } from 'node:child_process';
 import { launchBrowser, Skip } from '../web/browser/harness.mjs';
 import {
-  FaceClient, System, neverReadingPage, processFigures, sleep, snapshotDigest, snapshotProblems, stateDigest, waitUntil,
+  FaceClient, System, neverReadingPage, processFigures, sleep, snapshotDigest, snapshotProblems, stateDifferences,
+  stateDigest, waitUntil,
 } from './rig.mjs';
 import {
   automaticTransitions, closeEverything, crossfadeButton, loadSong, nextEvent, play, randomSource,
@@ -87,7 +88,6 @@ export async function runSoak(options, settings) {
     // A page that never reads: the server drops it once too much waits for it, and the
     // others must not notice.
     const stalled = await neverReadingPage(system.port);
-    const stalledSince = Date.now();
     const [walker, director] = faces;
     await loadSong(walker, 1, 0);
     await loadSong(walker, 2, 1);
@@ -110,7 +110,10 @@ export async function runSoak(options, settings) {
         .catch((error) => failures.push(`${label}: ${error.message}`));
       for (const face of faces) {
         const digest = face.digests.get(revision);
-        if (digest !== expected) failures.push(`${label}: ${face.name} at revision ${revision} shows ${digest}, the snapshot ${expected}`);
+        if (digest !== expected) {
+          const differences = face.state.revision === revision ? ` (${stateDifferences(face.state, snapshot)})` : '';
+          failures.push(`${label}: ${face.name} at revision ${revision} shows ${digest}, the snapshot ${expected}${differences}`);
+        }
         face.stopDigests();
       }
       for (const [index, page] of openPages.entries()) {
@@ -149,15 +152,18 @@ export async function runSoak(options, settings) {
             side = side === 'Right' ? 'Left' : 'Right';
           }
         }
+        let fatal = false;
         for (const face of faces) {
           const overdue = face.overdue(30000);
           if (overdue.length) failures.push(`${face.name}: ${overdue.length} events without a result after 30 s`);
           for (const failure of face.failures.splice(0)) failures.push(failure);
           if (face.closed) failures.push(`${face.name}: the stream closed`);
+          fatal ||= overdue.length > 0 || face.closed;
         }
-        if (failures.length) return;
+        if (fatal) return true;
         await sleep(Math.max(0, due - Date.now()));
       }
+      return false;
     };
 
     const start = Date.now();
@@ -167,9 +173,10 @@ export async function runSoak(options, settings) {
     let baseline = null;
     let peak = null;
     const samples = [];
-    while (Date.now() < end && failures.length === 0) {
-      await walk(Math.min(end, Date.now() + quietEvery));
-      if (failures.length) break;
+    // A disagreement is recorded and the walk goes on, so that a long run still gives its
+    // figures; a face that lost its stream or its results ends the run.
+    while (Date.now() < end) {
+      if (await walk(Math.min(end, Date.now() + quietEvery))) break;
       await quiet(`quiet moment ${figures.quietChecks + 1}`);
       await sleep(500);
       const now = figuresOf(system);
@@ -197,7 +204,10 @@ export async function runSoak(options, settings) {
     }, {});
     figures.coverage = Object.fromEntries([...coverage.entries()].sort((a, b) => b[1] - a[1]));
     figures.pages = openPages.length;
-    figures.stalledPage = stalled.closedAt ? `dropped after ${((stalled.closedAt - stalledSince) / 1000).toFixed(0)} s` : 'still connected at the end';
+    // A paused socket does not see its end: read what waits, and see whether the end follows.
+    stalled.socket.resume();
+    await waitUntil('the end of the page that never read', () => stalled.closedAt, 5000).catch(() => {});
+    figures.stalledPage = stalled.closedAt ? 'dropped by the watch (its unread messages passed the bound)' : 'still connected at the end';
     stalled.socket.destroy();
     figures.clients = faces.length;
     for (const which of ['phone', 'watch']) {
