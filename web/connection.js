@@ -2,7 +2,8 @@
 // records, notifications, event results) with reconnection, and events sent over it.
 
 const kMinimumDelay = 250;
-// A phone whose network comes back has the whole face again within two seconds.
+// A page is back within a second of the watch or the network coming back, with the whole face
+// well inside two.
 const kMaximumDelay = 1000;
 const kEventTimeout = 10000;
 

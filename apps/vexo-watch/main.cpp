@@ -12,6 +12,7 @@
 #include "platform/graphics/AssetCatalog.h"
 #include "platform/install/InstalledData.h"
 #include "platform/ipc/Container.h"
+#include "platform/ipc/ContainerDirectory.h"
 #include "platform/ipc/LocalNotificationReceiver.h"
 #include "platform/ipc/SocketParentApplication.h"
 #include "platform/log/Log.h"
@@ -158,7 +159,7 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
     });
 
     face::ProtocolLog protocolLog;
-    // Reads the messages that the log shows; it listens to nothing itself.
+    // Reads the library actions that the log shows; it listens to nothing itself.
     transport::MMWormhole reader(options.group, std::string(model::kWormholeMessageDirectory), &loop);
 
     std::optional<std::string> launchCommand = options.phoneCommand.empty()
@@ -175,7 +176,7 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
     if (!library)
         log::warning(kComponent, "no media library (" + libraryError + "); the playlist list stays empty");
     auto defaults = std::make_shared<runtime::UserDefaults>(runtime::UserDefaults::standardPath(kDefaultsDomain));
-    model::installEnvironment({&loop, link, library, defaults});
+    model::installEnvironment({&loop, link, library, defaults, options.group});
 
     watchkit::ControllerRegistry registry;
     ui::registerInterfaceClasses(registry);
@@ -189,18 +190,10 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
         hostOptions.localization = &text::Localization::main();
         watchkit::ExtensionHost host(loop, registry, std::move(*layout.layout), hostOptions);
 
-        // Every status message a receiver of ours processes reaches us as this in-process
-        // notification, whichever transport listens for it.
-        const int observer = 0;
-        runtime::NotificationCenter::defaultCenter().addObserver(
-            &observer,
-            [&](const runtime::Notification& notification) {
-                std::optional<std::string> identifier =
-                    notification.userInfo[transport::MMWormhole::kIdentifierKey].stringValue();
-                if (identifier)
-                    protocolLog.record(*identifier, face::Direction::FromPhone, reader.messageWithIdentifier(*identifier));
-            },
-            transport::MMWormhole::kNotificationName);
+        // Every status message a receiver of ours processes, as that receiver read it.
+        transport::MMWormhole::setDeliveryObserver([&](std::string_view identifier, const plist::Value& message) {
+            protocolLog.record(identifier, face::Direction::FromPhone, message);
+        });
 
         face::WatchFace watchFace(loop, host, protocolLog, [](std::string_view name) {
             return graphics::AssetCatalog::shared().imageNamed(name);
@@ -238,7 +231,7 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
         }
         notifications.reset();
         server.stop();
-        runtime::NotificationCenter::defaultCenter().removeObserver(&observer);
+        transport::MMWormhole::setDeliveryObserver({});
     }
     // The shared model goes while the loop that its transports use is still there.
     model::installEnvironment({});
@@ -296,10 +289,8 @@ int main(int argc, char** argv) {
     if (revoke->parsed())
         return watchapp::revokeCommand(revokeName);
 
-    // The models name their container by the group the phone application shares.
-    if (options.group != model::VXAWWormholeApplicationGroupIdentifier)
-        return fail(2, "--group: the watch application shares the group '" +
-                           std::string(model::VXAWWormholeApplicationGroupIdentifier) + "' with the phone");
+    if (!ipc::ContainerDirectory::isPlainFileName(options.group))
+        return fail(2, "--group: '" + options.group + "' is no group name such as group.com.vexo.remote");
     if (!options.containerRoot.empty())
         ::setenv("VEXO_CONTAINER_ROOT", std::filesystem::absolute(options.containerRoot).c_str(), 1);
     if (!options.language.empty()) {

@@ -3,8 +3,13 @@
 // floor of the cheapest round trip on the same WebSocket, from the same page, in the same
 // run. Taps and floor samples alternate so that both see the same machine.
 //
-//   node bench/face/tap_to_redraw.mjs --watch PATH --phone PATH --library PATH --web-root DIR
-//        [--taps 200] [--screenshots DIR]
+//   node --experimental-websocket bench/face/tap_to_redraw.mjs --watch PATH --phone PATH
+//        --library PATH --web-root DIR [--taps 200] [--clients N] [--pages N] [--screenshots DIR]
+//
+// With --clients N, N WebSocket faces (node's own) follow every change as pages do, and
+// --pages N opens N more Chromium pages beside the tapping one (default 2 with --clients).
+// With faces following, it also reports the watch's CPU while they follow a running
+// transition (8 s, deck 1 to deck 2), against the same faces with the watch idle.
 //
 // Prints p50 and p99 of both and their ratios, and the p50 of each stage of a tap (the
 // action leaving the watch and the phone's status read, both by the watch's clock; the
@@ -15,9 +20,21 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { Face, loadSong, outlet } from '../../tests/web/browser/face.mjs';
 import { launchBrowser, parseArgs, run, startPrograms } from '../../tests/web/browser/harness.mjs';
+import { cpuSeconds, FaceClient, sleep, waitUntil } from '../../tests/system/rig.mjs';
+import { automaticTransitions, closeEverything, crossfadeButton, loadSong as loadSongOver, visibleController } from '../../tests/system/walk.mjs';
 
 const options = parseArgs(process.argv.slice(2));
 const taps = Math.max(10, Number(options.taps ?? 200));
+const clientCount = Number(options.clients ?? 0);
+const extraPages = Number(options.pages ?? (clientCount > 0 ? 2 : 0));
+
+// The watch's CPU over `seconds` as a share of one core.
+async function cpuShare(pid, seconds) {
+  const before = cpuSeconds(pid);
+  const start = Date.now();
+  await sleep(seconds * 1000);
+  return (cpuSeconds(pid) - before) / ((Date.now() - start) / 1000);
+}
 
 function percentile(samples, p) {
   const sorted = [...samples].sort((a, b) => a - b);
@@ -37,6 +54,17 @@ run('bench_face_tap_to_redraw', async () => {
     await face.showPage(0);
     const play = outlet('turntable1', 'playButton');
     await face.waitForImage(play, /^turntable-(play|pause)/);
+    const clients = [];
+    for (let i = 0; i < clientCount; i++) {
+      const client = new FaceClient(`face ${i + 1}`);
+      await client.connect(Number(new URL(programs.url).port));
+      clients.push(client);
+    }
+    for (let i = 0; i < extraPages; i++) {
+      const other = await browser.newPage({ viewport: { width: 1280, height: 860 } });
+      await other.goto(programs.url);
+      await other.waitForFunction(() => window.vexoFace?.state?.loaded === true, null, { timeout: 30000 });
+    }
 
     const result = await page.evaluate(async ({ selector, count }) => {
       const element = document.querySelector(selector);
@@ -120,7 +148,27 @@ run('bench_face_tap_to_redraw', async () => {
       stage('change batch on the page', result.stages.batch),
       stage('drawn', result.tap),
     ].join(', ')}`);
+    console.log(`with ${clients.length} WebSocket faces and ${extraPages + 1} Chromium pages following`);
     console.log(`goal ${tap50 <= 10 && tap99 <= 25 ? 'met' : 'not met'}`);
+    for (const client of clients) {
+      if (client.closed || client.failures.length) console.log(`${client.name}: ${client.closed ? 'closed' : client.failures[0]}`);
+    }
+    if (clients.length) {
+      // The watch's CPU while every face follows a running transition.
+      const driver = clients[0];
+      await loadSongOver(driver, 2, 1);
+      await automaticTransitions(driver);
+      await closeEverything(driver);
+      const pid = programs.watch.process.pid;
+      const idle = await cpuShare(pid, 4);
+      await driver.send({ type: 'swipe', page: 1 });
+      await waitUntil('the mixer', () => visibleController(driver.state) === 'mixer');
+      await driver.send({ type: 'tap', object: crossfadeButton(driver.state, 'Right').id });
+      const moving = await cpuShare(pid, 7);
+      const messages = clients.reduce((sum, client) => sum + client.messages, 0);
+      console.log(`watch CPU with ${clients.length} faces following: ${(moving * 100).toFixed(1)} % of one core during an 8 s transition, ${(idle * 100).toFixed(1)} % with deck 1 playing alone; ${messages} stream messages to the faces in all`);
+      for (const client of clients) client.close();
+    }
     return false;
   } finally {
     await programs?.stop();

@@ -2,6 +2,7 @@
 
 #include "face/JsonText.h"
 #include "face/NetworkAccess.h"
+#include "face/Outbox.h"
 #include "face/StaticFiles.h"
 #include "face/WatchFace.h"
 #include "platform/log/Log.h"
@@ -19,7 +20,6 @@
 #include <boost/beast/ssl.hpp>
 #include <boost/beast/websocket.hpp>
 #include <chrono>
-#include <deque>
 #include <exception>
 #include <map>
 #include <thread>
@@ -247,14 +247,15 @@ public:
     void send(const WatchFace::Message& message) override {
         if (m_closed)
             return;
-        if (m_queue.size() >= FaceServer::kMaximumQueuedMessages) {
-            log::warning(kComponent, "a page fell too far behind on the stream; disconnecting it");
+        if (!m_queue.push(message)) {
+            log::warning(kComponent, "a page fell too far behind on the stream (" + std::to_string(m_queue.size()) +
+                                         " messages, " + std::to_string(m_queue.bytes()) +
+                                         " bytes unread); disconnecting it");
             m_closed = true;
             beast::error_code ignored;
             beast::get_lowest_layer(m_socket).socket().close(ignored);
             return;
         }
-        m_queue.push_back(message);
         if (!m_writing)
             write();
     }
@@ -325,7 +326,7 @@ private:
             m_closed = true;
             return;
         }
-        m_queue.pop_front();
+        m_queue.pop();
         if (!m_queue.empty() && !m_closed)
             write();
     }
@@ -336,7 +337,7 @@ private:
     std::uint64_t m_id;
     std::string m_tokenHash;
     beast::flat_buffer m_buffer;
-    std::deque<WatchFace::Message> m_queue;
+    Outbox m_queue{{FaceServer::kMaximumQueuedMessages, FaceServer::kMaximumQueuedBytes}};
     bool m_writing = false;
     bool m_closed = false;
 };

@@ -27,8 +27,9 @@
 // upgrade or a POST (403). Request heads are at most kMaximumHeaderSize bytes (431), bodies
 // and WebSocket messages at most kMaximumBodySize (413, or the stream closes); at most
 // kMaximumConnections at once; an idle connection closes after kIdleTimeoutSeconds. A page
-// that falls kMaximumQueuedMessages behind on the stream is disconnected (it reconnects
-// and starts again from a snapshot).
+// that falls kMaximumQueuedMessages or kMaximumQueuedBytes behind on the stream is
+// disconnected (it reconnects and starts again from a snapshot); the other pages never wait
+// for it.
 namespace vexo::face {
 
 class WatchFace;
@@ -45,6 +46,7 @@ public:
     static constexpr std::size_t kMaximumConnections = 64;
     static constexpr int kIdleTimeoutSeconds = 60;
     static constexpr std::size_t kMaximumQueuedMessages = 4096;
+    static constexpr std::size_t kMaximumQueuedBytes = 8 * 1024 * 1024;
 
     struct Options {
         // 0 picks a free port.

@@ -96,8 +96,12 @@ void WatchFace::postUnreadable(std::string reason, std::function<void(Outcome)> 
 
 void WatchFace::postSnapshot(std::function<void(std::string)> done) {
     m_loop.post([alive = std::weak_ptr<WatchFace*>(m_alive), done = std::move(done)] {
-        if (auto self = alive.lock())
+        if (auto self = alive.lock()) {
+            // Changes made earlier in this turn go out as their batch first, so that the
+            // snapshot's revision names everything it shows.
+            (*self)->m_host.flushChanges();
             done(dump((*self)->m_host.snapshot()));
+        }
     });
 }
 

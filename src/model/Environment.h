@@ -1,6 +1,9 @@
 #pragma once
 
+#include "model/VXAWProtocol.h"
+
 #include <memory>
+#include <string>
 
 namespace vexo::runtime {
 class RunLoop;
@@ -16,8 +19,8 @@ class MediaLibrary;
 // What the watch-side models take from the process they run in. A program sets it once at
 // start; each test installs its own, and with it a fresh shared model (VXAWModel).
 //
-// The shared container is not part of it: every transport finds it by the application group
-// (see ipc::Container; tests point VEXO_CONTAINER_ROOT at a temporary directory).
+// The shared container is found by the application group (see ipc::Container; tests point
+// VEXO_CONTAINER_ROOT at a temporary directory).
 namespace vexo::model {
 
 struct Environment {
@@ -29,6 +32,9 @@ struct Environment {
     std::shared_ptr<media::MediaLibrary> mediaLibrary;
     // The extension's standard user defaults.
     std::shared_ptr<runtime::UserDefaults> userDefaults;
+    // The application group shared with the phone: every transport of the models and the
+    // glance, and the library's change notifications, use its container.
+    std::string applicationGroupIdentifier{VXAWWormholeApplicationGroupIdentifier};
 };
 
 // The process's environment. REQUIRES: installEnvironment() was called. Main thread.

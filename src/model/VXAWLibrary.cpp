@@ -37,7 +37,7 @@ VXAWLibrary::VXAWLibrary() {
     setSectionAvailable(true);
     m_queue = std::make_shared<runtime::OperationQueue>();
     if (const auto& library = environment().mediaLibrary)
-        library->beginGeneratingLibraryChangeNotifications(VXAWWormholeApplicationGroupIdentifier);
+        library->beginGeneratingLibraryChangeNotifications(environment().applicationGroupIdentifier);
     runtime::NotificationCenter::defaultCenter().addObserver(
         this, [this](const runtime::Notification&) { mediaLibraryDidChange(); },
         media::MediaLibrary::kDidChangeNotification);
@@ -52,7 +52,7 @@ VXAWLibrary::~VXAWLibrary() {
 
 void VXAWLibrary::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory),
+        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory),
         environment().mainLoop));
     // An action left over from an earlier run must never reach the phone again.
     m_wormhole->clearMessageContentsForIdentifier(VXAWLibraryActionMessageIdentifier);

@@ -36,7 +36,7 @@ VXAWMixer::~VXAWMixer() {
 
 void VXAWMixer::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory),
+        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory),
         environment().mainLoop));
     // Deliberately the outgoing action file, not the status: the last status of an earlier
     // run is applied below.

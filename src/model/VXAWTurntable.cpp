@@ -39,7 +39,7 @@ std::string VXAWTurntable::songInfoMessageIdentifier() const {
 
 void VXAWTurntable::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory),
+        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory),
         environment().mainLoop));
     // A play state left from an earlier run must never show; the last song may.
     m_wormhole->clearMessageContentsForIdentifier(statusMessageIdentifier());

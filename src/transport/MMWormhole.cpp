@@ -11,6 +11,19 @@
 
 namespace vexo::transport {
 
+namespace {
+
+MMWormhole::DeliveryObserver& deliveryObserver() {
+    static MMWormhole::DeliveryObserver observer;
+    return observer;
+}
+
+} // namespace
+
+void MMWormhole::setDeliveryObserver(DeliveryObserver observer) {
+    deliveryObserver() = std::move(observer);
+}
+
 void wormholeNotificationCallback(const std::string& name) {
     runtime::NotificationCenter::defaultCenter().post(
         MMWormhole::kNotificationName, nullptr,
@@ -146,8 +159,11 @@ void MMWormhole::didReceiveMessageNotification(const runtime::Notification& noti
     const Listener listener = listenerBlockForIdentifier(*identifier);
     if (!listener)
         return;
+    const plist::Value message = messageObjectFromFileWithIdentifier(*identifier);
+    if (const DeliveryObserver observer = deliveryObserver())
+        observer(*identifier, message);
     // The listener may release this instance: nothing below may touch a member.
-    listener(messageObjectFromFileWithIdentifier(*identifier));
+    listener(message);
 }
 
 MMWormhole::Listener MMWormhole::listenerBlockForIdentifier(std::string_view identifier) const {

@@ -93,6 +93,12 @@ public:
     }
     [[nodiscard]] const std::optional<std::string>& directory() const { return m_directory; }
 
+    // Sees every message handed to a listener, just before the listener, with the object
+    // that listener gets: a log of what arrived needs no second read of the file, and sees
+    // exactly what the receivers processed. Process-wide; empty removes it. Main loop only.
+    using DeliveryObserver = std::function<void(std::string_view identifier, const plist::Value& messageObject)>;
+    static void setDeliveryObserver(DeliveryObserver observer);
+
     // Name of the in-process notification that carries a received cross-process one.
     static constexpr std::string_view kNotificationName = "MMWormholeNotificationName";
     // Its only user-info key; the value is the cross-process notification's name.

@@ -35,7 +35,7 @@ void VXAWGlanceController::didDeactivate() {
 }
 
 void VXAWGlanceController::setupWormhole() {
-    m_wormhole = std::make_shared<transport::MMWormhole>(std::string(model::VXAWWormholeApplicationGroupIdentifier),
+    m_wormhole = std::make_shared<transport::MMWormhole>(model::environment().applicationGroupIdentifier,
                                                          std::string(model::kWormholeMessageDirectory),
                                                          model::environment().mainLoop);
     // The status file, not the song information the glance reads: deliberate, and kept.

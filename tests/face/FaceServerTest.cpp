@@ -11,12 +11,18 @@
 #include "platform/watchkit/Outlet.h"
 #include "support/TemporaryDirectory.h"
 
+#include <arpa/inet.h>
+#include <array>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <nlohmann/json.hpp>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 using namespace vexo;
 using namespace vexo::face;
@@ -372,4 +378,91 @@ TEST_F(FaceServerTest, ASecondServerOnTheSamePortSaysThePortIsInUse) {
     std::optional<std::string> error = second.start();
     ASSERT_TRUE(error);
     EXPECT_NE(error->find("in use"), std::string::npos) << *error;
+}
+
+namespace {
+
+// A WebSocket page that completes the handshake and then never reads: its receive buffer is
+// kept small so that what the server cannot write piles up on the server's side.
+class NeverReadingPage {
+public:
+    bool connect(std::uint16_t port, const std::string& origin) {
+        m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        int small = 4096;
+        ::setsockopt(m_fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+            return false;
+        std::string request = "GET /api/stream HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
+                              "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
+                              "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nOrigin: " + origin + "\r\n\r\n";
+        if (::send(m_fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size()))
+            return false;
+        // Only the answer's head, byte by byte, so that nothing of the stream is read.
+        std::string head;
+        char byte = 0;
+        while (!head.ends_with("\r\n\r\n") && waitReadable(10000) && ::recv(m_fd, &byte, 1, 0) == 1)
+            head += byte;
+        return head.starts_with("HTTP/1.1 101");
+    }
+
+    // Reads everything queued for us; true once the server has closed the connection.
+    bool closedByServer(int timeoutMilliseconds) {
+        std::array<char, 65536> buffer;
+        while (waitReadable(timeoutMilliseconds)) {
+            ssize_t read = ::recv(m_fd, buffer.data(), buffer.size(), 0);
+            if (read <= 0)
+                return true;
+        }
+        return false;
+    }
+
+    ~NeverReadingPage() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+
+private:
+    bool waitReadable(int timeoutMilliseconds) {
+        pollfd poll{m_fd, POLLIN, 0};
+        return ::poll(&poll, 1, timeoutMilliseconds) == 1;
+    }
+
+    int m_fd = -1;
+};
+
+} // namespace
+
+TEST_F(FaceServerTest, APageThatNeverReadsIsDroppedWhileTheOthersGetEverything) {
+    // Far more than the socket buffers and the server's bound hold together.
+    constexpr int kRecords = 400;
+    const std::string bulky(40 * 1024, 'x');
+    auto outcome = onClient([&] {
+        std::pair<int, bool> result{0, false};
+        NeverReadingPage stalled;
+        StreamClient follower;
+        if (!stalled.connect(m_port, origin()) || !follower.connect(m_port, origin())) {
+            ADD_FAILURE() << "no stream: " << follower.error();
+            return result;
+        }
+        for (int i = 0; i < 3; ++i)
+            follower.read();
+        m_loop.post([&] {
+            for (int i = 0; i < kRecords; ++i)
+                m_log.record("turntableSongInfo1", Direction::FromPhone, plist::Dictionary{{"name", bulky}});
+        });
+        while (result.first < kRecords) {
+            std::optional<std::string> text = follower.read();
+            if (!text)
+                break;
+            result.first += text->find(R"("type":"log")") != std::string::npos;
+        }
+        result.second = stalled.closedByServer(30000);
+        return result;
+    });
+    EXPECT_EQ(outcome.first, kRecords);
+    EXPECT_TRUE(outcome.second) << "the page that never reads is still connected";
 }

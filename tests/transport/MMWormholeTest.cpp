@@ -258,3 +258,29 @@ TEST_F(MMWormholeTest, WithoutAContainerNothingIsWrittenOrRead) {
     EXPECT_TRUE(received.messages.empty());
     wormhole->clearAllMessageContents();
 }
+
+TEST_F(MMWormholeTest, TheDeliveryObserverSeesWhatEachListenerGetsAndNothingElse) {
+    std::vector<std::pair<std::string, Value>> observed;
+    MMWormhole::setDeliveryObserver([&](std::string_view identifier, const Value& message) {
+        observed.emplace_back(std::string(identifier), message);
+    });
+    auto listening = makeWormhole();
+    auto writer = makeWormhole();
+    Received received;
+    listening->listenForMessageWithIdentifier("mixerStatus", received.listener());
+
+    writer->passMessageObject(kMixerStatus, "mixerStatus");
+    writer->passMessageObject(Value("nobody listens"), "turntableStatus1");
+    m_loop.runUntilIdle();
+    // A file that turns to garbage between the write and its delivery is read once, as
+    // nothing, by the listener and the observer alike.
+    writer->passMessageObject(kMixerStatus, "mixerStatus");
+    std::ofstream(messages() / "mixerStatus.archive", std::ios::trunc) << "garbage";
+    m_loop.runUntilIdle();
+    MMWormhole::setDeliveryObserver({});
+
+    const std::vector<std::pair<std::string, Value>> expected = {{"mixerStatus", kMixerStatus},
+                                                                 {"mixerStatus", Value()}};
+    EXPECT_EQ(observed, expected);
+    EXPECT_EQ(received.messages, (std::vector<Value>{kMixerStatus, Value()}));
+}

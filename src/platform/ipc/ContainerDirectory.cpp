@@ -188,24 +188,38 @@ bool ContainerDirectory::writeAtomically(std::string_view fileName, std::span<co
             const int error = errno;
             if (error == ENOENT && attempt == 0 && open(Reopen::Always))
                 continue;
-            log::debug(kLogComponent, "cannot create a temporary file for " + std::string(fileName) + ": " +
-                                          errorText(error));
+            reportWriteFailure("cannot create a temporary file for " + std::string(fileName) + ": " + errorText(error));
             return false;
         }
         const bool written = writeAll(fd, bytes);
         const int writeError = errno;
         const bool closed = ::close(fd) == 0;
         if (written && closed && ::renameat(m_directory.get(), temporary, m_directory.get(),
-                                            std::string(fileName).c_str()) == 0)
+                                            std::string(fileName).c_str()) == 0) {
+            if (m_writesFailing) {
+                m_writesFailing = false;
+                log::info(kLogComponent, "messages are written again in " + m_containerPath.string());
+            }
             return true;
+        }
         const int error = written && closed ? errno : writeError;
         ::unlinkat(m_directory.get(), temporary, 0);
         if (error == ENOENT && attempt == 0 && open(Reopen::Always))
             continue;
-        log::debug(kLogComponent, "cannot write " + std::string(fileName) + ": " + errorText(error));
+        reportWriteFailure("cannot write " + std::string(fileName) + ": " + errorText(error));
         return false;
     }
     return false;
+}
+
+void ContainerDirectory::reportWriteFailure(const std::string& what) {
+    if (m_writesFailing) {
+        log::debug(kLogComponent, what);
+        return;
+    }
+    m_writesFailing = true;
+    log::warning(kLogComponent, what + " (in " + m_containerPath.string() +
+                                    "); messages are not stored until writing works again");
 }
 
 std::optional<std::span<const std::uint8_t>> ContainerDirectory::read(std::string_view fileName) {

@@ -50,7 +50,8 @@ public:
 
     // Writes `bytes` to a temporary file in the directory and renames it over `fileName`, so
     // that a reader in any process sees the old or the new whole file. True on success; on
-    // failure nothing is left behind and the reason is logged at debug level.
+    // failure nothing is left behind, and the first failure of a run is logged as a warning
+    // (the others at debug level, the write that works again at info level).
     bool writeAtomically(std::string_view fileName, std::span<const std::uint8_t> bytes);
 
     // The whole contents of the regular file `fileName`, in a buffer this instance keeps:
@@ -70,6 +71,7 @@ public:
 
 private:
     enum class Reopen { IfEnvironmentChanged, Always };
+    void reportWriteFailure(const std::string& what);
 
     // Makes sure the descriptors are open, reopening them as `reopen` says. False when there
     // is no usable directory.
@@ -88,6 +90,9 @@ private:
     std::vector<std::uint8_t> m_readBuffer;
     // File names written once already by this instance (their leftovers are gone).
     std::vector<std::string> m_written;
+    // Set by a failed write (a full disk, for one), so that a run of failures logs one
+    // warning and the write that works again says so.
+    bool m_writesFailing = false;
 };
 
 } // namespace vexo::ipc
