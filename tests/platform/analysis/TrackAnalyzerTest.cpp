@@ -80,6 +80,28 @@ TEST(TrackAnalyzerTest, TempoAndFirstBeatFrom123To180Bpm) {
     });
 }
 
+TEST(TrackAnalyzerTest, SlowTempoWithOffBeatsIsHalvedOnlyByStrongOnes) {
+    // Off-beats a little softer than the bar that doubles a tempo: the tracker guesses double
+    // at 70 and 71 BPM, single at 74, and the answer must not follow it.
+    struct Row {
+        double bpm;
+        double offBeatGain;
+        double expected;
+    };
+    for (const Row& row : std::vector<Row>{{70, 0.14, 70}, {70, 0.16, 70}, {71, 0.14, 71}, {74, 0.14, 74},
+                                           {70, 0.3, 140}, {74, 0.3, 148}}) {
+        BeatSpec spec;
+        spec.beatsPerMinute = row.bpm;
+        spec.rhythm = Rhythm::Clicks;
+        spec.offBeatClickGain = row.offBeatGain;
+        spec.seconds = 14;
+        const std::vector<float> frames = testing::beatSong(spec);
+        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
+        EXPECT_NEAR(result.beatsPerMinute.value_or(0), row.expected, kTempoTolerance)
+            << row.bpm << " BPM, off-beats at " << row.offBeatGain;
+    }
+}
+
 struct KeyRow {
     int pitchClass;
     bool minor;
