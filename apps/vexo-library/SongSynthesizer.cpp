@@ -61,9 +61,11 @@ struct Chord {
     bool minor;
 };
 
-// i-VI-III-VII in minor keys, I-V-vi-IV in major ones.
-constexpr std::array<Chord, 4> kMinorLoop = {{{0, true}, {8, false}, {3, false}, {10, false}}};
-constexpr std::array<Chord, 4> kMajorLoop = {{{0, false}, {7, false}, {9, true}, {5, false}}};
+// i-iv-v-i in minor keys, I-IV-V-I in major ones: the tonic chord twice a loop, so that the
+// key is heard (and analysed) as the one tagged. Loops that share their chords with the
+// relative key (i-VI-III-VII is I-V-vi-IV of the relative major) leave it to guesswork.
+constexpr std::array<Chord, 4> kMinorLoop = {{{0, true}, {5, true}, {7, true}, {0, true}}};
+constexpr std::array<Chord, 4> kMajorLoop = {{{0, false}, {5, false}, {7, false}, {0, false}}};
 
 // What a bar plays; the intro has no chords, the ending no drums.
 enum Layer : unsigned { kDrums = 1, kBass = 2, kChords = 4 };
@@ -114,6 +116,8 @@ std::vector<std::int16_t> renderBar(const SongSynthesizer::Sound& sound, const T
         }
     }
     if (layers & kBass) {
+        // Kept well under the kick: the two together drive the tanh below into distortion,
+        // whose fifth harmonic of a low bass note is its major third and turns minor to major.
         const double frequency = midiFrequency(root - 12);
         for (int b = 0; b < 4; ++b) {
             const auto from = static_cast<std::size_t>(b * beat);
@@ -121,7 +125,7 @@ std::vector<std::int16_t> renderBar(const SongSynthesizer::Sound& sound, const T
             for (std::size_t i = from; i < to; ++i) {
                 const double t = static_cast<double>(i - from) / kRate;
                 const double envelope = std::exp(-t * 6) * std::min(1.0, t * 400);
-                mix[i] += 0.28 * envelope * table(frequency * static_cast<double>(i) / kRate);
+                mix[i] += 0.2 * envelope * table(frequency * static_cast<double>(i) / kRate);
             }
         }
     }

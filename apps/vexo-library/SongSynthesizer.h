@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <vector>
 
-// Makes the audio of a demonstration song: a four-chord loop in the song's key over a drum
-// pattern at its tempo (kick on every beat, snare on two and four, hi-hat on the off-beats)
-// with a bass line, so that a player has something to play and a beat to see. Different
+// Makes the audio of a demonstration song: a four-chord loop in the song's key (I-IV-V-I,
+// or i-iv-v-i) over a drum pattern at its tempo (kick on every beat, snare on two and four,
+// hi-hat on the off-beats) with a bass line, so that a player has something to play and a beat to see. Different
 // seeds give different timbres and patterns; the same seed gives the same samples.
 namespace vexo::library {
 

@@ -8,7 +8,9 @@
 
 // The musical key of a whole song, from the Queen Mary key detector (libqm-dsp's GetKeyMode:
 // a constant-Q chromagram, 36 bins an octave, correlated with its major and minor key
-// profiles). Each key scores the mean of the strengths the detector gives it block by block,
+// profiles). Four such detectors read the song in blocks of about 1.5 s, started a quarter
+// block apart, because each hears little more than the middle of its block in the octaves of
+// a melody. Each key scores the mean of the strengths the detectors give it block by block,
 // plus the correlation of the song's whole pitch-class profile (the chromagram summed over
 // the song) with Krumhansl and Kessler's probe-tone profiles; the highest wins. The first
 // alone takes a major melody for its parallel minor now and then, the second takes minor

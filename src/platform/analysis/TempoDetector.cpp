@@ -290,12 +290,13 @@ struct TempoDetector::State {
                 break;
             chosen = faster;
         }
-        // Slower while the beats between carry little.
+        // Slower while the beats between carry less than the faster level needs, so that the
+        // same onsets give the same level whichever of the two the tracker guessed.
         for (int step = 0; step < 2; ++step) {
             const Level slower = level(chosen.period * 2);
             if (slower.strength <= 0)
                 break;
-            const double needed = bpmOf(slower.period) < kPreferredSlowestBpm ? 0.55 : 0.58;
+            const double needed = bpmOf(slower.period) < kPreferredSlowestBpm ? 0.55 : 0.65;
             if (chosen.strength >= needed * slower.strength)
                 break;
             chosen = slower;

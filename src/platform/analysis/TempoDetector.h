@@ -18,9 +18,10 @@
 //     how much onset strength a grid at that period gathers at its best phase (a fold of the
 //     onset function, like an autocorrelation at that lag, over 20 s in the song's middle,
 //     the period refined within 3 %). A faster level wins when the beats it adds between the
-//     slower one's carry at least 30 % of their strength; a slower one when they carry less
-//     than 16 %. Tempos outside 70-180 BPM, the preferred range of dance music, need a
-//     clearer win (the added beats at 70 %, or under 10 %).
+//     slower one's carry at least 30 % of their strength, a slower one otherwise: one bar
+//     both ways, so that the tracker's guess does not decide between two levels. Tempos
+//     outside 70-180 BPM, the preferred range of dance music, need a clearer win (the added
+//     beats at 70 %, or under 10 %).
 //  4. Grid: the onset peaks nearest to the chosen grid, fitted by least squares (tempo and
 //     phase) over a span that doubles until it covers the song, so that a small error of the
 //     period cannot drift the grid off the beats of a long song. The first beat is the first

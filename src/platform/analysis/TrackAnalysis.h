@@ -9,7 +9,7 @@ namespace vexo::analysis {
 
 // Raised whenever the analyser changes in a way that changes its results, so that songs
 // analysed by an older one are analysed again.
-inline constexpr int kAnalysisVersion = 1;
+inline constexpr int kAnalysisVersion = 2;
 
 // Songs shorter or longer than these get no tempo or key.
 inline constexpr double kShortestAnalysedSeconds = 5;

@@ -132,6 +132,8 @@ std::vector<float> beatSong(const BeatSpec& spec) {
             addClick(mono, at, rate, inBar == 0 ? 0.8 : 0.55);
             if (spec.swing != 0.5)
                 addClick(mono, between, rate, 0.15);
+            if (spec.offBeatClickGain > 0)
+                addClick(mono, at + 0.5 * beat, rate, spec.offBeatClickGain);
             break;
         case Rhythm::FourOnTheFloor:
             addKick(mono, at, rate, 0.7);

@@ -29,6 +29,9 @@ struct BeatSpec {
     double swing = 0.5;
     // Silence before the first beat.
     double firstBeatSeconds = 0;
+    // Clicks only: a click of this gain halfway between the beats (the beats' are 0.55 and
+    // 0.8), for songs whose off-beats are neither silent nor beats.
+    double offBeatClickGain = 0;
     // A chord pad in A minor under the drums.
     bool withChords = false;
     double seconds = 20;
