@@ -34,8 +34,8 @@
 namespace {
 
 using namespace vexo;
-using analysis::testing::BeatSpec;
-using analysis::testing::KeySpec;
+using analysis::testing::BeatRecipe;
+using analysis::testing::KeyRecipe;
 using analysis::testing::Rhythm;
 
 constexpr int kRate = 44100;
@@ -72,13 +72,13 @@ int throughput(double seconds, int songs) {
     std::vector<std::filesystem::path> files;
     const double tempos[] = {92, 124, 174, 110, 140, 87.5};
     for (int i = 0; i < songs; ++i) {
-        BeatSpec spec;
-        spec.beatsPerMinute = tempos[i % 6];
-        spec.rhythm = static_cast<Rhythm>(1 + i % 3);
-        spec.withChords = true;
-        spec.seconds = seconds;
-        spec.sampleRate = kRate;
-        const std::vector<float> frames = analysis::testing::beatSong(spec);
+        BeatRecipe recipe;
+        recipe.beatsPerMinute = tempos[i % 6];
+        recipe.rhythm = static_cast<Rhythm>(1 + i % 3);
+        recipe.withChords = true;
+        recipe.seconds = seconds;
+        recipe.sampleRate = kRate;
+        const std::vector<float> frames = analysis::testing::beatSong(recipe);
         const auto path = folder.path() / ("song" + std::to_string(i) + (i % 2 == 0 ? ".flac" : ".wav"));
         const auto writer = audio::AudioFileWriter::create(path, kRate, nullptr);
         if (!writer || !writer->write(frames.data(), frames.size() / 2, nullptr) || !writer->finish(nullptr)) {
@@ -120,41 +120,41 @@ int accuracy(double seconds, const std::string& only) {
     tempos.insert(tempos.end(), {87, 123.5, 174});
     int songs = 0, withinHalf = 0, octave = 0, firstBeats = 0, firstBeatsRight = 0;
     for (std::size_t i = 0; i < tempos.size() && only != "key"; ++i) {
-        BeatSpec spec;
-        spec.beatsPerMinute = tempos[i];
-        spec.rhythm = static_cast<Rhythm>(i % 4);
-        spec.swing = i % 3 == 1 ? 2.0 / 3 : 0.5;
-        spec.firstBeatSeconds = i % 5 == 2 ? 0.3 + 0.37 * static_cast<double>(i % 7) : 0;
-        spec.withChords = i % 2 == 0;
-        spec.seconds = seconds;
-        spec.sampleRate = kRate;
-        const auto result = analyseFrames(analysis::testing::beatSong(spec));
+        BeatRecipe recipe;
+        recipe.beatsPerMinute = tempos[i];
+        recipe.rhythm = static_cast<Rhythm>(i % 4);
+        recipe.swing = i % 3 == 1 ? 2.0 / 3 : 0.5;
+        recipe.firstBeatSeconds = i % 5 == 2 ? 0.3 + 0.37 * static_cast<double>(i % 7) : 0;
+        recipe.withChords = i % 2 == 0;
+        recipe.seconds = seconds;
+        recipe.sampleRate = kRate;
+        const auto result = analyseFrames(analysis::testing::beatSong(recipe));
         ++songs;
         const double found = result.beatsPerMinute.value_or(0);
-        const bool right = std::abs(found - spec.beatsPerMinute) <= 0.5;
+        const bool right = std::abs(found - recipe.beatsPerMinute) <= 0.5;
         withinHalf += right ? 1 : 0;
-        const bool octaveError = std::abs(found - 2 * spec.beatsPerMinute) <= 1 || std::abs(found - spec.beatsPerMinute / 2) <= 1;
+        const bool octaveError = std::abs(found - 2 * recipe.beatsPerMinute) <= 1 || std::abs(found - recipe.beatsPerMinute / 2) <= 1;
         octave += octaveError ? 1 : 0;
         if (right) {
             ++firstBeats;
-            firstBeatsRight += std::abs(result.firstBeatSeconds.value_or(-1) - spec.firstBeatSeconds) <= 0.020 ? 1 : 0;
+            firstBeatsRight += std::abs(result.firstBeatSeconds.value_or(-1) - recipe.firstBeatSeconds) <= 0.020 ? 1 : 0;
         }
         if (!right)
             std::printf("  tempo miss: %s at %.1f BPM, swing %.2f, first beat %.2f s: found %.2f\n",
-                        analysis::testing::rhythmName(spec.rhythm).c_str(), spec.beatsPerMinute, spec.swing,
-                        spec.firstBeatSeconds, found);
+                        analysis::testing::rhythmName(recipe.rhythm).c_str(), recipe.beatsPerMinute, recipe.swing,
+                        recipe.firstBeatSeconds, found);
     }
     int keys = 0, keysRight = 0;
     for (const bool melody : {false, true}) {
         for (int index = 0; index < 24 && only != "tempo"; ++index) {
-            KeySpec spec;
-            spec.pitchClass = index % 12;
-            spec.minor = index >= 12;
-            spec.melody = melody;
-            spec.seconds = std::min(seconds, 20.0);
-            spec.sampleRate = kRate;
-            const auto result = analyseFrames(analysis::testing::keySong(spec));
-            const std::string expected = media::camelotKey(spec.pitchClass, spec.minor);
+            KeyRecipe recipe;
+            recipe.pitchClass = index % 12;
+            recipe.minor = index >= 12;
+            recipe.melody = melody;
+            recipe.seconds = std::min(seconds, 20.0);
+            recipe.sampleRate = kRate;
+            const auto result = analyseFrames(analysis::testing::keySong(recipe));
+            const std::string expected = media::camelotKey(recipe.pitchClass, recipe.minor);
             ++keys;
             keysRight += result.key == expected ? 1 : 0;
             if (result.key != expected)

@@ -17,7 +17,7 @@
 namespace vexo::sound {
 namespace {
 
-using audio::testing::ToneSpec;
+using audio::testing::ToneRecipe;
 using namespace sound::testing;
 
 constexpr int kRate = 48000;
@@ -37,7 +37,7 @@ protected:
     void loadTone(int deck, double frequency, double seconds = 12) {
         const auto path = m_folder.path() / ("tone" + std::to_string(deck) + ".wav");
         std::string error;
-        ASSERT_TRUE(audio::testing::writeToneFile(path, ToneSpec{kRate, seconds, frequency, 0.5, 0}, &error)) << error;
+        ASSERT_TRUE(audio::testing::writeToneFile(path, ToneRecipe{kRate, seconds, frequency, 0.5, 0}, &error)) << error;
         std::shared_ptr<Track> track = Track::open(path, kRate, &error);
         ASSERT_TRUE(track) << error;
         m_engine.load(deck, track, BeatGrid{120, 0});

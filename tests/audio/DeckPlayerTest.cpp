@@ -11,7 +11,7 @@
 namespace vexo::sound {
 namespace {
 
-using audio::testing::ToneSpec;
+using audio::testing::ToneRecipe;
 using namespace sound::testing;
 using namespace std::chrono_literals;
 
@@ -37,7 +37,7 @@ protected:
     }
 
     vexo::testing::TemporaryDirectory m_folder;
-    ToneSpec m_tone{kRate, 4, 220, 0.5, 0};
+    ToneRecipe m_tone{kRate, 4, 220, 0.5, 0};
     std::shared_ptr<Track> m_track;
     DeckPlayer m_player{kRate, kBlock};
 };

@@ -15,7 +15,7 @@
 namespace vexo::sound {
 namespace {
 
-using audio::testing::ToneSpec;
+using audio::testing::ToneRecipe;
 using namespace std::chrono_literals;
 
 // Reads [start, start + frames) once the worker has it.
@@ -31,8 +31,8 @@ TEST(TrackTest, ALongSongPlaysFromAnywhereInABoundedCache) {
     // Ten minutes at a low rate keep the file small; the track reads it at 8 kHz too.
     constexpr int kRate = 8000;
     const auto path = folder.path() / "long.wav";
-    ASSERT_TRUE(audio::testing::writeToneFile(path, ToneSpec{kRate, 600, 97, 0.5, 0}));
-    const std::vector<float> whole = audio::testing::toneFrames(ToneSpec{kRate, 600, 97, 0.5, 0});
+    ASSERT_TRUE(audio::testing::writeToneFile(path, ToneRecipe{kRate, 600, 97, 0.5, 0}));
+    const std::vector<float> whole = audio::testing::toneFrames(ToneRecipe{kRate, 600, 97, 0.5, 0});
     std::string error;
     const std::shared_ptr<Track> track = Track::open(path, kRate, &error);
     ASSERT_TRUE(track) << error;
@@ -60,7 +60,7 @@ TEST(TrackTest, ALongSongPlaysFromAnywhereInABoundedCache) {
 TEST(TrackTest, ATruncatedSongEndsWhereItsFramesEnd) {
     vexo::testing::TemporaryDirectory folder;
     const auto whole = folder.path() / "whole.wav";
-    ASSERT_TRUE(audio::testing::writeToneFile(whole, ToneSpec{48000, 4, 440, 0.5, 0}));
+    ASSERT_TRUE(audio::testing::writeToneFile(whole, ToneRecipe{48000, 4, 440, 0.5, 0}));
     std::ifstream in(whole, std::ios::binary);
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     const auto cut = folder.path() / "cut.wav";

@@ -18,7 +18,7 @@
 namespace vexo::phone::testing {
 namespace {
 
-using audio::testing::ToneSpec;
+using audio::testing::ToneRecipe;
 using namespace sound::testing;
 
 constexpr int kRate = 48000;
@@ -29,7 +29,7 @@ protected:
     void SetUp() override { m_sound = &m_link; }
 
     // A song at `file` in the catalogue, written from `tone` unless the file is made otherwise.
-    void addSong(media::PersistentID id, const std::string& file, std::int64_t bpm, std::optional<ToneSpec> tone) {
+    void addSong(media::PersistentID id, const std::string& file, std::int64_t bpm, std::optional<ToneRecipe> tone) {
         const auto path = m_folder.path() / file;
         if (tone) {
             std::string error;
@@ -83,7 +83,7 @@ protected:
 };
 
 TEST_F(EngineSoundTest, TheClockTheWatchSeesIsTheFramesPlayed) {
-    addSong(1, "tone.flac", 120, ToneSpec{22050, 7.5, 440, 0.5, 0});
+    addSong(1, "tone.flac", 120, ToneRecipe{22050, 7.5, 440, 0.5, 0});
     load(1, 1);
     EXPECT_EQ(m_sink.last("turntableSongInfo1")["currentSong"]["duration"].integerValue(), 7)
         << "the decoded length, not the tags' 600 s";
@@ -103,14 +103,14 @@ TEST_F(EngineSoundTest, TheClockTheWatchSeesIsTheFramesPlayed) {
 }
 
 TEST_F(EngineSoundTest, ASongThatCannotPlayLeavesTheDeckAsItWas) {
-    addSong(1, "good.wav", 120, ToneSpec{kRate, 4, 440, 0.5, 0});
+    addSong(1, "good.wav", 120, ToneRecipe{kRate, 4, 440, 0.5, 0});
     addSong(2, "missing.wav", 120, std::nullopt);
     addSong(3, "garbage.mp3", 120, std::nullopt);
     addSong(4, "truncated.flac", 120, std::nullopt);
     std::ofstream(m_folder.path() / "garbage.mp3") << std::string(4096, 'x');
     {
         std::string error;
-        ASSERT_TRUE(audio::testing::writeToneFile(m_folder.path() / "whole.flac", ToneSpec{kRate, 4, 440, 0.5, 0},
+        ASSERT_TRUE(audio::testing::writeToneFile(m_folder.path() / "whole.flac", ToneRecipe{kRate, 4, 440, 0.5, 0},
                                                   &error));
         std::ifstream whole(m_folder.path() / "whole.flac", std::ios::binary);
         std::string bytes((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
@@ -133,7 +133,7 @@ TEST_F(EngineSoundTest, ASongThatCannotPlayLeavesTheDeckAsItWas) {
 }
 
 TEST_F(EngineSoundTest, TheAutoLoopHoldsItsBeatsToTheSampleWithoutAClick) {
-    addSong(1, "tone.wav", 125, ToneSpec{kRate, 20, 220, 0.5, 0});
+    addSong(1, "tone.wav", 125, ToneRecipe{kRate, 20, 220, 0.5, 0});
     load(1, 1);
     send(deckAction(1, 0));
     (void)play(1.3);
@@ -154,8 +154,8 @@ TEST_F(EngineSoundTest, TheAutoLoopHoldsItsBeatsToTheSampleWithoutAClick) {
 }
 
 TEST_F(EngineSoundTest, SyncMatchesTempoAndBeatsAndKeylockKeepsThePitch) {
-    addSong(1, "clicks120.wav", 120, ToneSpec{kRate, 30, 1000, 0.5, 120});
-    addSong(2, "clicks126.wav", 126, ToneSpec{kRate, 30, 3000, 0.5, 126});
+    addSong(1, "clicks120.wav", 120, ToneRecipe{kRate, 30, 1000, 0.5, 120});
+    addSong(2, "clicks126.wav", 126, ToneRecipe{kRate, 30, 3000, 0.5, 126});
     load(1, 1);
     load(2, 2);
     // Deck 1 is heard (the crossfader on its side), so deck 2 follows it.
@@ -191,8 +191,8 @@ TEST_F(EngineSoundTest, SyncMatchesTempoAndBeatsAndKeylockKeepsThePitch) {
 }
 
 TEST_F(EngineSoundTest, KeylockHoldsThePitchWhileTheTempoMovesSixPercent) {
-    addSong(1, "beat.wav", 120, ToneSpec{kRate, 20, 880, 0.5, 120});
-    addSong(2, "tone.wav", 113, ToneSpec{kRate, 20, 440, 0.5, 0});
+    addSong(1, "beat.wav", 120, ToneRecipe{kRate, 20, 880, 0.5, 120});
+    addSong(2, "tone.wav", 113, ToneRecipe{kRate, 20, 440, 0.5, 0});
     load(1, 1);
     load(2, 2);
     send(mixerAction(2, plist::Value(plist::Dictionary{{"crossfaderPosition", plist::Value(0.25)}})));

@@ -10,7 +10,7 @@ namespace {
 
 constexpr double kTwoPi = 2 * std::numbers::pi;
 
-// A fixed noise source, so the same spec gives the same samples.
+// A fixed noise source, so the same recipe gives the same samples.
 class Noise {
 public:
     explicit Noise(std::uint32_t seed) : m_state(seed) {}
@@ -116,24 +116,24 @@ std::string rhythmName(Rhythm rhythm) {
     return {};
 }
 
-std::vector<float> beatSong(const BeatSpec& spec) {
-    const int rate = spec.sampleRate;
-    std::vector<double> mono(static_cast<std::size_t>(spec.seconds * rate), 0.0);
-    Noise noise(static_cast<std::uint32_t>(spec.beatsPerMinute * 100) + static_cast<std::uint32_t>(spec.rhythm));
-    const double beat = 60.0 / spec.beatsPerMinute;
+std::vector<float> beatSong(const BeatRecipe& recipe) {
+    const int rate = recipe.sampleRate;
+    std::vector<double> mono(static_cast<std::size_t>(recipe.seconds * rate), 0.0);
+    Noise noise(static_cast<std::uint32_t>(recipe.beatsPerMinute * 100) + static_cast<std::uint32_t>(recipe.rhythm));
+    const double beat = 60.0 / recipe.beatsPerMinute;
     for (int n = 0;; ++n) {
-        const double at = spec.firstBeatSeconds + n * beat;
-        if (at >= spec.seconds)
+        const double at = recipe.firstBeatSeconds + n * beat;
+        if (at >= recipe.seconds)
             break;
-        const double between = at + spec.swing * beat;
+        const double between = at + recipe.swing * beat;
         const int inBar = n % 4;
-        switch (spec.rhythm) {
+        switch (recipe.rhythm) {
         case Rhythm::Clicks:
             addClick(mono, at, rate, inBar == 0 ? 0.8 : 0.55);
-            if (spec.swing != 0.5)
+            if (recipe.swing != 0.5)
                 addClick(mono, between, rate, 0.15);
-            if (spec.offBeatClickGain > 0)
-                addClick(mono, at + 0.5 * beat, rate, spec.offBeatClickGain);
+            if (recipe.offBeatClickGain > 0)
+                addClick(mono, at + 0.5 * beat, rate, recipe.offBeatClickGain);
             break;
         case Rhythm::FourOnTheFloor:
             addKick(mono, at, rate, 0.7);
@@ -143,9 +143,9 @@ std::vector<float> beatSong(const BeatSpec& spec) {
             break;
         case Rhythm::Backbeat:
         case Rhythm::Breakbeat:
-            if (inBar == 0 || (inBar == 2 && spec.rhythm == Rhythm::Backbeat))
+            if (inBar == 0 || (inBar == 2 && recipe.rhythm == Rhythm::Backbeat))
                 addKick(mono, at, rate, 0.7);
-            if (inBar == 2 && spec.rhythm == Rhythm::Breakbeat)
+            if (inBar == 2 && recipe.rhythm == Rhythm::Breakbeat)
                 addKick(mono, between, rate, 0.5);
             if (inBar % 2 == 1)
                 addSnare(mono, at, rate, 0.5, noise);
@@ -154,53 +154,53 @@ std::vector<float> beatSong(const BeatSpec& spec) {
             break;
         }
     }
-    if (spec.withChords) {
+    if (recipe.withChords) {
         // Am F C G, a chord a bar.
         static constexpr std::array<std::array<int, 3>, 4> kChords = {{{57, 60, 64}, {53, 57, 60}, {48, 52, 55}, {55, 59, 62}}};
         const double bar = 4 * beat;
-        for (int n = 0; spec.firstBeatSeconds + n * bar < spec.seconds; ++n) {
-            const double from = spec.firstBeatSeconds + n * bar;
+        for (int n = 0; recipe.firstBeatSeconds + n * bar < recipe.seconds; ++n) {
+            const double from = recipe.firstBeatSeconds + n * bar;
             for (const int note : kChords[static_cast<std::size_t>(n % 4)])
-                addNote(mono, note, from, std::min(spec.seconds, from + bar), rate, 0.04);
+                addNote(mono, note, from, std::min(recipe.seconds, from + bar), rate, 0.04);
         }
     }
     return stereo(mono);
 }
 
-std::vector<float> keySong(const KeySpec& spec) {
-    const int rate = spec.sampleRate;
-    std::vector<double> mono(static_cast<std::size_t>(spec.seconds * rate), 0.0);
-    const int tonic = 48 + spec.pitchClass; // C3 ... B3
-    const int third = spec.minor ? 3 : 4;
-    if (!spec.melody) {
+std::vector<float> keySong(const KeyRecipe& recipe) {
+    const int rate = recipe.sampleRate;
+    std::vector<double> mono(static_cast<std::size_t>(recipe.seconds * rate), 0.0);
+    const int tonic = 48 + recipe.pitchClass; // C3 ... B3
+    const int third = recipe.minor ? 3 : 4;
+    if (!recipe.melody) {
         // I IV V I, or i iv V i (the harmonic minor's major dominant), 1.5 s a chord.
         const std::array<std::array<int, 3>, 4> chords = {{{0, third, 7},
                                                            {5, 5 + third, 12},
                                                            {7, 11, 14},
                                                            {0, third, 7}}};
         constexpr double kChordSeconds = 1.5;
-        for (int n = 0; n * kChordSeconds < spec.seconds; ++n) {
+        for (int n = 0; n * kChordSeconds < recipe.seconds; ++n) {
             const auto& chord = chords[static_cast<std::size_t>(n % 4)];
             const double from = n * kChordSeconds;
-            const double to = std::min(spec.seconds, from + kChordSeconds);
+            const double to = std::min(recipe.seconds, from + kChordSeconds);
             addNote(mono, tonic - 12 + chord[0], from, to, rate, 0.12);
             for (const int interval : chord)
                 addNote(mono, tonic + interval, from, to, rate, 0.08);
         }
     } else {
         // A tune on the scale that starts and ends on the tonic, over a quiet tonic drone.
-        const std::array<int, 7> scale = spec.minor ? std::array<int, 7>{0, 2, 3, 5, 7, 8, 11}
+        const std::array<int, 7> scale = recipe.minor ? std::array<int, 7>{0, 2, 3, 5, 7, 8, 11}
                                                     : std::array<int, 7>{0, 2, 4, 5, 7, 9, 11};
         static constexpr std::array<int, 16> kTune = {0, 2, 4, 7, 4, 3, 2, 1, 0, 4, 5, 4, 6, 7, 4, 0};
         constexpr double kNoteSeconds = 0.375;
-        for (int n = 0; n * kNoteSeconds < spec.seconds; ++n) {
+        for (int n = 0; n * kNoteSeconds < recipe.seconds; ++n) {
             const int degree = kTune[static_cast<std::size_t>(n % 16)];
             const int interval = degree >= 7 ? 12 + scale[static_cast<std::size_t>(degree - 7)]
                                              : scale[static_cast<std::size_t>(degree)];
             const double from = n * kNoteSeconds;
-            addNote(mono, tonic + 12 + interval, from, std::min(spec.seconds, from + kNoteSeconds), rate, 0.15);
+            addNote(mono, tonic + 12 + interval, from, std::min(recipe.seconds, from + kNoteSeconds), rate, 0.15);
         }
-        addNote(mono, tonic - 12, 0, spec.seconds, rate, 0.05);
+        addNote(mono, tonic - 12, 0, recipe.seconds, rate, 0.05);
     }
     return stereo(mono);
 }

@@ -6,7 +6,7 @@
 
 // Songs made on the spot with known tempo, first beat, key and level, for the analysis tests,
 // the accuracy report and the benchmark. Every function returns interleaved stereo float
-// frames (both channels equal) and gives the same samples for the same spec.
+// frames (both channels equal) and gives the same samples for the same recipe.
 namespace vexo::analysis::testing {
 
 enum class Rhythm {
@@ -21,7 +21,7 @@ enum class Rhythm {
     Breakbeat,
 };
 
-struct BeatSpec {
+struct BeatRecipe {
     double beatsPerMinute = 120;
     Rhythm rhythm = Rhythm::FourOnTheFloor;
     // Where the eighth between two beats falls, as a share of the beat: 0.5 straight, 2/3
@@ -38,7 +38,7 @@ struct BeatSpec {
     int sampleRate = 22050;
 };
 
-struct KeySpec {
+struct KeyRecipe {
     // 0 = C ... 11 = B.
     int pitchClass = 0;
     bool minor = false;
@@ -49,8 +49,8 @@ struct KeySpec {
     int sampleRate = 22050;
 };
 
-[[nodiscard]] std::vector<float> beatSong(const BeatSpec& spec);
-[[nodiscard]] std::vector<float> keySong(const KeySpec& spec);
+[[nodiscard]] std::vector<float> beatSong(const BeatRecipe& recipe);
+[[nodiscard]] std::vector<float> keySong(const KeyRecipe& recipe);
 // A steady sine of `peak` amplitude; its integrated loudness is 20 log10(peak) LUFS at 997 Hz.
 [[nodiscard]] std::vector<float> toneSong(double frequency, double peak, double seconds, int sampleRate = 22050,
                                           double phase = 0);

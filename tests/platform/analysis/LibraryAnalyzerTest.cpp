@@ -19,12 +19,12 @@ namespace {
 namespace fs = std::filesystem;
 
 void writeSong(const fs::path& path, double bpm) {
-    testing::BeatSpec spec;
-    spec.beatsPerMinute = bpm;
-    spec.seconds = 8;
-    spec.withChords = true;
-    const std::vector<float> frames = testing::beatSong(spec);
-    const auto writer = audio::AudioFileWriter::create(path, spec.sampleRate, nullptr);
+    testing::BeatRecipe recipe;
+    recipe.beatsPerMinute = bpm;
+    recipe.seconds = 8;
+    recipe.withChords = true;
+    const std::vector<float> frames = testing::beatSong(recipe);
+    const auto writer = audio::AudioFileWriter::create(path, recipe.sampleRate, nullptr);
     ASSERT_TRUE(writer);
     ASSERT_TRUE(writer->write(frames.data(), frames.size() / 2, nullptr));
     ASSERT_TRUE(writer->finish(nullptr));
@@ -38,7 +38,7 @@ protected:
         writeSong(m_music / "b.flac", 128);
         writeSong(m_music / "c.wav", 140);
         // Indexed like any song, analysed as nothing.
-        audio::testing::ToneSpec silence;
+        audio::testing::ToneRecipe silence;
         silence.frequency = 0;
         silence.seconds = 6;
         EXPECT_TRUE(audio::testing::writeToneFile(m_music / "silence.wav", silence));

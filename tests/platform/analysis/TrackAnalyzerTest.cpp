@@ -17,8 +17,8 @@
 namespace vexo::analysis {
 namespace {
 
-using testing::BeatSpec;
-using testing::KeySpec;
+using testing::BeatRecipe;
+using testing::KeyRecipe;
 using testing::Rhythm;
 
 constexpr double kTempoTolerance = 0.5;
@@ -35,15 +35,15 @@ struct TempoRow {
 
 void expectTempoAndFirstBeat(const std::vector<TempoRow>& rows) {
     for (const TempoRow& row : rows) {
-        BeatSpec spec;
-        spec.beatsPerMinute = row.bpm;
-        spec.rhythm = row.rhythm;
-        spec.swing = row.swing;
-        spec.firstBeatSeconds = row.firstBeat;
-        spec.withChords = row.chords;
-        spec.seconds = 14;
-        const std::vector<float> frames = testing::beatSong(spec);
-        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
+        BeatRecipe recipe;
+        recipe.beatsPerMinute = row.bpm;
+        recipe.rhythm = row.rhythm;
+        recipe.swing = row.swing;
+        recipe.firstBeatSeconds = row.firstBeat;
+        recipe.withChords = row.chords;
+        recipe.seconds = 14;
+        const std::vector<float> frames = testing::beatSong(recipe);
+        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, recipe.sampleRate);
         SCOPED_TRACE(testing::rhythmName(row.rhythm) + " at " + std::to_string(row.bpm) + " BPM, swing " +
                      std::to_string(row.swing) + ", first beat " + std::to_string(row.firstBeat));
         ASSERT_TRUE(result.beatsPerMinute.has_value());
@@ -90,13 +90,13 @@ TEST(TrackAnalyzerTest, SlowTempoWithOffBeatsIsHalvedOnlyByStrongOnes) {
     };
     for (const Row& row : std::vector<Row>{{70, 0.14, 70}, {70, 0.16, 70}, {71, 0.14, 71}, {74, 0.14, 74},
                                            {70, 0.3, 140}, {74, 0.3, 148}}) {
-        BeatSpec spec;
-        spec.beatsPerMinute = row.bpm;
-        spec.rhythm = Rhythm::Clicks;
-        spec.offBeatClickGain = row.offBeatGain;
-        spec.seconds = 14;
-        const std::vector<float> frames = testing::beatSong(spec);
-        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
+        BeatRecipe recipe;
+        recipe.beatsPerMinute = row.bpm;
+        recipe.rhythm = Rhythm::Clicks;
+        recipe.offBeatClickGain = row.offBeatGain;
+        recipe.seconds = 14;
+        const std::vector<float> frames = testing::beatSong(recipe);
+        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, recipe.sampleRate);
         EXPECT_NEAR(result.beatsPerMinute.value_or(0), row.expected, kTempoTolerance)
             << row.bpm << " BPM, off-beats at " << row.offBeatGain;
     }
@@ -112,13 +112,13 @@ struct KeyRow {
 int keysRight(const std::vector<KeyRow>& rows, bool melody) {
     int right = 0;
     for (const KeyRow& row : rows) {
-        KeySpec spec;
-        spec.pitchClass = row.pitchClass;
-        spec.minor = row.minor;
-        spec.melody = melody;
-        spec.seconds = 6;
-        const std::vector<float> frames = testing::keySong(spec);
-        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, spec.sampleRate);
+        KeyRecipe recipe;
+        recipe.pitchClass = row.pitchClass;
+        recipe.minor = row.minor;
+        recipe.melody = melody;
+        recipe.seconds = 6;
+        const std::vector<float> frames = testing::keySong(recipe);
+        const TrackAnalysis result = TrackAnalyzer::analyzeFrames(frames.data(), frames.size() / 2, recipe.sampleRate);
         const std::string found = result.key.value_or("none");
         right += found == row.expected ? 1 : 0;
         if (found != row.expected && !melody)
@@ -218,11 +218,11 @@ TEST(TrackAnalyzerTest, BadInputGetsNoTempoOrKeyAndAReason) {
     {
         std::ofstream(path("notes.mp3")) << "not audio at all";
     }
-    audio::testing::ToneSpec silence;
+    audio::testing::ToneRecipe silence;
     silence.frequency = 0;
     silence.seconds = 8;
     ASSERT_TRUE(audio::testing::writeToneFile(path("silence.wav"), silence));
-    audio::testing::ToneSpec shortClicks;
+    audio::testing::ToneRecipe shortClicks;
     shortClicks.seconds = 3;
     shortClicks.clicksPerMinute = 120;
     ASSERT_TRUE(audio::testing::writeToneFile(path("short.wav"), shortClicks));
@@ -253,7 +253,7 @@ TEST(TrackAnalyzerTest, BadInputGetsNoTempoOrKeyAndAReason) {
 
 TEST(TrackAnalyzerTest, FileAtTheDecodersRateGivesWhatItsFramesGive) {
     vexo::testing::TemporaryDirectory folder;
-    audio::testing::ToneSpec clicks;
+    audio::testing::ToneRecipe clicks;
     clicks.sampleRate = 44100;
     clicks.seconds = 12;
     clicks.clicksPerMinute = 100;

@@ -7,12 +7,12 @@
 
 namespace vexo::audio::testing {
 
-std::vector<float> toneFrames(const ToneSpec& spec) {
-    const auto frames = static_cast<std::size_t>(std::llround(spec.seconds * spec.sampleRate));
+std::vector<float> toneFrames(const ToneRecipe& recipe) {
+    const auto frames = static_cast<std::size_t>(std::llround(recipe.seconds * recipe.sampleRate));
     std::vector<float> out(frames * 2, 0.0f);
-    const double step = 2 * std::numbers::pi * spec.frequency / spec.sampleRate;
-    const double beat = spec.clicksPerMinute > 0 ? 60.0 * spec.sampleRate / spec.clicksPerMinute : 0;
-    const auto burst = static_cast<std::size_t>(0.02 * spec.sampleRate);
+    const double step = 2 * std::numbers::pi * recipe.frequency / recipe.sampleRate;
+    const double beat = recipe.clicksPerMinute > 0 ? 60.0 * recipe.sampleRate / recipe.clicksPerMinute : 0;
+    const auto burst = static_cast<std::size_t>(0.02 * recipe.sampleRate);
     for (std::size_t i = 0; i < frames; ++i) {
         double gain = 1;
         if (beat > 0) {
@@ -20,18 +20,18 @@ std::vector<float> toneFrames(const ToneSpec& spec) {
             const double into = std::fmod(static_cast<double>(i), beat);
             gain = into < static_cast<double>(burst) ? 1 - into / static_cast<double>(burst) : 0;
         }
-        const auto sample = static_cast<float>(spec.amplitude * gain * std::sin(step * static_cast<double>(i)));
+        const auto sample = static_cast<float>(recipe.amplitude * gain * std::sin(step * static_cast<double>(i)));
         out[2 * i] = sample;
         out[2 * i + 1] = sample;
     }
     return out;
 }
 
-bool writeToneFile(const std::filesystem::path& path, const ToneSpec& spec, std::string* error) {
-    const std::unique_ptr<AudioFileWriter> writer = AudioFileWriter::create(path, spec.sampleRate, error);
+bool writeToneFile(const std::filesystem::path& path, const ToneRecipe& recipe, std::string* error) {
+    const std::unique_ptr<AudioFileWriter> writer = AudioFileWriter::create(path, recipe.sampleRate, error);
     if (!writer)
         return false;
-    const std::vector<float> frames = toneFrames(spec);
+    const std::vector<float> frames = toneFrames(recipe);
     return writer->write(frames.data(), frames.size() / 2, error) && writer->finish(error);
 }
 

@@ -8,7 +8,7 @@
 // (AudioFileWriter), so any extension it knows gives that format. Stereo, both channels equal.
 namespace vexo::audio::testing {
 
-struct ToneSpec {
+struct ToneRecipe {
     int sampleRate = 48000;
     double seconds = 4;
     // A sine at this frequency and peak amplitude; 0 Hz: silence.
@@ -19,11 +19,11 @@ struct ToneSpec {
     double clicksPerMinute = 0;
 };
 
-// The frames a ToneSpec describes, interleaved stereo.
-[[nodiscard]] std::vector<float> toneFrames(const ToneSpec& spec);
+// The frames a ToneRecipe describes, interleaved stereo.
+[[nodiscard]] std::vector<float> toneFrames(const ToneRecipe& recipe);
 
 // Writes them to `path`; false, with `*error` set, when the writer refused.
-[[nodiscard]] bool writeToneFile(const std::filesystem::path& path, const ToneSpec& spec,
+[[nodiscard]] bool writeToneFile(const std::filesystem::path& path, const ToneRecipe& recipe,
                                  std::string* error = nullptr);
 
 } // namespace vexo::audio::testing

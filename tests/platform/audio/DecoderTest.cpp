@@ -17,7 +17,7 @@
 namespace vexo::audio {
 namespace {
 
-using testing::ToneSpec;
+using testing::ToneRecipe;
 using namespace sound::testing;
 
 constexpr int kRate = 48000;
@@ -50,7 +50,7 @@ TEST(DecoderTest, EveryScannedFormatDecodesToItsToneAndLength) {
     for (const Row& row : rows) {
         const auto path = folder.path() / (std::string("tone") + row.extension);
         std::string error;
-        if (!testing::writeToneFile(path, ToneSpec{row.writtenRate, 2, 1000, 0.5, 0}, &error)) {
+        if (!testing::writeToneFile(path, ToneRecipe{row.writtenRate, 2, 1000, 0.5, 0}, &error)) {
             ADD_FAILURE() << row.extension << ": " << error;
             continue;
         }
@@ -77,7 +77,7 @@ TEST(DecoderTest, ASeekLandsOnTheFrameAStraightReadGives) {
     const Row rows[] = {{".wav", 48000, 0}, {".flac", 48000, 0}, {".flac", 44100, 0.02}, {".mp3", 48000, 0.05}};
     for (const Row& row : rows) {
         const auto path = folder.path() / (std::string("seek") + std::to_string(row.writtenRate) + row.extension);
-        ASSERT_TRUE(testing::writeToneFile(path, ToneSpec{row.writtenRate, 3, 330, 0.5, 0}));
+        ASSERT_TRUE(testing::writeToneFile(path, ToneRecipe{row.writtenRate, 3, 330, 0.5, 0}));
         auto straight = Decoder::open(path, kRate);
         ASSERT_TRUE(straight);
         const std::vector<float> all = readAll(*straight);
@@ -99,9 +99,9 @@ TEST(DecoderTest, ASeekLandsOnTheFrameAStraightReadGives) {
 TEST(DecoderTest, BadFilesSayWhyAndNeverCrash) {
     vexo::testing::TemporaryDirectory folder;
     const auto good = folder.path() / "good.wav";
-    ASSERT_TRUE(testing::writeToneFile(good, ToneSpec{kRate, 2, 440, 0.5, 0}));
+    ASSERT_TRUE(testing::writeToneFile(good, ToneRecipe{kRate, 2, 440, 0.5, 0}));
     const auto goodFlac = folder.path() / "good.flac";
-    ASSERT_TRUE(testing::writeToneFile(goodFlac, ToneSpec{kRate, 2, 440, 0.5, 0}));
+    ASSERT_TRUE(testing::writeToneFile(goodFlac, ToneRecipe{kRate, 2, 440, 0.5, 0}));
     const std::string wav = bytesOf(good);
     const std::string flac = bytesOf(goodFlac);
     const auto write = [&](const char* name, const std::string& bytes) {

@@ -13,7 +13,7 @@
 namespace vexo::audio {
 namespace {
 
-using testing::ToneSpec;
+using testing::ToneRecipe;
 using namespace std::chrono_literals;
 
 constexpr int kRate = 48000;
@@ -33,7 +33,7 @@ TEST(RecorderTest, WhatIsPushedIsWhatTheFileHolds) {
         const auto path = folder.path() / name;
         const std::unique_ptr<Recorder> recorder = Recorder::start(path, kRate, &error);
         ASSERT_TRUE(recorder) << error;
-        pushAll(*recorder, testing::toneFrames(ToneSpec{kRate, 2, 523, 0.4, 0}));
+        pushAll(*recorder, testing::toneFrames(ToneRecipe{kRate, 2, 523, 0.4, 0}));
         recorder->stop();
         EXPECT_FALSE(recorder->isRecording());
         EXPECT_FALSE(recorder->failure());
@@ -62,7 +62,7 @@ TEST(RecorderTest, ABadPathOrAFullDiskStopsTheRecordingWithAMessage) {
     const std::unique_ptr<Recorder> recorder = Recorder::start(full, kRate, &error);
     if (!recorder)
         GTEST_SKIP() << "this system does not let a recording start on /dev/full: " << error;
-    const std::vector<float> second = testing::toneFrames(ToneSpec{kRate, 1, 440, 0.4, 0});
+    const std::vector<float> second = testing::toneFrames(ToneRecipe{kRate, 1, 440, 0.4, 0});
     const auto deadline = std::chrono::steady_clock::now() + 20s;
     while (!recorder->failure() && std::chrono::steady_clock::now() < deadline)
         pushAll(*recorder, second);
