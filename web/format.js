@@ -164,3 +164,18 @@ export function buttonName(object, texts = []) {
   const extra = details.filter((t) => !t.toLowerCase().split(/\s+/).every((w) => known.has(w)));
   return extra.length ? `${base}: ${extra.join(' ')}` : base;
 }
+
+// The status bar's clock for `date`: hours and minutes as the locale `identifier` (a BCP 47
+// tag, the watch's) writes them, "11:00" in German, "11:00 AM" in American English. The
+// browser's own locale when there is no identifier or one that Intl does not know.
+export function clockText(date, identifier) {
+  const options = { hour: '2-digit', minute: '2-digit' };
+  if (typeof identifier === 'string' && identifier !== '') {
+    try {
+      return date.toLocaleTimeString(identifier, options);
+    } catch {
+      // A malformed tag: fall through to the browser's locale.
+    }
+  }
+  return date.toLocaleTimeString([], options);
+}

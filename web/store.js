@@ -17,7 +17,16 @@ export class WatchState {
     this.screens = new Map(); // id -> screen without its objects, plus rootIds and menuId
     this.objects = new Map(); // id -> object, children as ids, a table's rows with groupId
     this.owners = new Map(); // object id -> screen id
+    // The watch's language, locale (a BCP 47 tag; '' for the browser's) and the texts the
+    // page draws itself, by their English text.
+    this.locale = { language: 'en', identifier: '', texts: {} };
     this.loaded = false;
+  }
+
+  // The watch's text for the English `text`; `text` itself when the watch sent none.
+  text(text) {
+    const localized = this.locale.texts[text];
+    return typeof localized === 'string' && localized !== '' ? localized : text;
   }
 
   // Replaces everything with `snapshot`. Returns false (and keeps the old state) when it is
@@ -28,6 +37,14 @@ export class WatchState {
     this.loaded = true;
     this.revision = Number.isInteger(snapshot.revision) ? snapshot.revision : 0;
     if (snapshot.screen) this.size = { width: snapshot.screen.width || 312, height: snapshot.screen.height || 390 };
+    const locale = snapshot.locale;
+    if (locale && typeof locale === 'object') {
+      this.locale = {
+        language: typeof locale.language === 'string' && locale.language ? locale.language : 'en',
+        identifier: typeof locale.identifier === 'string' ? locale.identifier : '',
+        texts: locale.texts && typeof locale.texts === 'object' ? locale.texts : {},
+      };
+    }
     const glance = snapshot.glance ?? {};
     const allScreens = [...snapshot.pages, ...(snapshot.modals ?? []), ...(glance.screen ? [glance.screen] : [])];
     for (const screen of allScreens) this.#addScreen(screen);

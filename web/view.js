@@ -1,7 +1,7 @@
 // Draws the watch from a WatchState: the three pages side by side, modal screens over them,
 // the glance, the force-touch menu and the page dots. Updates touch only what a change batch
 // names. User input leaves through `onEvent(event)`, in the host's JSON event format.
-import { animationFrame, imageUrl } from './format.js';
+import { animationFrame, clockText, imageUrl } from './format.js';
 import { createElement, sliderValueAt, tickTimer, update } from './objects.js';
 
 const kScreenNames = {
@@ -26,12 +26,15 @@ export class WatchView {
     this.elements = new Map(); // object id -> element
     this.animations = new Map(); // group element -> {animation, start}
     this.animationRequest = 0;
-    this.#listen(root.querySelector('#screen'));
+    this.screen = root.querySelector('#screen');
+    this.#listen(this.screen);
     setInterval(() => this.#tickTimers(), 250);
   }
 
   // Draws everything anew (after a snapshot).
   renderAll() {
+    // The watch's texts are in its language, whatever the page around them speaks.
+    this.screen.lang = this.state.locale.language;
     for (const section of this.screenElements.values()) section.remove();
     this.screenElements.clear();
     this.elements.clear();
@@ -318,8 +321,8 @@ export class WatchView {
     const cancel = document.createElement('button');
     cancel.type = 'button';
     cancel.className = 'menu-cancel';
-    cancel.textContent = 'Cancel';
-    cancel.setAttribute('aria-label', 'Close the menu');
+    cancel.textContent = this.state.text('Cancel');
+    cancel.setAttribute('aria-label', this.state.text('Close the menu'));
     cancel.addEventListener('click', (event) => {
       event.stopPropagation();
       this.onEvent({ type: 'closeMenu' });
@@ -371,7 +374,7 @@ export class WatchView {
   #tickTimers() {
     const now = Date.now() / 1000;
     for (const element of document.querySelectorAll('.wk-timer')) tickTimer(element, now);
-    const clock = new Date().toLocaleTimeString([], { hour: '2-digit', minute: '2-digit' });
+    const clock = clockText(new Date(), this.state.locale.identifier);
     for (const element of document.querySelectorAll('.wk-clock')) element.textContent = clock;
   }
 

@@ -36,11 +36,13 @@
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/AsioRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
+#include "platform/text/LocaleSettings.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <sys/signalfd.h>
@@ -334,6 +336,9 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(-40.0, 0.0));
     app.add_flag("!--no-analysis", options.analyse, "do not analyse the songs --music finds new or changed");
     app.add_option("--record", options.record, "record the mix to this WAVE (.wav) or FLAC (.flac) file while playing");
+    std::string language;
+    app.add_option("--language", language,
+                   "language of the notifications' texts, e.g. de or en (overrides VEXO_LANGUAGE, else LANG)");
 
     std::string kind;
     std::int64_t turntable = 0;
@@ -351,6 +356,12 @@ int main(int argc, char** argv) {
     }
     if (options.verbose)
         log::setLevel(log::Level::Debug);
+    // Read through the process's texts (text::Localization::main()), as the watch reads them.
+    if (!language.empty()) {
+        if (!text::LocaleSettings::fromPosix(language))
+            return fail("--language: '" + language + "' is no language name such as de or en_GB", kUsage);
+        ::setenv("VEXO_LANGUAGE", language.c_str(), 1);
+    }
     options.prefer = prefer == "analysis" ? media::ValuePreference::Analysis : media::ValuePreference::Tags;
 
     if (list)

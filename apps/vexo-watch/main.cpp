@@ -188,6 +188,7 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
     {
         watchkit::ExtensionHost::Options hostOptions;
         hostOptions.localization = &text::Localization::main();
+        hostOptions.locale = text::LocaleSettings::formattingLocale();
         watchkit::ExtensionHost host(loop, registry, std::move(*layout.layout), hostOptions);
 
         // Every status message a receiver of ours processes, as that receiver read it.

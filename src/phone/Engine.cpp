@@ -16,6 +16,8 @@ namespace {
 using namespace vexo::model;
 
 constexpr std::string_view kLogComponent = "phone";
+// Where a notification's text takes its deck number.
+constexpr std::string_view kNumberField = "%ld";
 
 // The shortest wait for the sound's clock: about one buffer, the time a change takes to be
 // heard.
@@ -422,7 +424,7 @@ void Engine::update() {
         markDeckChanged(deck.number());
         const Deck& other = this->deck(3 - deck.number());
         if (!other.isPlaying())
-            notify(loadNotification(deck.number()));
+            notify(loadNotification(deck.number(), *m_texts));
     }
 
     // The song heard nears its end: automix takes over, or the user is offered automix.
@@ -435,7 +437,7 @@ void Engine::update() {
         if (m_mixer.isAutomixActive())
             startAutomix(heard);
         else
-            notify(automixNotification());
+            notify(automixNotification(*m_texts));
     }
 
     applySync();
@@ -640,22 +642,28 @@ std::int64_t Engine::glanceDeckNumber() const {
     return !one.song() && two.song() ? 2 : 1;
 }
 
-ipc::LocalNotification Engine::loadNotification(std::int64_t turntable) {
+ipc::LocalNotification Engine::loadNotification(std::int64_t turntable, const text::Localization& texts) {
     ipc::LocalNotification notification;
-    notification.alertTitle = "Deck " + std::to_string(turntable) + " has stopped";
-    notification.alertBody = "Its song has ended and nothing follows. Load another one?";
+    notification.alertTitle = texts.localizedString("Deck %ld has stopped", {}, kNotificationTable);
+    if (const std::size_t field = notification.alertTitle.find(kNumberField); field != std::string::npos)
+        notification.alertTitle.replace(field, kNumberField.size(), std::to_string(turntable));
+    notification.alertBody =
+        texts.localizedString("Its song has ended and nothing follows. Load another one?", {}, kNotificationTable);
     notification.category = "VXTUserNotificationCategoryLoad";
     notification.userInfo = plist::Value(plist::Dictionary{{std::string(kActionTurntableKey), plist::Value(turntable)}});
-    notification.actions = {{std::string(VXTUserNotificationActionLoad), "Load a song"}};
+    notification.actions = {
+        {std::string(VXTUserNotificationActionLoad), texts.localizedString("Load a song", {}, kNotificationTable)}};
     return notification;
 }
 
-ipc::LocalNotification Engine::automixNotification() {
+ipc::LocalNotification Engine::automixNotification(const text::Localization& texts) {
     ipc::LocalNotification notification;
-    notification.alertTitle = "Song ending";
-    notification.alertBody = "The song you hear ends soon. Let automix carry on?";
+    notification.alertTitle = texts.localizedString("Song ending", {}, kNotificationTable);
+    notification.alertBody =
+        texts.localizedString("The song you hear ends soon. Let automix carry on?", {}, kNotificationTable);
     notification.category = "VXTUserNotificationCategoryAutomix";
-    notification.actions = {{std::string(VXTUserNotificationActionAutomix), "Automix"}};
+    notification.actions = {
+        {std::string(VXTUserNotificationActionAutomix), texts.localizedString("Automix", {}, kNotificationTable)}};
     return notification;
 }
 

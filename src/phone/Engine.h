@@ -18,6 +18,7 @@
 #include "platform/ipc/LocalNotification.h"
 #include "platform/plist/Value.h"
 #include "platform/runtime/RunLoop.h"
+#include "platform/text/Localization.h"
 
 namespace vexo::runtime {
 class Timer;
@@ -79,6 +80,10 @@ public:
     // default) or from the analysis first.
     void setValuePreference(media::ValuePreference preference) { m_valuePreference = preference; }
 
+    // The texts of the notifications from now on (the process's language by default).
+    // REQUIRES: `texts` outlives the engine.
+    void setLocalization(const text::Localization& texts) { m_texts = &texts; }
+
     // A dictionary handed over by the watch: {"identifier": "turntableAction" or
     // "mixerAction", "contents": {...}}. Any other dictionary (the empty one that wakes us
     // for a library action among them) is not an action and returns false.
@@ -106,10 +111,17 @@ public:
     // else the first with a song, else deck 1.
     [[nodiscard]] std::int64_t glanceDeckNumber() const;
 
-    // The notification that asks the user to load a song on deck `turntable`.
-    [[nodiscard]] static ipc::LocalNotification loadNotification(std::int64_t turntable);
+    // The string table of the notifications' texts, in every language's folder; its keys
+    // are the English texts.
+    static constexpr std::string_view kNotificationTable = "Notifications";
+
+    // The notification that asks the user to load a song on deck `turntable`, its texts
+    // in the language of `texts`.
+    [[nodiscard]] static ipc::LocalNotification loadNotification(
+        std::int64_t turntable, const text::Localization& texts = text::Localization::main());
     // The notification that offers automix as the song heard nears its end.
-    [[nodiscard]] static ipc::LocalNotification automixNotification();
+    [[nodiscard]] static ipc::LocalNotification automixNotification(
+        const text::Localization& texts = text::Localization::main());
 
 private:
     enum Message : std::size_t { Status1, Status2, SongInfo1, SongInfo2, SongInfo0, MixerStatus, MessageCount };
@@ -153,6 +165,7 @@ private:
     // Why the last load on each deck failed; empty once one succeeds.
     std::array<std::string, 2> m_loadErrors;
     media::ValuePreference m_valuePreference = media::ValuePreference::Tags;
+    const text::Localization* m_texts = &text::Localization::main();
     std::array<Deck, 2> m_decks{Deck(1), Deck(2)};
     Mixer m_mixer;
     LibraryBrowser m_browser;

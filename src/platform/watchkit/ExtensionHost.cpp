@@ -2,6 +2,7 @@
 
 #include "platform/log/Log.h"
 #include "platform/runtime/RunLoop.h"
+#include "platform/text/Localization.h"
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/Group.h"
 #include "platform/watchkit/InterfaceController.h"
@@ -18,6 +19,7 @@ namespace vexo::watchkit {
 namespace {
 
 constexpr std::string_view kComponent = "watchkit";
+constexpr std::string_view kDefaultLocale = "en_US";
 
 std::string_view roleName(int role) {
     static constexpr std::string_view names[] = {"page", "modal", "glance"};
@@ -412,7 +414,21 @@ SnapshotWriter::Navigation ExtensionHost::navigationView() const {
 }
 
 nlohmann::json ExtensionHost::snapshot() const {
-    return m_writer.snapshot(m_revision, navigationView());
+    nlohmann::json snapshot = m_writer.snapshot(m_revision, navigationView());
+    snapshot["locale"] = localeRecord();
+    return snapshot;
+}
+
+nlohmann::json ExtensionHost::localeRecord() const {
+    std::string identifier = m_options.locale.empty() ? std::string(kDefaultLocale) : m_options.locale;
+    std::replace(identifier.begin(), identifier.end(), '_', '-');
+    nlohmann::json texts = nlohmann::json::object();
+    for (std::string_view text : kPlatformTexts)
+        texts[std::string(text)] = m_options.localization ? m_options.localization->localizedString(text) : std::string(text);
+    return {{"language", m_options.localization ? m_options.localization->language()
+                                                : std::string(text::Localization::kDevelopmentLanguage)},
+            {"identifier", std::move(identifier)},
+            {"texts", std::move(texts)}};
 }
 
 void ExtensionHost::postSnapshot(std::function<void(const nlohmann::json&)> completion) {

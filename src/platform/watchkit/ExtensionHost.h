@@ -70,7 +70,13 @@ class Localization;
 //    "screen": {"width": 312, "height": 390},
 //    "started": bool, "currentPage": i, "visibleScreen": "<screen id>" | null,
 //    "pages": [screen, ...], "modals": [screen, ...] (bottom first),
-//    "glance": {"visible": bool, "screen": screen | null}}
+//    "glance": {"visible": bool, "screen": screen | null},
+//    "locale": {"language": "de", "identifier": "de-DE", "texts": {"Cancel": "Abbrechen", ...}}}
+//
+//   "locale" is the watch's, for what the page draws itself rather than the application:
+//   the language of the string tables used, the locale of dates and numbers as a BCP 47
+//   tag, and the platform's own texts (kPlatformTexts) from the string tables, keyed by
+//   their English text.
 //
 //   screen = {"id": "page-0" | "modal-<n>" | "glance", "controller": "<layout name>",
 //             "class": "<class>", "role": "page" | "modal" | "glance", "title": s | null,
@@ -116,7 +122,13 @@ public:
         std::function<std::chrono::system_clock::time_point()> clock;
         // Localises the layout's texts; they are shown as written when nullptr.
         const text::Localization* localization = nullptr;
+        // The locale of dates and numbers, POSIX style ("de_DE"); "en_US" when empty.
+        std::string locale;
     };
+
+    // Texts that the platform draws, not the application: the force-touch menu's cancel
+    // button and the name a screen reader gives it.
+    static constexpr std::string_view kPlatformTexts[] = {"Cancel", "Close the menu"};
 
     // REQUIRES: `loop` and `registry` outlive the host; `layout` was loaded against
     // `registry`. Nothing is made until start().
@@ -266,6 +278,8 @@ private:
     // Views of what is on screen for the snapshot writer (ExtensionHost.cpp).
     [[nodiscard]] SnapshotWriter::ScreenView viewOf(const Slot& slot) const;
     [[nodiscard]] SnapshotWriter::Navigation navigationView() const;
+    // The snapshot's "locale".
+    [[nodiscard]] nlohmann::json localeRecord() const;
 
     // Input (ExtensionHostEvents.cpp).
     struct Target;

@@ -2,10 +2,12 @@
 
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/SnapshotFormat.h"
+#include "platform/text/Localization.h"
 #include "platform/watchkit/StackLayout.h"
 #include "support/WatchSnapshot.h"
 
 #include <gtest/gtest.h>
+#include <filesystem>
 #include <thread>
 
 using namespace vexo::watchkit;
@@ -310,4 +312,48 @@ TEST(SnapshotTest, TextsAlwaysDumpAsJson) {
     ASSERT_TRUE(app.host->start().ok());
     app.page<PageController>(0)->m_titleLabel->setText("Tag \xFF from a file");
     EXPECT_NO_THROW((void)app.host->snapshot().dump());
+}
+
+TEST(SnapshotTest, TellsThePageTheWatchsLanguageLocaleAndPlatformTexts) {
+    const std::filesystem::path resources = std::filesystem::path(VEXO_SOURCE_DIR) / "resources";
+    const vexo::text::Localization german(resources, "de_DE");
+    const vexo::text::Localization english(resources, "en");
+    const struct {
+        const vexo::text::Localization* localization;
+        std::string locale;
+        json expected;
+    } cases[] = {
+        {nullptr, "",
+         {{"language", "en"},
+          {"identifier", "en-US"},
+          {"texts", {{"Cancel", "Cancel"}, {"Close the menu", "Close the menu"}}}}},
+        {&english, "en_GB",
+         {{"language", "en"},
+          {"identifier", "en-GB"},
+          {"texts", {{"Cancel", "Cancel"}, {"Close the menu", "Close the menu"}}}}},
+        {&german, "de_DE",
+         {{"language", "de"},
+          {"identifier", "de-DE"},
+          {"texts", {{"Cancel", "Abbrechen"}, {"Close the menu", "Men\xC3\xBC schlie\xC3\x9F" "en"}}}}},
+        // Texts and numbers may be set apart: German texts, Swiss numbers.
+        {&german, "de_CH",
+         {{"language", "de"},
+          {"identifier", "de-CH"},
+          {"texts", {{"Cancel", "Abbrechen"}, {"Close the menu", "Men\xC3\xBC schlie\xC3\x9F" "en"}}}}},
+    };
+    for (const auto& c : cases) {
+        CallLog log;
+        vexo::runtime::DeterministicRunLoop loop;
+        ControllerRegistry registry;
+        registerTestClasses(registry, log);
+        LayoutLoadResult loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
+        ASSERT_TRUE(loaded.ok());
+        ExtensionHost::Options options;
+        options.localization = c.localization;
+        options.locale = c.locale;
+        ExtensionHost host(loop, registry, std::move(*loaded.layout), std::move(options));
+        EXPECT_EQ(host.snapshot()["locale"], c.expected) << c.locale;
+        ASSERT_TRUE(host.start().ok());
+        EXPECT_EQ(host.snapshot()["locale"], c.expected) << c.locale << ", started";
+    }
 }

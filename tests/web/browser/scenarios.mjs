@@ -6,6 +6,7 @@
 // Prints one line per scenario and "N passed, N failed"; exits 77 (skipped) with one line
 // when Chromium, playwright-core or a program is missing.
 import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
 import { Face, action, bannerIds, dismissBanners, escapeRegExp as escape, loadSong, outlet } from './face.mjs';
 import { Skip, launchBrowser, parseArgs, run, startPrograms } from './harness.mjs';
 
@@ -150,6 +151,7 @@ const scenarios = [
     await face.page.click(outlet('mixer', 'crossfaderImage'), { button: 'right' });
     await face.page.waitForSelector(menuTitle);
     assert.equal(await face.text(menuTitle), 'Automix Off');
+    assert.equal(await face.text('#menu .menu-cancel'), 'Cancel');
     await face.shot('menu-automix-off');
     await face.page.click('#menu .menu-item');
     await face.page.waitForSelector('#menu', { state: 'hidden' });
@@ -254,6 +256,51 @@ const scenarios = [
     await page.keyboard.press('Space');
     await face.waitForImage(play, toggled(before));
     await face.shot('keyboard-space');
+  }],
+
+  ['a German watch shows no English: the menu, the clock and the phone\'s notification', async ({ face, browser }) => {
+    // A watch of its own in German (no phone: the menu and the clock need none), and the
+    // phone's notification sent in German as a German phone sends it.
+    const german = await startPrograms({ watch: options.watch, 'web-root': options['web-root'],
+      watchArguments: ['--language', 'de', '--locale', 'de_DE'] });
+    const page = await browser.newPage({ viewport, locale: 'en-US' });
+    try {
+      const other = new Face(page, face.screenshots, face.counter);
+      await other.open(german.url);
+      await other.showPage(1);
+      await page.keyboard.press('m');
+      await page.waitForSelector('#menu .menu-cancel');
+      assert.equal(await other.text('#menu .menu-title'), 'Automix aus');
+      assert.equal(await other.text('#menu .menu-cancel'), 'Abbrechen');
+      assert.equal(await page.getAttribute('#menu .menu-cancel', 'aria-label'), 'Menü schließen');
+      assert.equal(await page.getAttribute('#screen', 'lang'), 'de');
+      await other.shot('german-menu');
+      await page.keyboard.press('Escape');
+      await page.waitForSelector('#menu', { state: 'hidden' });
+
+      if (!options.phone) throw new Skip('vexo-phone is not built: no notification to check');
+      const sent = spawnSync(options.phone, ['--language', 'de', 'notify', 'automix'],
+        { env: german.env, encoding: 'utf8', timeout: 20000 });
+      assert.match(sent.stdout, /^sent "Titel endet"/m, sent.stderr);
+      await page.waitForSelector('#banners .banner .banner-title');
+      assert.equal(await other.text('#banners .banner .banner-title'), 'Titel endet');
+      assert.equal(await other.text('#banners .banner .banner-action'), 'Automix');
+      await other.shot('german-notification');
+      await dismissBanners(other);
+
+      // The status bar's clock of a modal screen: 24 hours, as Germans write it, although
+      // the browser speaks American English.
+      await other.showPage(0);
+      await page.click(action(deck(1), 'showLibrary'));
+      await other.waitForVisible('library');
+      await other.wait(() => /^\d\d:\d\d$/.test(document.querySelector('.wk-clock')?.textContent ?? ''));
+      const shown = await page.$eval('#watch', (watch) => watch.innerText);
+      for (const english of ['Cancel', 'Song ending', 'AM', 'PM']) assert.ok(!new RegExp(`\\b${english}\\b`).test(shown), `"${english}" is shown`);
+      await other.shot('german-library');
+    } finally {
+      await page.close();
+      await german.stop();
+    }
   }],
 ];
 

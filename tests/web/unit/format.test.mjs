@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 import {
-  animationFrame, base64Length, buttonName, cssColor, formatTimer, imageUrl, summarizeContents, timerSeconds,
+  animationFrame, base64Length, buttonName, clockText, cssColor, formatTimer, imageUrl, summarizeContents, timerSeconds,
 } from '../../../web/format.js';
 import { classify, resultOf } from '../../../web/connection.js';
 
@@ -107,4 +107,24 @@ test('stream messages are told apart by their type', () => {
   assert.deepEqual(resultOf({ id: 'e2', ok: false, status: 409, error: 'no' }), { ok: false, status: 409, error: 'no' });
   assert.deepEqual(resultOf({ id: 'e1', ok: true, status: 200 }), { ok: true, status: 200, error: undefined });
   assert.deepEqual(resultOf({ ok: false }), { ok: false, status: 409, error: 'refused' });
+});
+
+test('the clock speaks the watch\'s locale, not the browser\'s', () => {
+  const morning = new Date(2026, 10, 25, 11, 0);
+  const evening = new Date(2026, 10, 25, 21, 5);
+  const browser = (date) => date.toLocaleTimeString([], { hour: '2-digit', minute: '2-digit' });
+  // Intl may put a narrow no-break space before "AM".
+  const plain = (text) => text.replace(/\s/gu, ' ');
+  const rows = [
+    [morning, 'de-DE', '11:00'],
+    [evening, 'de-DE', '21:05'],
+    [evening, 'de', '21:05'],
+    [morning, 'en-US', '11:00 AM'],
+    [evening, 'en-US', '09:05 PM'],
+    [evening, 'en-GB', '21:05'],
+    [evening, '', plain(browser(evening))], // an older watch that sends none
+    [evening, undefined, plain(browser(evening))],
+    [evening, 'not a locale!', plain(browser(evening))],
+  ];
+  for (const [date, identifier, expected] of rows) assert.equal(plain(clockText(date, identifier)), expected, identifier);
 });

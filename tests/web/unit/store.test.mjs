@@ -107,3 +107,23 @@ test('a table record replaces its rows and forgets the rows that went', () => {
   // The content reaches the lowest shown object, past the height the screen was sent with.
   assert.equal(state.contentHeight('page-0'), 460);
 });
+
+test('the watch\'s locale and texts come with the snapshot; without them the page stays English', () => {
+  const state = new WatchState();
+  const rows = [
+    [undefined, 'en', '', 'Cancel'],
+    [{ language: 'de', identifier: 'de-DE', texts: { Cancel: 'Abbrechen' } }, 'de', 'de-DE', 'Abbrechen'],
+    [{ language: 'de', identifier: 'de-DE', texts: { Cancel: '' } }, 'de', 'de-DE', 'Cancel'],
+    [{ language: 42, identifier: ['x'], texts: 'Abbrechen' }, 'en', '', 'Cancel'],
+  ];
+  for (const [locale, language, identifier, cancel] of rows) {
+    assert.ok(state.applySnapshot({ ...snapshot(), locale }));
+    assert.deepEqual([state.locale.language, state.locale.identifier, state.text('Cancel')], [language, identifier, cancel]);
+    assert.equal(state.text('Close the menu'), 'Close the menu', 'a text the watch did not send stays English');
+  }
+  // A German snapshot, then one from a watch restarted in English: nothing German stays.
+  state.applySnapshot({ ...snapshot(), locale: { language: 'de', identifier: 'de-DE', texts: { Cancel: 'Abbrechen' } } });
+  state.applySnapshot(snapshot());
+  assert.equal(state.text('Cancel'), 'Cancel');
+  assert.equal(state.locale.identifier, '');
+});
