@@ -16,13 +16,12 @@ pkg_check_modules(TAGLIB REQUIRED IMPORTED_TARGET GLOBAL taglib)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET GLOBAL libavformat libavcodec libavutil libswresample)
 pkg_check_modules(PORTAUDIO REQUIRED IMPORTED_TARGET GLOBAL portaudio-2.0)
 pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET GLOBAL rubberband)
-# Analysis: the Queen Mary DSP library (no pkg-config file in Debian), aubio and libebur128.
+# Analysis: the Queen Mary DSP library (no pkg-config file in Debian) and libebur128.
 find_path(QM_DSP_INCLUDE_DIR qm-dsp/dsp/tempotracking/TempoTrackV2.h REQUIRED)
 find_library(QM_DSP_LIBRARY qm-dsp REQUIRED)
 add_library(vexo_qm_dsp INTERFACE)
 target_include_directories(vexo_qm_dsp SYSTEM INTERFACE ${QM_DSP_INCLUDE_DIR}/qm-dsp)
 target_link_libraries(vexo_qm_dsp INTERFACE ${QM_DSP_LIBRARY})
-pkg_check_modules(AUBIO REQUIRED IMPORTED_TARGET GLOBAL aubio)
 pkg_check_modules(EBUR128 REQUIRED IMPORTED_TARGET GLOBAL libebur128)
 # The face's network mode: TLS through OpenSSL, the pairing QR code through libqrencode.
 find_package(OpenSSL REQUIRED)

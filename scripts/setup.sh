@@ -12,7 +12,7 @@ packages=(
   libplist-dev libasio-dev libboost-dev libcli11-dev nlohmann-json3-dev
   libsqlite3-dev libtag1-dev libcairo2-dev libjpeg-dev libpng-dev libicu-dev
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev portaudio19-dev librubberband-dev
-  libqm-dsp-dev libaubio-dev libebur128-dev
+  libqm-dsp-dev libebur128-dev
   libssl-dev libqrencode-dev
   libsystemd-dev help2man dpkg-dev
 )
