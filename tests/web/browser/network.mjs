@@ -203,9 +203,14 @@ const scenarios = [
   ['revoking a device closes its open page within 1 s', async ({ state, programs }) => {
     if (!state.watch) throw new Skip('no watch was paired');
     const page = state.watch.page;
-    const closed = page.evaluate(() => new Promise((resolve) => {
-      window.vexoFace.connection.socket.addEventListener('close', () => resolve(Date.now()));
-    }));
+    // The page reloads into the pairing page once its stream closes, so the close is reported
+    // through a binding that outlives the page, and the listener is in place before the revoke.
+    let reportClosed;
+    const closed = new Promise((resolve) => { reportClosed = resolve; });
+    await page.exposeFunction('vexoTestStreamClosed', (at) => reportClosed(at));
+    await page.evaluate(() => {
+      window.vexoFace.connection.socket.addEventListener('close', () => window.vexoTestStreamClosed(Date.now()));
+    });
     const revoked = spawnSync(options.watch, ['revoke', 'Chrome on Android 2'], { env: programs.env, encoding: 'utf8' });
     assert.equal(revoked.status, 0, revoked.stderr);
     // Counted from the moment the revocation is stored, when the command has finished: starting
