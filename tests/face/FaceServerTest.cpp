@@ -1,3 +1,4 @@
+#include "ClientThread.h"
 #include "FaceTestClient.h"
 #include "face/FaceServer.h"
 #include "face/ProtocolLog.h"
@@ -112,20 +113,7 @@ protected:
 
     // Runs `work` on a client thread while the main loop serves; gives its result.
     template <class Work> auto onClient(Work work) -> decltype(work()) {
-        std::atomic<bool> done = false;
-        auto future = std::async(std::launch::async, [&] {
-            struct Wake {
-                std::atomic<bool>& done;
-                runtime::RunLoop& loop;
-                ~Wake() {
-                    done = true;
-                    loop.post([] {});
-                }
-            } wake{done, m_loop};
-            return work();
-        });
-        m_loop.runUntil([&] { return done.load(); }, 300);
-        return future.get();
+        return vexo::face::testing::onClientThread(m_loop, work);
     }
 
     HttpReply request(HttpCall call) {

@@ -1,5 +1,6 @@
 // The network listener as an attacker on the network meets it: over TLS on 127.0.0.2, with
 // the answers a browser or a script would get.
+#include "ClientThread.h"
 #include "TlsTestClient.h"
 #include "face/DeviceTokens.h"
 #include "face/FaceServer.h"
@@ -81,20 +82,7 @@ protected:
 
     // Runs `work` on a client thread while the main loop serves; gives its result.
     template <class Work> auto onClient(Work work) -> decltype(work()) {
-        std::atomic<bool> done = false;
-        auto future = std::async(std::launch::async, [&] {
-            struct Wake {
-                std::atomic<bool>& done;
-                runtime::RunLoop& loop;
-                ~Wake() {
-                    done = true;
-                    loop.post([] {});
-                }
-            } wake{done, m_loop};
-            return work();
-        });
-        m_loop.runUntil([&] { return done.load(); }, 300);
-        return future.get();
+        return vexo::face::testing::onClientThread(m_loop, work);
     }
 
     HttpReply request(HttpCall call) {
