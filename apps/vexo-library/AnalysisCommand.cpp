@@ -1,68 +1,34 @@
 #include "AnalysisCommand.h"
+#include "TerminalProgress.h"
 
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <string>
-#include <unistd.h>
 
 namespace vexo::library {
 namespace {
 
 constexpr int kBarWidth = 30;
 
-class AnalysisProgress {
-public:
-    explicit AnalysisProgress(bool quiet) : m_quiet(quiet), m_terminal(::isatty(STDERR_FILENO) == 1) {}
-    ~AnalysisProgress() { clear(); }
-
-    void update(const analysis::LibraryAnalyzer::Progress& progress) {
-        if (m_quiet || progress.songsTotal == 0)
-            return;
-        const auto percent = static_cast<unsigned>(progress.songsDone * 100 / progress.songsTotal);
-        if (!m_terminal) {
-            if (percent / 10 != m_lastTenth) {
-                std::fprintf(stderr, "analysed %zu of %zu songs\n", progress.songsDone, progress.songsTotal);
-                std::fflush(stderr);
-                m_lastTenth = percent / 10;
-            }
-            return;
-        }
-        const auto now = std::chrono::steady_clock::now();
-        if (progress.songsDone != progress.songsTotal && now - m_lastDrawn < std::chrono::milliseconds(100))
-            return;
-        m_lastDrawn = now;
-        const int filled = static_cast<int>(progress.songsDone * kBarWidth / progress.songsTotal);
-        std::string bar(static_cast<std::size_t>(filled), '#');
-        bar.resize(kBarWidth, '.');
-        std::fprintf(stderr, "\r\033[Kanalysing [%s] %zu/%zu (%u%%)", bar.c_str(), progress.songsDone,
-                     progress.songsTotal, percent);
-        std::fflush(stderr);
-        m_drawn = true;
-    }
-
-    void clear() {
-        if (m_drawn)
-            std::fputs("\r\033[K", stderr);
-        m_drawn = false;
-    }
-
-private:
-    bool m_quiet;
-    bool m_terminal;
-    bool m_drawn = false;
-    std::chrono::steady_clock::time_point m_lastDrawn{};
-    unsigned m_lastTenth = 11;
-};
+void showProgress(TerminalProgress& line, const analysis::LibraryAnalyzer::Progress& progress) {
+    const std::size_t done = progress.songsDone;
+    const std::size_t total = progress.songsTotal;
+    if (total == 0)
+        return;
+    line.printAtTenth(done, total, "analysed " + std::to_string(done) + " of " + std::to_string(total) + " songs");
+    line.redraw("analysing " + TerminalProgress::bar(done, total, kBarWidth) + " " + std::to_string(done) + "/" +
+                    std::to_string(total) + " (" + std::to_string(done * 100 / total) + "%)",
+                done == total);
+}
 
 } // namespace
 
 int runAnalysis(const std::filesystem::path& indexPath, const analysis::LibraryAnalyzer::Options& options, bool quiet) {
-    AnalysisProgress line(quiet);
+    TerminalProgress line(TerminalProgress::styleFor(quiet));
     std::string error;
     const auto summary = analysis::LibraryAnalyzer::analyze(
-        indexPath, options, [&](const analysis::LibraryAnalyzer::Progress& progress) { line.update(progress); },
+        indexPath, options, [&](const analysis::LibraryAnalyzer::Progress& progress) { showProgress(line, progress); },
         &error);
     line.clear();
     if (!summary) {

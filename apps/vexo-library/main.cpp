@@ -17,6 +17,7 @@
 // interrupted (what it wrote is kept).
 #include "AnalysisCommand.h"
 #include "DemoLibraryWriter.h"
+#include "TerminalProgress.h"
 
 #include "platform/log/Log.h"
 #include "platform/media/LibraryScanner.h"
@@ -26,7 +27,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cinttypes>
 #include <cmath>
 #include <csignal>
@@ -175,56 +175,21 @@ std::shared_ptr<MediaLibrary> openExisting(const std::filesystem::path& path, in
     return library;
 }
 
-// Progress on standard error: on a terminal one line redrawn in place at most ten times a
-// second; elsewhere (a log, a pipe) a line at every tenth of the files read.
-class ProgressLine {
-public:
-    enum class Style { Off, InPlace, Lines };
-
-    explicit ProgressLine(Style style) : m_style(style) {}
-    ~ProgressLine() { clear(); }
-
-    void update(const media::LibraryScanner::Progress& progress) {
-        const bool reading = progress.phase == media::LibraryScanner::Progress::Phase::Reading;
-        const unsigned percent = progress.filesTotal == 0
-                                     ? 100u
-                                     : static_cast<unsigned>(progress.filesDone * 100 / progress.filesTotal);
-        if (m_style == Style::Lines) {
-            if (reading && progress.filesTotal > 0 && (percent / 10 != m_lastTenth || m_lastTenth > 10)) {
-                std::fprintf(stderr, "read %zu of %zu files\n", progress.filesDone, progress.filesTotal);
-                std::fflush(stderr);
-                m_lastTenth = percent / 10;
-            }
-            return;
-        }
-        if (m_style == Style::Off)
-            return;
-        const auto now = std::chrono::steady_clock::now();
-        const bool last = progress.filesTotal > 0 && progress.filesDone == progress.filesTotal;
-        if (!last && now - m_lastDrawn < std::chrono::milliseconds(100))
-            return;
-        m_lastDrawn = now;
-        if (!reading)
-            std::fprintf(stderr, "\r\033[Klisting files: %zu found", progress.filesDone);
-        else
-            std::fprintf(stderr, "\r\033[Kreading files: %zu/%zu (%u%%)", progress.filesDone, progress.filesTotal,
-                         percent);
-        std::fflush(stderr);
-        m_drawn = true;
+void showProgress(library::TerminalProgress& line, const media::LibraryScanner::Progress& progress) {
+    const std::size_t done = progress.filesDone;
+    const std::size_t total = progress.filesTotal;
+    const bool final = total > 0 && done == total;
+    if (progress.phase != media::LibraryScanner::Progress::Phase::Reading) {
+        line.redraw("listing files: " + std::to_string(done) + " found", final);
+        return;
     }
-
-    void clear() {
-        if (m_drawn)
-            std::fputs("\r\033[K", stderr);
-        m_drawn = false;
-    }
-
-private:
-    Style m_style;
-    bool m_drawn = false;
-    std::chrono::steady_clock::time_point m_lastDrawn{};
-    unsigned m_lastTenth = 11; // none printed yet
-};
+    if (total > 0)
+        line.printAtTenth(done, total, "read " + std::to_string(done) + " of " + std::to_string(total) + " files");
+    const auto percent = total == 0 ? std::size_t{100} : done * 100 / total;
+    line.redraw("reading files: " + std::to_string(done) + "/" + std::to_string(total) + " (" +
+                    std::to_string(percent) + "%)",
+                final);
+}
 
 // Set by the first SIGINT or SIGTERM: the scan stops after the file it is reading and keeps
 // what it wrote. A second signal ends the program at once.
@@ -245,12 +210,10 @@ int scan(const Options& options, const std::filesystem::path& indexPath, const s
     std::signal(SIGINT, interrupt);
     std::signal(SIGTERM, interrupt);
     media::LibraryScanner scanner(indexPath, scanOptions);
-    ProgressLine line(options.quiet                      ? ProgressLine::Style::Off
-                      : ::isatty(STDERR_FILENO) == 1 ? ProgressLine::Style::InPlace
-                                                     : ProgressLine::Style::Lines);
+    library::TerminalProgress line(library::TerminalProgress::styleFor(options.quiet));
     std::string error;
     const auto summary = scanner.scan(
-        folder, [&](const media::LibraryScanner::Progress& progress) { line.update(progress); }, &error);
+        folder, [&](const media::LibraryScanner::Progress& progress) { showProgress(line, progress); }, &error);
     line.clear();
     if (!summary)
         return fail(error, g_interrupted ? 128 + SIGINT : kFailure);

@@ -1,3 +1,4 @@
+#include "FaceServerFixture.h"
 #include "FaceTestClient.h"
 #include "face/FaceServer.h"
 #include "face/ProtocolLog.h"
@@ -78,7 +79,7 @@ std::string objectId(const nlohmann::json& snapshot, std::size_t page, const std
     return search(snapshot["pages"][page]["objects"]);
 }
 
-class FaceServerTest : public ::testing::Test {
+class FaceServerTest : public vexo::face::testing::FaceServerFixture {
 protected:
     void SetUp() override {
         std::filesystem::path web = m_directory.path() / "web";
@@ -104,30 +105,6 @@ protected:
         m_snapshot = m_host->snapshot();
     }
 
-    void TearDown() override {
-        m_server.reset();
-        m_face.reset();
-        m_host.reset();
-    }
-
-    // Runs `work` on a client thread while the main loop serves; gives its result.
-    template <class Work> auto onClient(Work work) -> decltype(work()) {
-        std::atomic<bool> done = false;
-        auto future = std::async(std::launch::async, [&] {
-            struct Wake {
-                std::atomic<bool>& done;
-                runtime::RunLoop& loop;
-                ~Wake() {
-                    done = true;
-                    loop.post([] {});
-                }
-            } wake{done, m_loop};
-            return work();
-        });
-        m_loop.runUntil([&] { return done.load(); }, 300);
-        return future.get();
-    }
-
     HttpReply request(HttpCall call) {
         return onClient([&] { return httpRequest(m_port, call); });
     }
@@ -138,13 +115,6 @@ protected:
 
     std::string origin() const { return "http://127.0.0.1:" + std::to_string(m_port); }
 
-    vexo::testing::TemporaryDirectory m_directory;
-    runtime::AsioRunLoop m_loop;
-    watchkit::ControllerRegistry m_registry;
-    ProtocolLog m_log;
-    std::unique_ptr<watchkit::ExtensionHost> m_host;
-    std::unique_ptr<WatchFace> m_face;
-    std::unique_ptr<FaceServer> m_server;
     std::uint16_t m_port = 0;
     nlohmann::json m_snapshot;
 };

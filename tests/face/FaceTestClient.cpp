@@ -1,13 +1,11 @@
 #include "FaceTestClient.h"
+#include "ClientExchange.h"
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core.hpp>
-#include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
-#include <cctype>
-#include <chrono>
 
 namespace vexo::face::testing {
 
@@ -17,59 +15,17 @@ namespace http = beast::http;
 namespace websocket = beast::websocket;
 using tcp = net::ip::tcp;
 
-namespace {
-
-// Far beyond any answer on a loaded machine; it only keeps a broken server from hanging a test.
-constexpr auto kDeadline = std::chrono::seconds(60);
-
-// Runs one asynchronous operation to its end; the stream's expiry bounds it.
-template <class Start> beast::error_code complete(net::io_context& context, Start start) {
-    beast::error_code result = net::error::timed_out;
-    start([&result](beast::error_code error, auto&&...) { result = error; });
-    context.restart();
-    context.run();
-    return result;
-}
-
-std::string lower(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-} // namespace
+using exchange::complete;
+using exchange::kDeadline;
 
 HttpReply httpRequest(std::uint16_t port, const HttpCall& call) {
-    HttpReply reply;
     net::io_context context;
     beast::tcp_stream stream(context);
     stream.expires_after(kDeadline);
     tcp::endpoint endpoint(net::ip::address_v4::loopback(), port);
     if (complete(context, [&](auto handler) { stream.async_connect(endpoint, handler); }))
-        return reply;
-    {
-        http::request<http::string_body> request{http::string_to_verb(call.method), call.target, 11};
-        request.set(http::field::host, "127.0.0.1:" + std::to_string(port));
-        for (const auto& [name, value] : call.headers)
-            request.set(name, value);
-        request.body() = call.body;
-        request.prepare_payload();
-        if (complete(context, [&](auto handler) { http::async_write(stream, request, handler); }))
-            return reply;
-        beast::flat_buffer buffer;
-        http::response_parser<http::string_body> parser;
-        parser.body_limit(64 << 20);
-        if (call.method == "HEAD")
-            parser.skip(true);
-        if (complete(context, [&](auto handler) { http::async_read(stream, buffer, parser, handler); }))
-            return reply;
-        auto response = parser.release();
-        reply.status = static_cast<int>(response.result_int());
-        reply.body = response.body();
-        for (const auto& field : response)
-            reply.headers[lower(std::string(field.name_string()))] = std::string(field.value());
-    }
-    return reply;
+        return {};
+    return exchange::request(context, stream, "127.0.0.1:" + std::to_string(port), call);
 }
 
 struct StreamClient::State {
@@ -103,15 +59,11 @@ bool StreamClient::connect(std::uint16_t port, const std::string& origin) {
 }
 
 std::optional<std::string> StreamClient::read() {
-    beast::get_lowest_layer(m_state->socket).expires_after(kDeadline);
-    m_state->buffer.clear();
-    beast::error_code error =
-        complete(m_state->context, [&](auto handler) { m_state->socket.async_read(m_state->buffer, handler); });
-    if (error) {
+    beast::error_code error;
+    auto message = exchange::readMessage(m_state->context, m_state->socket, m_state->buffer, error);
+    if (error)
         m_error = error.message();
-        return std::nullopt;
-    }
-    return beast::buffers_to_string(m_state->buffer.data());
+    return message;
 }
 
 bool StreamClient::write(const std::string& text) {

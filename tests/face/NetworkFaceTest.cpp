@@ -1,5 +1,6 @@
 // The network listener as an attacker on the network meets it: over TLS on 127.0.0.2, with
 // the answers a browser or a script would get.
+#include "FaceServerFixture.h"
 #include "TlsTestClient.h"
 #include "face/DeviceTokens.h"
 #include "face/FaceServer.h"
@@ -42,7 +43,7 @@ public:
     watchkit::Outlet<watchkit::Label> m_label;
 };
 
-class NetworkFaceTest : public ::testing::Test {
+class NetworkFaceTest : public vexo::face::testing::FaceServerFixture {
 protected:
     void SetUp() override {
         std::filesystem::path web = m_directory.path() / "web";
@@ -73,30 +74,6 @@ protected:
         m_networkPort = static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1)));
     }
 
-    void TearDown() override {
-        m_server.reset();
-        m_face.reset();
-        m_host.reset();
-    }
-
-    // Runs `work` on a client thread while the main loop serves; gives its result.
-    template <class Work> auto onClient(Work work) -> decltype(work()) {
-        std::atomic<bool> done = false;
-        auto future = std::async(std::launch::async, [&] {
-            struct Wake {
-                std::atomic<bool>& done;
-                runtime::RunLoop& loop;
-                ~Wake() {
-                    done = true;
-                    loop.post([] {});
-                }
-            } wake{done, m_loop};
-            return work();
-        });
-        m_loop.runUntil([&] { return done.load(); }, 300);
-        return future.get();
-    }
-
     HttpReply request(HttpCall call) {
         return onClient([&] { return httpsRequest(kAddress, m_networkPort, call); });
     }
@@ -121,14 +98,7 @@ protected:
         return cookie.substr(0, cookie.find(';'));
     }
 
-    vexo::testing::TemporaryDirectory m_directory;
     std::filesystem::path m_folder;
-    runtime::AsioRunLoop m_loop;
-    watchkit::ControllerRegistry m_registry;
-    ProtocolLog m_log;
-    std::unique_ptr<watchkit::ExtensionHost> m_host;
-    std::unique_ptr<WatchFace> m_face;
-    std::unique_ptr<FaceServer> m_server;
     std::uint16_t m_networkPort = 0;
 };
 

@@ -1,42 +1,26 @@
 #include "TlsTestClient.h"
+#include "ClientExchange.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl.hpp>
 #include <boost/beast/core.hpp>
-#include <boost/beast/http.hpp>
 #include <boost/beast/ssl.hpp>
 #include <boost/beast/websocket.hpp>
 #include <boost/beast/websocket/ssl.hpp>
-#include <cctype>
-#include <chrono>
 
 namespace vexo::face::testing {
 
 namespace net = boost::asio;
 namespace beast = boost::beast;
-namespace http = beast::http;
 namespace websocket = beast::websocket;
 using tcp = net::ip::tcp;
 using TlsStream = beast::ssl_stream<beast::tcp_stream>;
 
+using exchange::complete;
+using exchange::kDeadline;
+
 namespace {
-
-constexpr auto kDeadline = std::chrono::seconds(60);
-
-template <class Start> beast::error_code complete(net::io_context& context, Start start) {
-    beast::error_code result = net::error::timed_out;
-    start([&result](beast::error_code error, auto&&...) { result = error; });
-    context.restart();
-    context.run();
-    return result;
-}
-
-std::string lower(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
 
 net::ssl::context trustingContext() {
     net::ssl::context context(net::ssl::context::tls_client);
@@ -55,31 +39,12 @@ bool connectTls(net::io_context& context, TlsStream& stream, const std::string& 
 } // namespace
 
 HttpReply httpsRequest(const std::string& address, std::uint16_t port, const HttpCall& call) {
-    HttpReply reply;
     net::io_context context;
     net::ssl::context tls = trustingContext();
     TlsStream stream(context, tls);
     if (!connectTls(context, stream, address, port))
-        return reply;
-    http::request<http::string_body> request{http::string_to_verb(call.method), call.target, 11};
-    request.set(http::field::host, address + ":" + std::to_string(port));
-    for (const auto& [name, value] : call.headers)
-        request.set(name, value);
-    request.body() = call.body;
-    request.prepare_payload();
-    if (complete(context, [&](auto handler) { http::async_write(stream, request, handler); }))
-        return reply;
-    beast::flat_buffer buffer;
-    http::response_parser<http::string_body> parser;
-    parser.body_limit(64 << 20);
-    if (complete(context, [&](auto handler) { http::async_read(stream, buffer, parser, handler); }))
-        return reply;
-    auto response = parser.release();
-    reply.status = static_cast<int>(response.result_int());
-    reply.body = response.body();
-    for (const auto& field : response)
-        reply.headers[lower(std::string(field.name_string()))] = std::string(field.value());
-    return reply;
+        return {};
+    return exchange::request(context, stream, address + ":" + std::to_string(port), call);
 }
 
 struct TlsStreamClient::State {
@@ -111,13 +76,8 @@ int TlsStreamClient::connect(const std::string& address, std::uint16_t port,
 }
 
 std::optional<std::string> TlsStreamClient::read() {
-    beast::get_lowest_layer(m_state->socket).expires_after(kDeadline);
-    m_state->buffer.clear();
-    beast::error_code error =
-        complete(m_state->context, [&](auto handler) { m_state->socket.async_read(m_state->buffer, handler); });
-    if (error)
-        return std::nullopt;
-    return beast::buffers_to_string(m_state->buffer.data());
+    beast::error_code error;
+    return exchange::readMessage(m_state->context, m_state->socket, m_state->buffer, error);
 }
 
 } // namespace vexo::face::testing

@@ -43,18 +43,6 @@ CREATE TABLE playlist_entries (
     path TEXT NOT NULL,
     PRIMARY KEY (playlist_id, position)
 ) WITHOUT ROWID;
-CREATE TABLE analysis (
-    item_id INTEGER PRIMARY KEY,
-    version INTEGER NOT NULL,
-    modified_ns INTEGER NOT NULL,
-    size INTEGER NOT NULL,
-    bpm REAL,
-    first_beat REAL,
-    musical_key TEXT,
-    loudness REAL,
-    true_peak REAL,
-    failure TEXT
-);
 )sql";
 
 // From version 1: the tempo and key columns. Version 1 never read those tags, so every item
@@ -66,8 +54,9 @@ ALTER TABLE items ADD COLUMN initial_key TEXT NOT NULL DEFAULT '';
 UPDATE items SET modified_ns = -1;
 )sql";
 
-// From version 2: the analysis table; items and playlists stay as they are.
-constexpr std::string_view kUpgradeFrom2 = R"sql(
+// The analysis results: made with a new index, and added to one of version 2 (whose items and
+// playlists stay as they are).
+constexpr std::string_view kAnalysisTable = R"sql(
 CREATE TABLE analysis (
     item_id INTEGER PRIMARY KEY,
     version INTEGER NOT NULL,
@@ -110,7 +99,7 @@ bool createSchema(SqliteDatabase& database, const std::filesystem::path& path, s
     }();
     bool ok = true;
     if (version == 0 && tables == 0) {
-        ok = database.execute(kSchema) &&
+        ok = database.execute(kSchema) && database.execute(kAnalysisTable) &&
              database.execute("PRAGMA application_id = " + std::to_string(LibraryIndex::kApplicationID)) &&
              database.execute("PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion));
     }
@@ -134,7 +123,7 @@ bool upgradeSchema(SqliteDatabase& database, const std::filesystem::path& path, 
     if (ok && *version == 1)
         ok = database.execute(kUpgradeFrom1);
     if (ok && *version <= 2)
-        ok = database.execute(kUpgradeFrom2);
+        ok = database.execute(kAnalysisTable);
     if (ok && *version < LibraryIndex::kSchemaVersion)
         ok = database.execute("PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion));
     if (!ok) {

@@ -11,7 +11,8 @@ import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { copyFileSync, mkdirSync } from 'node:fs';
 import { join } from 'node:path';
-import { Face, dismissBanners, loadSong, outlet } from './face.mjs';
+import { runChecklist } from './checklist.mjs';
+import { Face, loadSong, outlet } from './face.mjs';
 import { Skip, launchBrowser, parseArgs, run, startPrograms } from './harness.mjs';
 
 const options = parseArgs(process.argv.slice(2));
@@ -245,33 +246,9 @@ run('web.network', async () => {
     const local = new Face(localPage, options.screenshots);
     await local.open(programs.url);
     await localPage.waitForSelector('#network:not([hidden])');
-    let passed = 0;
-    let failed = 0;
-    let skipped = 0;
-    for (const [name, scenario] of scenarios) {
-      try {
-        await dismissBanners(local);
-        await scenario({ local, state, programs, browser });
-        assert.deepEqual(errors, [], 'the page threw');
-        passed += 1;
-        console.log(`ok - ${name}`);
-      } catch (error) {
-        if (error instanceof Skip) {
-          skipped += 1;
-          console.log(`skipped - ${name}: ${error.message}`);
-          continue;
-        }
-        failed += 1;
-        errors.length = 0;
-        console.log(`not ok - ${name}\n  ${String(error.stack ?? error).split('\n').slice(0, 6).join('\n  ')}`);
-        await local.shot('failed').catch(() => {});
-      }
-    }
-    for (const why of Object.values(programs.missing)) console.log(`note: ${why}`);
-    console.log(`screenshots: ${options.screenshots}`);
-    if (failed) console.log(`--- vexo-watch output ---\n${programs.watch.output.slice(-4000)}`);
-    console.log(`${passed} passed, ${failed} failed${skipped ? `, ${skipped} skipped` : ''}`);
-    return failed > 0;
+    return await runChecklist(scenarios, {
+      face: local, errors, context: { local, state, programs, browser }, programs, options, logs: ['watch'],
+    });
   } finally {
     await state.phoneContext?.close();
     await state.watchContext?.close();

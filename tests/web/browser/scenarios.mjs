@@ -7,6 +7,7 @@
 // when Chromium, playwright-core or a program is missing.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
+import { runChecklist } from './checklist.mjs';
 import { Face, action, bannerIds, dismissBanners, escapeRegExp as escape, loadSong, outlet } from './face.mjs';
 import { Skip, launchBrowser, parseArgs, run, startPrograms } from './harness.mjs';
 
@@ -316,35 +317,9 @@ run('web.browser', async () => {
     const face = new Face(page, options.screenshots);
     await face.open(programs.url);
     const state = {};
-    let passed = 0;
-    let failed = 0;
-    let skipped = 0;
-    for (const [name, scenario] of scenarios) {
-      try {
-        // The phone's own notices (a song ending, a deck stopped) come at any time; a
-        // person clears them before the next step, or they cover what it taps.
-        await dismissBanners(face);
-        await scenario({ face, state, programs, browser });
-        assert.deepEqual(errors, [], 'the page threw');
-        passed += 1;
-        console.log(`ok - ${name}`);
-      } catch (error) {
-        if (error instanceof Skip) {
-          skipped += 1;
-          console.log(`skipped - ${name}: ${error.message}`);
-          continue;
-        }
-        failed += 1;
-        errors.length = 0;
-        console.log(`not ok - ${name}\n  ${String(error.stack ?? error).split('\n').slice(0, 6).join('\n  ')}`);
-        await face.shot('failed').catch(() => {});
-      }
-    }
-    for (const why of Object.values(programs.missing)) console.log(`note: ${why}`);
-    console.log(`screenshots: ${options.screenshots}`);
-    if (failed) console.log(`--- vexo-watch output ---\n${programs.watch.output.slice(-4000)}\n--- vexo-phone output ---\n${programs.phone.output.slice(-4000)}`);
-    console.log(`${passed} passed, ${failed} failed${skipped ? `, ${skipped} skipped` : ''}`);
-    return failed > 0;
+    return await runChecklist(scenarios, {
+      face, errors, context: { face, state, programs, browser }, programs, options, logs: ['watch', 'phone'],
+    });
   } finally {
     await programs?.stop();
     await browser.close();
