@@ -63,18 +63,12 @@ MediaItem itemFromRow(const SqliteStatement& row, int first, const std::weak_ptr
     if (!row.isNull(first + 11)) {
         ItemAnalysis analysis;
         analysis.version = static_cast<int>(row.integer(first + 11));
-        if (!row.isNull(first + 12))
-            analysis.beatsPerMinute = row.real(first + 12);
-        if (!row.isNull(first + 13))
-            analysis.firstBeatSeconds = row.real(first + 13);
-        if (!row.isNull(first + 14))
-            analysis.key = row.text(first + 14);
-        if (!row.isNull(first + 15))
-            analysis.loudnessLUFS = row.real(first + 15);
-        if (!row.isNull(first + 16))
-            analysis.truePeakDBTP = row.real(first + 16);
-        if (!row.isNull(first + 17))
-            analysis.failure = row.text(first + 17);
+        analysis.beatsPerMinute = row.optionalReal(first + 12);
+        analysis.firstBeatSeconds = row.optionalReal(first + 13);
+        analysis.key = row.optionalText(first + 14);
+        analysis.loudnessLUFS = row.optionalReal(first + 15);
+        analysis.truePeakDBTP = row.optionalReal(first + 16);
+        analysis.failure = row.optionalText(first + 17);
         properties.analysis = std::move(analysis);
     }
     return MediaItem(std::move(properties), library, row.integer(first + 8) != 0);

@@ -51,6 +51,13 @@ public:
     // The text of a column; valid until the next step, reset or destruction.
     [[nodiscard]] std::string_view textView(int column) const;
     [[nodiscard]] bool isNull(int column) const;
+    // A column that may hold NULL: nothing for NULL, else its value.
+    [[nodiscard]] std::optional<double> optionalReal(int column) const {
+        return isNull(column) ? std::nullopt : std::optional<double>(real(column));
+    }
+    [[nodiscard]] std::optional<std::string> optionalText(int column) const {
+        return isNull(column) ? std::nullopt : std::optional<std::string>(text(column));
+    }
     // The bytes of a blob column; valid until the next step, reset or destruction.
     [[nodiscard]] std::span<const std::uint8_t> blob(int column) const;
 
