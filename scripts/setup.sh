@@ -7,7 +7,7 @@
 set -euo pipefail
 
 packages=(
-  cmake ninja-build g++ clang pkg-config python3
+  cmake ninja-build g++ clang clang-format pkg-config python3
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libplist-dev libasio-dev libboost-dev libcli11-dev nlohmann-json3-dev
   libsqlite3-dev libtag1-dev libcairo2-dev libjpeg-dev libpng-dev libicu-dev
