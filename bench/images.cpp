@@ -7,13 +7,6 @@
 //   bench_images --write-inputs DIR    write the two generated pictures (for the
 //                                      ImageMagick comparison in images-vs-imagemagick.sh)
 
-#include "platform/graphics/ImageDecoder.h"
-#include "platform/graphics/JpegDecoder.h"
-#include "platform/graphics/RoundArtworkRenderer.h"
-#include "platform/graphics/TestImages.h"
-
-#include <benchmark/benchmark.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -24,8 +17,14 @@
 #include <string>
 #include <vector>
 
+#include <benchmark/benchmark.h>
 #include <jpeglib.h>
 #include <png.h>
+
+#include "platform/graphics/ImageDecoder.h"
+#include "platform/graphics/JpegDecoder.h"
+#include "platform/graphics/RoundArtworkRenderer.h"
+#include "platform/graphics/TestImages.h"
 
 namespace {
 
@@ -133,8 +132,7 @@ double millisecondsSince(Clock::time_point start) {
 
 // Each iteration times our full path (a cold renderer: hash, decode, draw, encode) and the
 // floor back to back, so that both see the same machine state.
-template <typename Floor>
-void compareWithFloor(benchmark::State& state, const Bytes& input, Floor&& floor) {
+template <typename Floor> void compareWithFloor(benchmark::State& state, const Bytes& input, Floor&& floor) {
     double ours = 0, bare = 0;
     for (auto _ : state) {
         Clock::time_point start = Clock::now();

@@ -2,15 +2,15 @@
 // dictionary, measured in the same run. Prints each of our figures as a ratio to its floor.
 //
 //   build/bench/bench_keyed_archive [--benchmark_min_time=0.5s] [--benchmark_repetitions=5]
-#include "platform/plist/KeyedArchiver.h"
-#include "platform/plist/KeyedUnarchiver.h"
+#include <cstdio>
+#include <map>
+#include <string>
 
 #include <benchmark/benchmark.h>
 #include <plist/plist.h>
 
-#include <cstdio>
-#include <map>
-#include <string>
+#include "platform/plist/KeyedArchiver.h"
+#include "platform/plist/KeyedUnarchiver.h"
 
 using namespace vexo::plist;
 
@@ -18,12 +18,18 @@ namespace {
 
 Value deckStatus() {
     return Value(Dictionary{
-        {"playing", Value(true)},          {"currentTime", Value(183)},
-        {"currentDisplayTime", Value("3:03")}, {"autoLoopBeatInterval", Value(0.25f)},
-        {"looping", Value(false)},         {"fxName", Value("Echo")},
-        {"fxEnabled", Value(true)},        {"fxLowPassEnabled", Value(false)},
-        {"fxHighPassEnabled", Value(true)}, {"bpm", Value(128)},
-        {"key", Value("8A")},              {"turntable", Value(1)},
+        {"playing", Value(true)},
+        {"currentTime", Value(183)},
+        {"currentDisplayTime", Value("3:03")},
+        {"autoLoopBeatInterval", Value(0.25f)},
+        {"looping", Value(false)},
+        {"fxName", Value("Echo")},
+        {"fxEnabled", Value(true)},
+        {"fxLowPassEnabled", Value(false)},
+        {"fxHighPassEnabled", Value(true)},
+        {"bpm", Value(128)},
+        {"key", Value("8A")},
+        {"turntable", Value(1)},
     });
 }
 
@@ -58,8 +64,7 @@ plist_t libplistTree(const Value& value) {
     case Value::Type::Boolean:
         return plist_new_bool(*value.asBoolean());
     case Value::Type::Data:
-        return plist_new_data(reinterpret_cast<const char*>(value.asData()->data()),
-                              value.asData()->size());
+        return plist_new_data(reinterpret_cast<const char*>(value.asData()->data()), value.asData()->size());
     default:
         return plist_new_string("");
     }
@@ -120,8 +125,7 @@ public:
     }
 
     void printRatios() const {
-        std::printf("\n%-28s %14s %14s %8s\n", "keyed archive vs libplist", "ours (CPU ns)",
-                    "floor (CPU ns)", "ratio");
+        std::printf("\n%-28s %14s %14s %8s\n", "keyed archive vs libplist", "ours (CPU ns)", "floor (CPU ns)", "ratio");
         for (const char* message : {"deck_status", "song_info_30KB"}) {
             printRatio(std::string("encode ") + message, std::string("ours_encode/") + message,
                        std::string("libplist_write/") + message);
@@ -132,14 +136,12 @@ public:
     }
 
 private:
-    void printRatio(const std::string& label, const std::string& ours,
-                    const std::string& floor) const {
+    void printRatio(const std::string& label, const std::string& ours, const std::string& floor) const {
         const auto o = m_nanoseconds.find(ours);
         const auto f = m_nanoseconds.find(floor);
         if (o == m_nanoseconds.end() || f == m_nanoseconds.end())
             return;
-        std::printf("%-28s %14.0f %14.0f %8.2f\n", label.c_str(), o->second, f->second,
-                    o->second / f->second);
+        std::printf("%-28s %14.0f %14.0f %8.2f\n", label.c_str(), o->second, f->second, o->second / f->second);
     }
 
     std::map<std::string, double> m_nanoseconds;
@@ -150,8 +152,7 @@ private:
 int main(int argc, char** argv) {
     static const Value status = deckStatus();
     static const Value song = songInformation();
-    for (const auto& [name, message] : {std::pair{"deck_status", &status},
-                                        std::pair{"song_info_30KB", &song}}) {
+    for (const auto& [name, message] : {std::pair{"deck_status", &status}, std::pair{"song_info_30KB", &song}}) {
         const Value* m = message;
         benchmark::RegisterBenchmark((std::string("ours_encode/") + name).c_str(),
                                      [m](benchmark::State& s) { oursEncode(s, *m); });

@@ -2,8 +2,8 @@
 // run on the same files:
 //
 //   - a first scan of a generated folder of tagged files (MP3, FLAC, Ogg Vorbis, Opus, M4A and
-//     WAV in turn, one in ten with a picture, three in four with tempo and key) against bare TagLib reads of those files, then
-//     an unchanged rescan, whose time should stay far below the first scan's;
+//     WAV in turn, one in ten with a picture, three in four with tempo and key) against bare TagLib reads of those
+//     files, then an unchanged rescan, whose time should stay far below the first scan's;
 //   - the playlist query over many playlists and items against a bare SQLite walk of the same
 //     joined rows, without building items.
 //
@@ -12,14 +12,6 @@
 // Files live in a temporary folder under DIR (default: $TMPDIR or /tmp) and are removed
 // afterwards; the page cache is warm for both the scan and its floor. Scan figures are medians
 // of three first scans (each into a fresh index) and six rescans.
-#include "platform/media/AudioFixture.h"
-#include "platform/media/LibraryScanner.h"
-#include "platform/media/MediaLibrary.h"
-
-#include <sqlite3.h>
-#include <taglib/fileref.h>
-#include <taglib/tpropertymap.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -27,8 +19,16 @@
 #include <cstring>
 #include <fstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
+
+#include <sqlite3.h>
+#include <taglib/fileref.h>
+#include <taglib/tpropertymap.h>
+#include <unistd.h>
+
+#include "platform/media/AudioFixture.h"
+#include "platform/media/LibraryScanner.h"
+#include "platform/media/MediaLibrary.h"
 
 using namespace vexo;
 using testing::AudioFixture;
@@ -58,7 +58,8 @@ struct Settings {
 // `count` tagged files in folders of a hundred; their paths.
 std::vector<fs::path> generate(const fs::path& folder, std::size_t count, double seconds) {
     using Format = AudioFixture::Format;
-    constexpr Format kFormats[] = {Format::Mp3, Format::Flac, Format::OggVorbis, Format::Opus, Format::M4a, Format::Wav};
+    constexpr Format kFormats[] = {Format::Mp3,  Format::Flac, Format::OggVorbis,
+                                   Format::Opus, Format::M4a,  Format::Wav};
     std::vector<fs::path> paths;
     paths.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
@@ -67,8 +68,12 @@ std::vector<fs::path> generate(const fs::path& folder, std::size_t count, double
         if (i % 100 == 0)
             fs::create_directories(directory);
         const fs::path path = directory / ("track " + std::to_string(i) + AudioFixture::extension(format));
-        AudioFixture::Tags tags{"Track " + std::to_string(i), "Artist " + std::to_string(i / 100),
-                                "Album " + std::to_string(i / 10), "Electronic", std::nullopt, std::nullopt};
+        AudioFixture::Tags tags{"Track " + std::to_string(i),
+                                "Artist " + std::to_string(i / 100),
+                                "Album " + std::to_string(i / 10),
+                                "Electronic",
+                                std::nullopt,
+                                std::nullopt};
         if (i % 10 == 0)
             tags.artwork = AudioFixture::pictureBytes(static_cast<int>(i));
         // Most DJ libraries tag tempo and key; a few files do not.
@@ -189,7 +194,8 @@ void queryBenchmark(const Settings& settings, const fs::path& work) {
     const fs::path folder = work / "query";
     const auto paths = generate(folder, settings.items, 0.1);
     // Every item in one playlist, in order: items / playlists entries each.
-    const std::size_t perPlaylist = std::max<std::size_t>(1, settings.items / std::max<std::size_t>(1, settings.playlists));
+    const std::size_t perPlaylist =
+        std::max<std::size_t>(1, settings.items / std::max<std::size_t>(1, settings.playlists));
     fs::create_directories(folder / "playlists");
     for (std::size_t p = 0; p < settings.playlists; ++p) {
         std::ofstream list(folder / "playlists" / ("list " + std::to_string(p) + ".m3u8"));

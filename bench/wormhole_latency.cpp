@@ -7,23 +7,24 @@
 //
 // The container lives under $XDG_RUNTIME_DIR, else /dev/shm (both tmpfs, the usual home of a
 // runtime directory); --root measures another file system.
-#include "platform/plist/KeyedArchiver.h"
-#include "platform/runtime/AsioRunLoop.h"
-#include "transport/MMWormhole.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <filesystem>
 #include <string>
+#include <vector>
+
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
+
+#include "platform/plist/KeyedArchiver.h"
+#include "platform/runtime/AsioRunLoop.h"
+#include "transport/MMWormhole.h"
 
 using namespace vexo;
 
@@ -156,8 +157,7 @@ std::vector<double> measureWormhole(std::size_t count) {
             {
                 transport::MMWormhole wormhole(kGroup, "messages");
                 for (std::size_t i = 0; i < count; ++i) {
-                    wormhole.passMessageObject(statusMessage(monotonicNanoseconds(), static_cast<int>(i)),
-                                               kIdentifier);
+                    wormhole.passMessageObject(statusMessage(monotonicNanoseconds(), static_cast<int>(i)), kIdentifier);
                     readByte(ackFd);
                 }
             }
@@ -193,8 +193,7 @@ std::vector<double> measureDatagrams(std::size_t count, const std::filesystem::p
             const int sender = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
             for (std::size_t i = 0; i < count; ++i) {
                 const std::int64_t sentAt = monotonicNanoseconds();
-                ::sendto(sender, &sentAt, sizeof sentAt, 0, reinterpret_cast<sockaddr*>(&address),
-                         sizeof address);
+                ::sendto(sender, &sentAt, sizeof sentAt, 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
                 readByte(ackFd);
             }
             ::close(sender);
@@ -273,14 +272,11 @@ int main(int argc, char** argv) {
     const double floorMedian = datagram.median + file.median;
     const double floorP99 = datagram.p99 + file.p99;
     std::printf("\n%-44s %10s %10s\n", "one-way latency (microseconds)", "median", "p99");
-    std::printf("%-44s %10.1f %10.1f\n", "datagram wake-up between two processes", datagram.median,
-                datagram.p99);
+    std::printf("%-44s %10.1f %10.1f\n", "datagram wake-up between two processes", datagram.median, datagram.p99);
     std::printf("%-44s %10.1f %10.1f\n", "temporary-file write, rename and read", file.median, file.p99);
     std::printf("%-44s %10.1f %10.1f\n", "floor (sum of the two)", floorMedian, floorP99);
-    std::printf("%-44s %10.1f %10.1f\n", "whole message through the wormhole", wormhole.median,
-                wormhole.p99);
-    std::printf("%-44s %10.2f %10.2f\n", "ratio to the floor", wormhole.median / floorMedian,
-                wormhole.p99 / floorP99);
+    std::printf("%-44s %10.1f %10.1f\n", "whole message through the wormhole", wormhole.median, wormhole.p99);
+    std::printf("%-44s %10.2f %10.2f\n", "ratio to the floor", wormhole.median / floorMedian, wormhole.p99 / floorP99);
     std::printf("goal: median at most 2x the floor and under 100 us, p99 under 1000 us\n");
     return 0;
 }

@@ -2,15 +2,14 @@
 // delivers them: each input line is one event (JSON or not) for a started test application.
 // Whatever arrives, the host refuses it with a reason or performs it, and its snapshot still
 // serialises afterwards.
-#include "platform/watchkit/ExtensionHost.h"
-
-#include "platform/watchkit/TestInterface.h"
-
-#include <nlohmann/json.hpp>
-
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/watchkit/ExtensionHost.h"
+#include "platform/watchkit/TestInterface.h"
 
 using namespace vexo::watchkit;
 

@@ -2,12 +2,12 @@
 // nothing, without a crash, a hang or a sanitizer report. A decoded value must also survive
 // the archiver: archiving it, reading that back and archiving again gives the same bytes
 // (bytes rather than values, because NaN is not equal to itself).
-#include "platform/plist/KeyedArchiver.h"
-#include "platform/plist/KeyedUnarchiver.h"
-
 #include <cstdint>
 #include <cstdlib>
 #include <span>
+
+#include "platform/plist/KeyedArchiver.h"
+#include "platform/plist/KeyedUnarchiver.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace vexo::plist;

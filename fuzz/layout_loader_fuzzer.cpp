@@ -1,14 +1,13 @@
 // The interface layout loader on arbitrary text, checked against the test application's
 // classes and against an empty registry that allows every class: a malformed layout yields
 // errors, never a crash, a hang or a layout without an error list.
-#include "platform/watchkit/LayoutLoader.h"
-
-#include "platform/watchkit/TestInterface.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <utility>
+
+#include "platform/watchkit/LayoutLoader.h"
+#include "platform/watchkit/TestInterface.h"
 
 using namespace vexo::watchkit;
 

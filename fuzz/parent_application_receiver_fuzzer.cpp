@@ -1,18 +1,19 @@
 // The phone side's datagram path: each input is sent as one datagram to a listening
 // ParentApplicationReceiver, which must drop it with a log line or hand on a dictionary,
 // and keep listening.
-#include "platform/ipc/ParentApplicationReceiver.h"
-#include "platform/ipc/ParentApplicationSocket.h"
-#include "platform/runtime/DeterministicRunLoop.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include "platform/ipc/ParentApplicationReceiver.h"
+#include "platform/ipc/ParentApplicationSocket.h"
+#include "platform/runtime/DeterministicRunLoop.h"
 
 using namespace vexo;
 
@@ -24,11 +25,12 @@ struct Receiver {
         if (::mkdtemp(pattern.data()) == nullptr)
             std::abort();
         container = pattern;
-        receiver = std::make_unique<ipc::ParentApplicationReceiver>(container, loop, [this](const plist::Value& dictionary) {
-            if (dictionary.asDictionary() == nullptr)
-                __builtin_trap();
-            ++delivered;
-        });
+        receiver =
+            std::make_unique<ipc::ParentApplicationReceiver>(container, loop, [this](const plist::Value& dictionary) {
+                if (dictionary.asDictionary() == nullptr)
+                    __builtin_trap();
+                ++delivered;
+            });
         if (!receiver->isListening())
             std::abort();
         ipc::SocketDirectory directory;

@@ -1,14 +1,14 @@
 // The XML property-list reader on arbitrary bytes. Whatever it accepts must come out as a
 // binary property list that our own binary reader opens, and as a keyed archive decode that
 // neither crashes nor hangs.
-#include "platform/plist/BinaryPropertyList.h"
-#include "platform/plist/KeyedUnarchiver.h"
-#include "platform/plist/XmlPropertyList.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
+
+#include "platform/plist/BinaryPropertyList.h"
+#include "platform/plist/KeyedUnarchiver.h"
+#include "platform/plist/XmlPropertyList.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::span<const std::uint8_t> bytes(data, size);

@@ -1,11 +1,12 @@
 #include "ServiceNotifier.h"
 
-#include "platform/log/Log.h"
-#include "platform/runtime/Timer.h"
-
 #include <cstdint>
 #include <string>
+
 #include <systemd/sd-daemon.h>
+
+#include "platform/log/Log.h"
+#include "platform/runtime/Timer.h"
 
 namespace vexo::apps {
 

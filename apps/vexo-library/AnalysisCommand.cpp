@@ -1,10 +1,11 @@
 #include "AnalysisCommand.h"
-#include "TerminalProgress.h"
 
 #include <csignal>
 #include <cstdio>
 #include <iostream>
 #include <string>
+
+#include "TerminalProgress.h"
 
 namespace vexo::library {
 namespace {

@@ -32,7 +32,7 @@ constexpr std::array<const char*, 10> kArtists = {
     "Midnight Ferris",      // 5
     "Øresund Drift",        // 6
     "Kōji Tanaka",          // 7
-    "MC Moon 🌙",           // 8
+    "MC Moon 🌙",            // 8
     "The Paper Lanterns",   // 9
 };
 
@@ -93,8 +93,8 @@ std::string camelot(int root, bool minor) {
 }
 
 std::string keyTag(const Row& row) {
-    static constexpr std::array<const char*, 12> kLongNames = {"C", "C#", "D", "Eb", "E", "F",
-                                                               "F#", "G", "Ab", "A", "Bb", "B"};
+    static constexpr std::array<const char*, 12> kLongNames = {"C",  "C#", "D",  "Eb", "E",  "F",
+                                                               "F#", "G",  "Ab", "A",  "Bb", "B"};
     switch (row.keyStyle) {
     case KeyStyle::Untagged:
         return {};
@@ -120,8 +120,8 @@ std::string fileSafe(std::string text) {
 } // namespace
 
 std::string DemoCatalogue::keyName(int root, bool minor) {
-    static constexpr std::array<const char*, 12> kNames = {"C", "C#", "D", "Eb", "E", "F",
-                                                           "F#", "G", "Ab", "A", "Bb", "B"};
+    static constexpr std::array<const char*, 12> kNames = {"C",  "C#", "D",  "Eb", "E",  "F",
+                                                           "F#", "G",  "Ab", "A",  "Bb", "B"};
     return std::string(kNames[static_cast<std::size_t>(((root % 12) + 12) % 12)]) + (minor ? "m" : "");
 }
 
@@ -151,9 +151,8 @@ std::vector<DemoPlaylist> DemoCatalogue::playlists(const std::vector<DemoSong>& 
         return chosen;
     };
     auto byTempo = all;
-    std::stable_sort(byTempo.begin(), byTempo.end(), [&](std::size_t a, std::size_t b) {
-        return songs[a].beatsPerMinute < songs[b].beatsPerMinute;
-    });
+    std::stable_sort(byTempo.begin(), byTempo.end(),
+                     [&](std::size_t a, std::size_t b) { return songs[a].beatsPerMinute < songs[b].beatsPerMinute; });
     const std::vector<std::size_t> warmUp(byTempo.begin(), byTempo.begin() + std::min<std::size_t>(23, byTempo.size()));
     auto reversed = all;
     std::reverse(reversed.begin(), reversed.end());
@@ -167,8 +166,10 @@ std::vector<DemoPlaylist> DemoCatalogue::playlists(const std::vector<DemoSong>& 
         {"Reverse Order", "", reversed, {}},
         {"Peak Time 125+", "", where([](const DemoSong& s) { return s.beatsPerMinute >= 125; }), {}},
         {"Chill Under 100", "", where([](const DemoSong& s) { return s.beatsPerMinute < 100; }), {}},
-        {"House 118–128", "",
-         where([](const DemoSong& s) { return s.beatsPerMinute >= 118 && s.beatsPerMinute <= 128; }), {}},
+        {"House 118–128",
+         "",
+         where([](const DemoSong& s) { return s.beatsPerMinute >= 118 && s.beatsPerMinute <= 128; }),
+         {}},
         {"Drum & Bass", "", where([](const DemoSong& s) { return s.beatsPerMinute >= 160; }), {}},
         {"Minor Moods", "", where([](const DemoSong& s) { return s.minor; }), {}},
         {"Major Sunshine ☀️", "", where([](const DemoSong& s) { return !s.minor; }), {}},
@@ -176,20 +177,29 @@ std::vector<DemoPlaylist> DemoCatalogue::playlists(const std::vector<DemoSong>& 
         {"No Tempo Tag", "", where([](const DemoSong& s) { return !s.tempoTagged; }), {}},
         {"No Key Tag", "", where([](const DemoSong& s) { return s.keyTag.empty(); }), {}},
         {"No Artwork", "", where([](const DemoSong& s) { return s.artwork == ArtworkShape::None; }), {}},
-        {"Odd Shapes", "", where([](const DemoSong& s) {
+        {"Odd Shapes",
+         "",
+         where([](const DemoSong& s) {
              return s.artwork == ArtworkShape::Wide || s.artwork == ArtworkShape::Tall ||
                     s.artwork == ArtworkShape::Tiny || s.artwork == ArtworkShape::Banner;
-         }), {}},
+         }),
+         {}},
         {"Short Songs", "", where([](const DemoSong& s) { return s.seconds < 26; }), {}},
-        {"Unicode ✨ Títulos", "", where([](const DemoSong& s) {
-             return std::any_of(s.title.begin(), s.title.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
-         }), {}},
+        {"Unicode ✨ Títulos",
+         "",
+         where([](const DemoSong& s) {
+             return std::any_of(s.title.begin(), s.title.end(),
+                                [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+         }),
+         {}},
         {"Single", "", {7}, {}},
         {"Twice the Fun", "", {0, 0, 1, 1}, {}},
     };
     for (const char* artist : kArtists) {
-        playlists.push_back({std::string(artist) + " Essentials", "",
-                             where([&](const DemoSong& s) { return s.artist == artist; }), {}});
+        playlists.push_back({std::string(artist) + " Essentials",
+                             "",
+                             where([&](const DemoSong& s) { return s.artist == artist; }),
+                             {}});
     }
     for (auto& playlist : playlists)
         playlist.fileName = fileSafe(playlist.name) + ".m3u8";

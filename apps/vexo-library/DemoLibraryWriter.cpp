@@ -1,16 +1,17 @@
 #include "DemoLibraryWriter.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "ArtworkPainter.h"
 #include "DemoSongTagger.h"
 #include "SongSynthesizer.h"
 #include "WaveFile.h"
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <span>
-#include <unistd.h>
 
 namespace vexo::library {
 namespace {
@@ -156,8 +157,8 @@ std::optional<DemoLibraryWriter::Summary> DemoLibraryWriter::write(const fs::pat
             return std::nullopt;
         }
         const DemoSong& song = songs[i];
-        const auto samples = SongSynthesizer::render(
-            {song.beatsPerMinute, song.keyRoot, song.minor, song.seconds, song.seed});
+        const auto samples =
+            SongSynthesizer::render({song.beatsPerMinute, song.keyRoot, song.minor, song.seconds, song.seed});
         const auto bytes = WaveFile::encode(samples, SongSynthesizer::kSampleRate);
         const auto [width, height] = artworkSize(song.artwork);
         std::optional<std::vector<std::uint8_t>> artwork;
@@ -176,8 +177,7 @@ std::optional<DemoLibraryWriter::Summary> DemoLibraryWriter::write(const fs::pat
         }
         std::error_code code;
         summary.bytes += fs::file_size(path, code);
-        summary.songs.push_back({song, path,
-                                 static_cast<double>(samples.size()) / SongSynthesizer::kSampleRate,
+        summary.songs.push_back({song, path, static_cast<double>(samples.size()) / SongSynthesizer::kSampleRate,
                                  artwork ? width : 0, artwork ? height : 0});
         if (progress)
             progress({Progress::Phase::Songs, i + 1, songs.size()});
@@ -187,8 +187,7 @@ std::optional<DemoLibraryWriter::Summary> DemoLibraryWriter::write(const fs::pat
         const std::string text = playlistText(playlist, summary.songs);
         const fs::path path = playlistsFolder / playlist.fileName;
         const fs::path temporary = playlistsFolder / ("." + playlist.fileName + ".partial");
-        if (!writeFile(temporary, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
-                       reason) ||
+        if (!writeFile(temporary, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), reason) ||
             !replaceWith(temporary, path, reason)) {
             std::error_code ignored;
             fs::remove(temporary, ignored);

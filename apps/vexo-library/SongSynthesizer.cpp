@@ -44,7 +44,8 @@ double midiFrequency(int note) {
 // White noise in [-1, 1] from a fixed seed.
 class Noise {
 public:
-    explicit Noise(std::uint32_t seed) : m_state(seed == 0 ? 0x9E3779B9u : seed) {}
+    explicit Noise(std::uint32_t seed)
+        : m_state(seed == 0 ? 0x9E3779B9u : seed) {}
     double next() {
         m_state ^= m_state << 13;
         m_state ^= m_state >> 17;
@@ -78,14 +79,14 @@ struct Timbre {
 };
 
 Timbre timbreFor(std::uint32_t seed) {
-    return {static_cast<double>(seed % 7) / 14.0, static_cast<double>((seed >> 3) % 5) / 12.0,
-            ((seed >> 7) & 1u) != 0, ((seed >> 9) % 4) != 0};
+    return {static_cast<double>(seed % 7) / 14.0, static_cast<double>((seed >> 3) % 5) / 12.0, ((seed >> 7) & 1u) != 0,
+            ((seed >> 9) % 4) != 0};
 }
 
 // One bar of `length` samples; everything it plays decays within the bar, so bars can be
 // laid end to end.
 std::vector<std::int16_t> renderBar(const SongSynthesizer::Sound& sound, const Timbre& timbre, const Chord& chord,
-                             unsigned layers, std::size_t length, std::uint32_t seed) {
+                                    unsigned layers, std::size_t length, std::uint32_t seed) {
     const SineTable& table = sine();
     std::vector<double> mix(length, 0.0);
     const double beat = static_cast<double>(length) / 4;

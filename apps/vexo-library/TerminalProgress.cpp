@@ -1,6 +1,7 @@
 #include "TerminalProgress.h"
 
 #include <cstdio>
+
 #include <unistd.h>
 
 namespace vexo::library {

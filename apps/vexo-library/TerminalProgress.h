@@ -16,7 +16,8 @@ public:
     // Off when `quiet`, else InPlace when standard error is a terminal, else Lines.
     [[nodiscard]] static Style styleFor(bool quiet);
 
-    explicit TerminalProgress(Style style) : m_style(style) {}
+    explicit TerminalProgress(Style style)
+        : m_style(style) {}
     ~TerminalProgress() { clear(); }
     TerminalProgress(const TerminalProgress&) = delete;
     TerminalProgress& operator=(const TerminalProgress&) = delete;

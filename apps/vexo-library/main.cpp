@@ -15,16 +15,6 @@
 // Exit codes: 0 success, 1 failure (missing folder, no such item, unusable index, a demo folder
 // that is not ours or cannot be written), 2 wrong usage, 130 a scan, analysis or demo
 // interrupted (what it wrote is kept).
-#include "AnalysisCommand.h"
-#include "DemoLibraryWriter.h"
-#include "TerminalProgress.h"
-
-#include "platform/log/Log.h"
-#include "platform/media/LibraryScanner.h"
-#include "platform/media/MediaLibrary.h"
-
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <atomic>
 #include <cinttypes>
@@ -32,7 +22,16 @@
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+
+#include <CLI/CLI.hpp>
 #include <unistd.h>
+
+#include "AnalysisCommand.h"
+#include "DemoLibraryWriter.h"
+#include "TerminalProgress.h"
+#include "platform/log/Log.h"
+#include "platform/media/LibraryScanner.h"
+#include "platform/media/MediaLibrary.h"
 
 namespace {
 
@@ -115,11 +114,16 @@ std::string duration(double seconds) {
 
 std::string kindName(MediaType type) {
     const std::pair<MediaType, const char*> names[] = {
-        {MediaType::Music, "music"},          {MediaType::Podcast, "podcast"},
-        {MediaType::AudioBook, "audiobook"},  {MediaType::AudioITunesU, "iTunes U audio"},
-        {MediaType::Movie, "movie"},          {MediaType::TVShow, "TV show"},
-        {MediaType::VideoPodcast, "video podcast"}, {MediaType::MusicVideo, "music video"},
-        {MediaType::VideoITunesU, "iTunes U video"}, {MediaType::HomeVideo, "home video"},
+        {MediaType::Music, "music"},
+        {MediaType::Podcast, "podcast"},
+        {MediaType::AudioBook, "audiobook"},
+        {MediaType::AudioITunesU, "iTunes U audio"},
+        {MediaType::Movie, "movie"},
+        {MediaType::TVShow, "TV show"},
+        {MediaType::VideoPodcast, "video podcast"},
+        {MediaType::MusicVideo, "music video"},
+        {MediaType::VideoITunesU, "iTunes U video"},
+        {MediaType::HomeVideo, "home video"},
     };
     std::string text;
     for (const auto& [kind, name] : names) {
@@ -146,8 +150,7 @@ std::size_t columns(const std::string& text) {
                           (code >= 0xAC00 && code <= 0xD7A3) || (code >= 0xF900 && code <= 0xFAFF) ||
                           (code >= 0xFE30 && code <= 0xFE4F) || (code >= 0xFF00 && code <= 0xFF60) ||
                           (code >= 0xFFE0 && code <= 0xFFE6) || (code >= 0x2600 && code <= 0x27BF) ||
-                          (code >= 0x1F300 && code <= 0x1FAFF) ||
-                          (code >= 0x20000 && code <= 0x3FFFD);
+                          (code >= 0x1F300 && code <= 0x1FAFF) || (code >= 0x20000 && code <= 0x3FFFD);
         width += wide ? 2 : 1;
     }
     return width;
@@ -226,8 +229,8 @@ int scan(const Options& options, const std::filesystem::path& indexPath, const s
               << " audio files, " << summary->playlistFiles << " playlist files\n"
               << "items: " << summary->itemsAdded << " added, " << summary->itemsUpdated << " updated, "
               << summary->itemsGone << " gone, " << summary->itemsUnchanged << " unchanged\n"
-              << "playlists: " << summary->playlistsAdded << " added, " << summary->playlistsUpdated
-              << " updated, " << summary->playlistsGone << " gone\n";
+              << "playlists: " << summary->playlistsAdded << " added, " << summary->playlistsUpdated << " updated, "
+              << summary->playlistsGone << " gone\n";
     if (!summary->problems.empty())
         std::cout << "skipped: " << summary->problems.size() << " (see above)\n";
     std::cout << "index: " << indexPath.string() << "\n";
@@ -241,8 +244,8 @@ int scan(const Options& options, const std::filesystem::path& indexPath, const s
     return library::runAnalysis(indexPath, analysisOptions, options.quiet);
 }
 
-int analyze(const Options& options, const std::filesystem::path& indexPath,
-            const std::vector<std::string>& paths, bool force) {
+int analyze(const Options& options, const std::filesystem::path& indexPath, const std::vector<std::string>& paths,
+            bool force) {
     std::signal(SIGINT, interrupt);
     std::signal(SIGTERM, interrupt);
     analysis::LibraryAnalyzer::Options analysisOptions;
@@ -270,8 +273,8 @@ void printDemo(const library::DemoLibraryWriter::Summary& made) {
     }
     char megabytes[32];
     std::snprintf(megabytes, sizeof megabytes, "%.1f", static_cast<double>(made.bytes) / 1e6);
-    std::cout << "made a demonstration library in " << made.folder.string() << ": " << made.songs.size()
-              << " songs, " << made.playlists.size() << " playlists, " << megabytes << " MB\n"
+    std::cout << "made a demonstration library in " << made.folder.string() << ": " << made.songs.size() << " songs, "
+              << made.playlists.size() << " playlists, " << megabytes << " MB\n"
               << "songs: " << tempo << " with a tempo tag, " << key << " with a key tag, " << artwork
               << " with artwork\n\n";
     std::cout << padded("TITLE", titleWidth) << "  " << padded("ARTIST", artistWidth)
@@ -282,8 +285,8 @@ void printDemo(const library::DemoLibraryWriter::Summary& made) {
         const std::string picture = written.artworkWidth > 0 ? std::to_string(written.artworkWidth) + "x" +
                                                                    std::to_string(written.artworkHeight)
                                                              : "-";
-        std::cout << padded(written.song.title, titleWidth) << "  " << padded(written.song.artist, artistWidth)
-                  << "  " << rightAligned(duration(written.seconds), 8) << "  " << rightAligned(bpm, 3) << "  "
+        std::cout << padded(written.song.title, titleWidth) << "  " << padded(written.song.artist, artistWidth) << "  "
+                  << rightAligned(duration(written.seconds), 8) << "  " << rightAligned(bpm, 3) << "  "
                   << padded(key, 8) << "  " << picture << "\n";
     }
     std::size_t nameWidth = 8;
@@ -324,7 +327,8 @@ int demo(const Options& options, const std::filesystem::path& indexPath, const s
         std::fflush(stderr);
     };
     std::string error;
-    const auto made = DemoLibraryWriter::write(folder, progress, [] { return g_interrupted != 0; }, &error);
+    const auto made = DemoLibraryWriter::write(
+        folder, progress, [] { return g_interrupted != 0; }, &error);
     if (tty && !options.quiet)
         std::fputs("\r\033[K", stderr);
     if (!made)
@@ -437,7 +441,8 @@ std::string analysisLines(const MediaItem& item) {
     lines += "analysed:    version " + std::to_string(analysis->version) +
              (analysis->failure ? " (in part: " + *analysis->failure + ")" : "") + "\n";
     lines += "  bpm:       " + (analysis->beatsPerMinute ? fixed(*analysis->beatsPerMinute, 2) : "none") + "\n";
-    lines += "  beat one:  " + (analysis->firstBeatSeconds ? fixed(*analysis->firstBeatSeconds, 3) + " s" : "none") + "\n";
+    lines +=
+        "  beat one:  " + (analysis->firstBeatSeconds ? fixed(*analysis->firstBeatSeconds, 3) + " s" : "none") + "\n";
     lines += "  key:       " + analysis->key.value_or("none") + " (Camelot)\n";
     lines += "  loudness:  " + (analysis->loudnessLUFS ? fixed(*analysis->loudnessLUFS, 1) + " LUFS" : "none") + "\n";
     lines += "  true peak: " + (analysis->truePeakDBTP ? fixed(*analysis->truePeakDBTP, 1) + " dBTP" : "none") + "\n";
@@ -466,8 +471,9 @@ int item(const std::filesystem::path& indexPath, const std::string& text) {
 
     std::string inPlaylists;
     for (const auto& playlist : library->playlists(MediaType::Any)) {
-        const bool contains = std::any_of(playlist.items().begin(), playlist.items().end(),
-                                          [&](const MediaItem& item) { return item.persistentID() == found->persistentID(); });
+        const bool contains = std::any_of(playlist.items().begin(), playlist.items().end(), [&](const MediaItem& item) {
+            return item.persistentID() == found->persistentID();
+        });
         if (contains)
             inPlaylists += (inPlaylists.empty() ? "" : ", ") + playlist.name();
     }
@@ -483,8 +489,8 @@ int item(const std::filesystem::path& indexPath, const std::string& text) {
               << "bpm:         " << (found->beatsPerMinute() > 0 ? std::to_string(found->beatsPerMinute()) : "none")
               << "\n"
               << "key:         " << (found->initialKey().empty() ? "none" : found->initialKey()) << "\n"
-              << analysisLines(*found)
-              << "asset URL:   " << found->assetURL().value_or("(missing: the file has gone)") << "\n"
+              << analysisLines(*found) << "asset URL:   " << found->assetURL().value_or("(missing: the file has gone)")
+              << "\n"
               << "artwork:     " << (artwork ? std::to_string(artwork->size()) + " bytes" : "none") << "\n"
               << "playlists:   " << (inPlaylists.empty() ? "none" : inPlaylists) << "\n";
     return kSuccess;
@@ -549,8 +555,8 @@ int main(int argc, char** argv) {
     }
     if (options.verbose)
         log::setLevel(log::Level::Debug);
-    const std::filesystem::path indexPath = options.library.empty() ? MediaLibrary::defaultPath()
-                                                                    : std::filesystem::path(options.library);
+    const std::filesystem::path indexPath =
+        options.library.empty() ? MediaLibrary::defaultPath() : std::filesystem::path(options.library);
 
     if (scanCommand->parsed())
         return scan(options, indexPath, folder);

@@ -15,20 +15,27 @@
 // media library, another vexo-phone already runs on the container, a scan that failed, a
 // named sound device that cannot play), 2 wrong usage. A recording that cannot be written
 // says so and the music plays on.
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "audio/AudioEngine.h"
 #include "common/ServiceNotifier.h"
+#include "model/VXAWProtocol.h"
 #include "phone/Engine.h"
-#include "platform/analysis/LibraryAnalyzer.h"
 #include "phone/MediaLibraryCatalog.h"
 #include "phone/PhoneLink.h"
 #include "phone/SoundLink.h"
-
-#include "audio/AudioEngine.h"
+#include "platform/analysis/LibraryAnalyzer.h"
 #include "platform/audio/AudioDevices.h"
 #include "platform/audio/AudioOutput.h"
 #include "platform/audio/Recorder.h"
-#include "platform/runtime/Timer.h"
-
-#include "model/VXAWProtocol.h"
 #include "platform/ipc/Container.h"
 #include "platform/ipc/LocalNotificationSender.h"
 #include "platform/log/Log.h"
@@ -36,17 +43,8 @@
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/AsioRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
+#include "platform/runtime/Timer.h"
 #include "platform/text/LocaleSettings.h"
-
-#include <CLI/CLI.hpp>
-
-#include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <iostream>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 namespace {
 
@@ -141,7 +139,8 @@ public:
     // The signal read, or 0.
     int read() const {
         signalfd_siginfo info{};
-        return ::read(m_fd, &info, sizeof info) == static_cast<ssize_t>(sizeof info) ? static_cast<int>(info.ssi_signo) : 0;
+        return ::read(m_fd, &info, sizeof info) == static_cast<ssize_t>(sizeof info) ? static_cast<int>(info.ssi_signo)
+                                                                                     : 0;
     }
 
 private:
@@ -198,8 +197,9 @@ public:
         if (m_recorder) {
             m_recorder->stop();
             reportRecording();
-            std::cerr << "vexo-phone: recorded " << static_cast<double>(m_recorder->framesWritten()) / m_output->sampleRate()
-                      << " s to " << m_recorder->path().string() << "\n";
+            std::cerr << "vexo-phone: recorded "
+                      << static_cast<double>(m_recorder->framesWritten()) / m_output->sampleRate() << " s to "
+                      << m_recorder->path().string() << "\n";
         }
     }
 
@@ -216,7 +216,9 @@ public:
 
 private:
     explicit Sound(std::unique_ptr<audio::AudioOutput> output)
-        : m_output(std::move(output)), m_engine(m_output->sampleRate(), m_output->bufferFrames()), m_link(m_engine) {}
+        : m_output(std::move(output)),
+          m_engine(m_output->sampleRate(), m_output->bufferFrames()),
+          m_link(m_engine) {}
 
     std::unique_ptr<audio::AudioOutput> m_output;
     sound::AudioEngine m_engine;
@@ -319,7 +321,8 @@ int main(int argc, char** argv) {
                    "played in real time all the same; default: the default device, or none when there is none)");
     bool list = false;
     app.add_flag("--list-audio-devices", list, "list the sound devices that can play and exit");
-    app.add_option("--sample-rate", options.output.sampleRate, "output sample rate in Hz (default: 48000, or the device's)")
+    app.add_option("--sample-rate", options.output.sampleRate,
+                   "output sample rate in Hz (default: 48000, or the device's)")
         ->check(CLI::Range(8000, 192000));
     app.add_option("--buffer-frames", options.output.bufferFrames, "frames per output buffer (512: 10.7 ms at 48 kHz)")
         ->capture_default_str()
@@ -329,7 +332,8 @@ int main(int argc, char** argv) {
                    "where a song's tempo and key come from when both its tags and the analysis give one")
         ->capture_default_str()
         ->check(CLI::IsMember({"tags", "analysis"}));
-    app.add_flag("!--no-auto-gain", options.autoGain, "play songs at their own level, not brought to a common loudness");
+    app.add_flag("!--no-auto-gain", options.autoGain,
+                 "play songs at their own level, not brought to a common loudness");
     app.add_option("--auto-gain-target", options.autoGainTarget,
                    "the loudness (LUFS) the auto-gain brings songs to (songs are boosted by at most 6 dB)")
         ->capture_default_str()
@@ -371,7 +375,7 @@ int main(int argc, char** argv) {
         return fail("--record takes a .wav or .flac file name", kUsage);
     if (notifyCommand->parsed())
         return notify(options, loadCommand->parsed() ? "load" : "automix", turntable);
-    const std::filesystem::path indexPath = options.library.empty() ? media::MediaLibrary::defaultPath()
-                                                                    : std::filesystem::path(options.library);
+    const std::filesystem::path indexPath =
+        options.library.empty() ? media::MediaLibrary::defaultPath() : std::filesystem::path(options.library);
     return run(options, indexPath);
 }

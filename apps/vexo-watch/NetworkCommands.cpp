@@ -1,17 +1,18 @@
 #include "NetworkCommands.h"
 
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <iostream>
+
+#include <signal.h>
+#include <unistd.h>
+
 #include "face/DeviceTokens.h"
 #include "face/PairingCodes.h"
 #include "face/QrCode.h"
 #include "face/SecretFiles.h"
 #include "face/TlsCertificate.h"
-
-#include <cerrno>
-#include <cstdlib>
-#include <ctime>
-#include <iostream>
-#include <signal.h>
-#include <unistd.h>
 
 namespace vexo::watchapp {
 

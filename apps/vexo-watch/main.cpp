@@ -1,5 +1,17 @@
 // vexo-watch: hosts the watch application and serves its face to a browser.
 
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "NetworkCommands.h"
 #include "common/ServiceNotifier.h"
 #include "face/FaceServer.h"
@@ -27,17 +39,6 @@
 #include "platform/watchkit/LayoutLoader.h"
 #include "transport/MMWormhole.h"
 #include "ui/InterfaceClasses.h"
-
-#include <CLI/CLI.hpp>
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
-#include <iostream>
-#include <optional>
-#include <string>
-#include <unistd.h>
 
 using namespace vexo;
 
@@ -172,7 +173,8 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
         [&reader] { return reader.messageWithIdentifier(model::VXAWLibraryActionMessageIdentifier); });
 
     std::string libraryError;
-    std::shared_ptr<media::MediaLibrary> library = media::MediaLibrary::open(media::MediaLibrary::defaultPath(), &libraryError);
+    std::shared_ptr<media::MediaLibrary> library =
+        media::MediaLibrary::open(media::MediaLibrary::defaultPath(), &libraryError);
     if (!library)
         log::warning(kComponent, "no media library (" + libraryError + "); the playlist list stays empty");
     auto defaults = std::make_shared<runtime::UserDefaults>(runtime::UserDefaults::standardPath(kDefaultsDomain));
@@ -180,7 +182,8 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
 
     watchkit::ControllerRegistry registry;
     ui::registerInterfaceClasses(registry);
-    watchkit::LayoutLoadResult layout = watchkit::LayoutLoader::loadFile(watchkit::InterfaceLayout::defaultPath(), registry);
+    watchkit::LayoutLoadResult layout =
+        watchkit::LayoutLoader::loadFile(watchkit::InterfaceLayout::defaultPath(), registry);
     if (!layout.ok())
         return fail(1, "the interface layout cannot be used:\n" + layout.errorText());
 
@@ -258,8 +261,9 @@ int main(int argc, char** argv) {
     app.add_option("--language", options.language, "language of the texts, e.g. de or en (overrides VEXO_LANGUAGE)");
     app.add_option("--locale", options.locale, "locale of numbers, e.g. de_DE (overrides VEXO_LOCALE)");
     app.add_option("--web-root", options.webRoot, "directory of the face's files (overrides VEXO_WEB_DIR)");
-    app.add_option("--phone-command", options.phoneCommand,
-                   "command that starts the phone application when nobody listens (overrides VEXO_PHONE_LAUNCH_COMMAND)");
+    app.add_option(
+        "--phone-command", options.phoneCommand,
+        "command that starts the phone application when nobody listens (overrides VEXO_PHONE_LAUNCH_COMMAND)");
     app.add_flag("--lan", options.lan,
                  "also serve the face over HTTPS on this computer's network addresses, to paired devices");
     app.add_option("--listen", options.listen, "the address of the network face (implies --lan), e.g. 192.168.1.5");

@@ -3,6 +3,16 @@
 //
 // Exit codes: 0 success, 1 failure (nothing stored, unreadable file, no container),
 // 2 wrong usage.
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "model/VXAWProtocol.h"
 #include "platform/ipc/FileManager.h"
 #include "platform/ipc/NotifyCenter.h"
@@ -11,16 +21,6 @@
 #include "platform/plist/KeyedUnarchiver.h"
 #include "platform/runtime/AsioRunLoop.h"
 #include "transport/MMWormhole.h"
-
-#include <CLI/CLI.hpp>
-
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <ctime>
-#include <fcntl.h>
-#include <iostream>
-#include <unistd.h>
 
 namespace {
 
@@ -44,8 +44,7 @@ int fail(const std::string& message, int code = kFailure) {
 // The transport the options describe, on a loop installed as the thread's current one.
 struct Session {
     explicit Session(const Options& options)
-        : wormhole(options.group,
-                   options.noDirectory ? std::nullopt : std::optional(options.directory)) {}
+        : wormhole(options.group, options.noDirectory ? std::nullopt : std::optional(options.directory)) {}
 
     runtime::AsioRunLoop loop;
     runtime::RunLoop* previous = runtime::RunLoop::setCurrent(&loop);
@@ -59,8 +58,7 @@ std::optional<std::filesystem::path> containerFor(const Options& options) {
 }
 
 bool isPlainFileName(const std::string& identifier) {
-    return !identifier.empty() && identifier != "." && identifier != ".." &&
-           identifier.find('/') == std::string::npos;
+    return !identifier.empty() && identifier != "." && identifier != ".." && identifier.find('/') == std::string::npos;
 }
 
 // Checks what the transport would silently ignore, so that people get an error instead.
@@ -68,16 +66,14 @@ std::optional<int> checkTarget(const Options& options, const std::string& identi
     if (!isPlainFileName(identifier))
         return fail("identifier '" + identifier + "' must be a plain file name", kUsage);
     if (!containerFor(options))
-        return fail("no container for group '" + options.group +
-                    "' (see VEXO_CONTAINER_ROOT and XDG_RUNTIME_DIR)");
+        return fail("no container for group '" + options.group + "' (see VEXO_CONTAINER_ROOT and XDG_RUNTIME_DIR)");
     return std::nullopt;
 }
 
 std::string timestamp() {
     const auto now = std::chrono::system_clock::now();
     const auto seconds = std::chrono::system_clock::to_time_t(now);
-    const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(
-                            now.time_since_epoch()).count() % 1000;
+    const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
     std::tm utc{};
     gmtime_r(&seconds, &utc);
     char text[32];
@@ -142,8 +138,7 @@ int listen(const Options& options, const std::vector<std::string>& identifiers) 
     auto stopWatch = session.loop.watchReadable(g_stopPipe[0], [&] { session.loop.stop(); });
     for (const auto& identifier : identifiers) {
         session.wormhole.listenForMessageWithIdentifier(identifier, [identifier](const plist::Value& message) {
-            std::cout << timestamp() << " " << identifier << " "
-                      << plist::json::toJson(message).dump() << std::endl;
+            std::cout << timestamp() << " " << identifier << " " << plist::json::toJson(message).dump() << std::endl;
         });
     }
     std::cerr << "wormhole: listening for";
@@ -158,8 +153,7 @@ int listen(const Options& options, const std::vector<std::string>& identifiers) 
 int clear(const Options& options, const std::optional<std::string>& identifier) {
     if (!identifier) {
         if (options.noDirectory)
-            return fail("clear --all needs a message directory; it never empties the container",
-                        kUsage);
+            return fail("clear --all needs a message directory; it never empties the container", kUsage);
         if (!containerFor(options))
             return fail("no container for group '" + options.group + "'");
         Session(options).wormhole.clearAllMessageContents();
@@ -203,8 +197,7 @@ int main(int argc, char** argv) {
 
     Options options;
     app.add_option("-g,--group", options.group, "application group")->capture_default_str();
-    app.add_option("-d,--directory", options.directory, "message subdirectory of the container")
-        ->capture_default_str();
+    app.add_option("-d,--directory", options.directory, "message subdirectory of the container")->capture_default_str();
     app.add_flag("--no-directory", options.noDirectory, "keep messages in the container itself");
     app.add_option("--root", options.root, "container root (overrides VEXO_CONTAINER_ROOT)");
     app.add_flag("-v,--verbose", options.verbose, "log why things fail");

@@ -15,13 +15,6 @@
 //
 //   bench_analysis [--seconds S] [--songs N]    (each song S seconds, default 120; N songs, default 6)
 //   bench_analysis --accuracy [--seconds S] [--only tempo|key]   (corpus songs S seconds, default 30)
-#include "platform/analysis/AnalysisCorpus.h"
-#include "platform/analysis/TrackAnalyzer.h"
-#include "platform/audio/AudioFileWriter.h"
-#include "platform/audio/Decoder.h"
-#include "platform/media/CamelotKey.h"
-#include "support/TemporaryDirectory.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -30,6 +23,13 @@
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include "platform/analysis/AnalysisCorpus.h"
+#include "platform/analysis/TrackAnalyzer.h"
+#include "platform/audio/AudioFileWriter.h"
+#include "platform/audio/Decoder.h"
+#include "platform/media/CamelotKey.h"
+#include "support/TemporaryDirectory.h"
 
 namespace {
 
@@ -99,8 +99,8 @@ int throughput(double seconds, int songs) {
         for (const auto& file : files)
             complete += analysis::TrackAnalyzer::analyzeFile(file).failure.empty() ? 1 : 0;
     });
-    std::printf("%d songs, %.0f s of audio (44.1 kHz stereo, FLAC and WAVE), %zu analysed whole\n", songs,
-                audioSeconds, complete);
+    std::printf("%d songs, %.0f s of audio (44.1 kHz stereo, FLAC and WAVE), %zu analysed whole\n", songs, audioSeconds,
+                complete);
     std::printf("bare decode:  %7.3f s of one core, %6.0fx real time\n", decode, audioSeconds / decode);
     std::printf("analysis:     %7.3f s of one core, %6.0fx real time (goal: at least 50x)\n", analyse,
                 audioSeconds / analyse);
@@ -133,11 +133,13 @@ int accuracy(double seconds, const std::string& only) {
         const double found = result.beatsPerMinute.value_or(0);
         const bool right = std::abs(found - recipe.beatsPerMinute) <= 0.5;
         withinHalf += right ? 1 : 0;
-        const bool octaveError = std::abs(found - 2 * recipe.beatsPerMinute) <= 1 || std::abs(found - recipe.beatsPerMinute / 2) <= 1;
+        const bool octaveError =
+            std::abs(found - 2 * recipe.beatsPerMinute) <= 1 || std::abs(found - recipe.beatsPerMinute / 2) <= 1;
         octave += octaveError ? 1 : 0;
         if (right) {
             ++firstBeats;
-            firstBeatsRight += std::abs(result.firstBeatSeconds.value_or(-1) - recipe.firstBeatSeconds) <= 0.020 ? 1 : 0;
+            firstBeatsRight +=
+                std::abs(result.firstBeatSeconds.value_or(-1) - recipe.firstBeatSeconds) <= 0.020 ? 1 : 0;
         }
         if (!right)
             std::printf("  tempo miss: %s at %.1f BPM, swing %.2f, first beat %.2f s: found %.2f\n",
@@ -169,13 +171,13 @@ int accuracy(double seconds, const std::string& only) {
     }
     if (only != "key")
         std::printf("tempo: %d of %d songs within 0.5 BPM (%.1f %%; goal 95 %%), %d half or double (goal 0)\n",
-                withinHalf, songs, 100.0 * withinHalf / songs, octave);
+                    withinHalf, songs, 100.0 * withinHalf / songs, octave);
     if (only != "key")
         std::printf("first beat: %d of %d within 20 ms (%.1f %%)\n", firstBeatsRight, firstBeats,
-                100.0 * firstBeatsRight / std::max(1, firstBeats));
+                    100.0 * firstBeatsRight / std::max(1, firstBeats));
     if (only != "tempo")
         std::printf("key: %d of %d right (%.1f %%; goal 90 %%): 24 keys as chords and as melodies\n", keysRight, keys,
-                100.0 * keysRight / keys);
+                    100.0 * keysRight / keys);
     std::printf("loudness: largest error %.3f LU against a sine's closed form (goal 0.5)\n", worstLoudness);
     return 0;
 }

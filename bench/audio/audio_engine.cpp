@@ -12,6 +12,21 @@
 //    to a thread blocked in recv. Goal: p99 within one buffer period plus the floor's p99.
 //
 //   bench_audio_engine [--seconds S | --minutes M] [--buffer-frames N] [--sample-rate HZ]
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
 #include "audio/AudioEngine.h"
 #include "phone/Catalog.h"
 #include "phone/Engine.h"
@@ -25,20 +40,6 @@
 #include "platform/media/FileURL.h"
 #include "platform/runtime/AsioRunLoop.h"
 #include "platform/runtime/Timer.h"
-
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <string>
-#include <sys/socket.h>
-#include <thread>
-#include <time.h>
-#include <unistd.h>
-#include <vector>
 
 using namespace vexo;
 
@@ -68,8 +69,9 @@ plist::Value deckAction(std::int64_t deck, std::int64_t code, plist::Value param
 }
 
 plist::Value mixerAction(std::int64_t code) {
-    return plist::Value(plist::Dictionary{{"identifier", plist::Value("mixerAction")},
-                                          {"contents", plist::Value(plist::Dictionary{{"action", plist::Value(code)}})}});
+    return plist::Value(
+        plist::Dictionary{{"identifier", plist::Value("mixerAction")},
+                          {"contents", plist::Value(plist::Dictionary{{"action", plist::Value(code)}})}});
 }
 
 // Two songs of a few minutes: a chord of tones over a click track, one as 44.1 kHz FLAC (so
@@ -87,8 +89,8 @@ public:
         for (const auto& song : songs) {
             const auto path = folder / song.file;
             std::string error;
-            if (!audio::testing::writeToneFile(path, {song.rate, 240, song.frequency, 0.4, static_cast<double>(song.bpm)},
-                                               &error)) {
+            if (!audio::testing::writeToneFile(
+                    path, {song.rate, 240, song.frequency, 0.4, static_cast<double>(song.bpm)}, &error)) {
                 std::fprintf(stderr, "bench_audio_engine: cannot write %s: %s\n", path.c_str(), error.c_str());
                 std::exit(1);
             }
@@ -175,7 +177,8 @@ int run(const Options& options, const std::filesystem::path& root) {
     link.setEngine(&engine);
     engine.start();
     std::string error;
-    const std::unique_ptr<audio::Recorder> recorder = audio::Recorder::start(root / "mix.flac", options.sampleRate, &error);
+    const std::unique_ptr<audio::Recorder> recorder =
+        audio::Recorder::start(root / "mix.flac", options.sampleRate, &error);
     if (!recorder) {
         std::fprintf(stderr, "bench_audio_engine: cannot record: %s\n", error.c_str());
         return 1;
@@ -258,10 +261,11 @@ int run(const Options& options, const std::filesystem::path& root) {
                 "Reverb and low-pass, recording:\n",
                 computeTimes.size(), options.bufferFrames, options.sampleRate, period * 1e3,
                 (engine.deck(2).rate() - 1) * 100);
-    std::printf("  compute time per buffer: p50 %6.1f us (%5.2f %%)  p99 %6.1f us (%5.2f %%)  p99.9 %6.1f us (%5.2f %%)  "
-                "max %6.1f us (%5.2f %%)\n",
-                percentile(computeTimes, 0.5) * 1e6, share(0.5), percentile(computeTimes, 0.99) * 1e6, share(0.99),
-                percentile(computeTimes, 0.999) * 1e6, share(0.999), percentile(computeTimes, 1.0) * 1e6, share(1.0));
+    std::printf(
+        "  compute time per buffer: p50 %6.1f us (%5.2f %%)  p99 %6.1f us (%5.2f %%)  p99.9 %6.1f us (%5.2f %%)  "
+        "max %6.1f us (%5.2f %%)\n",
+        percentile(computeTimes, 0.5) * 1e6, share(0.5), percentile(computeTimes, 0.99) * 1e6, share(0.99),
+        percentile(computeTimes, 0.999) * 1e6, share(0.999), percentile(computeTimes, 1.0) * 1e6, share(1.0));
     std::printf("  goal: p99.9 at most 25 %% of the period: %s\n", share(0.999) <= 25 ? "met" : "NOT met");
     std::printf("null output xruns over %.0f s: %llu (goal 0); recording dropped %llu frames\n", options.seconds,
                 static_cast<unsigned long long>(output.xruns()),
@@ -291,14 +295,16 @@ int main(int argc, char** argv) {
         else if (argument == "--sample-rate" && i + 1 < argc)
             options.sampleRate = std::max(8000, std::atoi(argv[++i]));
         else {
-            std::fprintf(stderr,
-                         "usage: bench_audio_engine [--seconds S | --minutes M] [--buffer-frames N] [--sample-rate HZ]\n");
+            std::fprintf(
+                stderr,
+                "usage: bench_audio_engine [--seconds S | --minutes M] [--buffer-frames N] [--sample-rate HZ]\n");
             return argument == "--help" || argument == "-h" ? 0 : 2;
         }
     }
     log::setLevel(log::Level::Error);
     const char* runtimeDirectory = std::getenv("XDG_RUNTIME_DIR");
-    std::string pattern = std::string(runtimeDirectory != nullptr ? runtimeDirectory : "/dev/shm") + "/vexo-bench-XXXXXX";
+    std::string pattern =
+        std::string(runtimeDirectory != nullptr ? runtimeDirectory : "/dev/shm") + "/vexo-bench-XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) {
         std::fprintf(stderr, "bench_audio_engine: cannot make %s: %s\n", pattern.c_str(), std::strerror(errno));
         return 1;

@@ -5,9 +5,6 @@
 // Goal: at most 1.2.
 //
 //   bench_audio_decode [--seconds S]     (length of each generated song, default 180)
-#include "platform/audio/AudioFixture.h"
-#include "platform/audio/Decoder.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -15,6 +12,9 @@
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include "platform/audio/AudioFixture.h"
+#include "platform/audio/Decoder.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -66,8 +66,8 @@ std::size_t bare(const std::filesystem::path& path) {
     const auto drain = [&] {
         while (avcodec_receive_frame(context, frame) == 0) {
             auto* target = reinterpret_cast<std::uint8_t*>(out.data());
-            const int made = swr_convert(resampler, &target, 65536, const_cast<const std::uint8_t**>(frame->extended_data),
-                                         frame->nb_samples);
+            const int made = swr_convert(resampler, &target, 65536,
+                                         const_cast<const std::uint8_t**>(frame->extended_data), frame->nb_samples);
             frames += static_cast<std::size_t>(std::max(made, 0));
         }
     };
@@ -104,8 +104,8 @@ int main(int argc, char** argv) {
         return 1;
     const std::filesystem::path folder = pattern;
     std::printf("decoding %.0f s songs to 48 kHz stereo float, best of 3:\n", seconds);
-    for (const auto& [name, rate] : {std::pair{"song.flac", 44100}, {"song.mp3", 44100}, {"song.wav", 48000},
-                                     {"song.m4a", 48000}}) {
+    for (const auto& [name, rate] :
+         {std::pair{"song.flac", 44100}, {"song.mp3", 44100}, {"song.wav", 48000}, {"song.m4a", 48000}}) {
         const auto path = folder / name;
         std::string error;
         if (!vexo::audio::testing::writeToneFile(path, {rate, seconds, 440, 0.5, 124}, &error)) {

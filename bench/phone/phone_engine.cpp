@@ -12,26 +12,26 @@
 //    time, in percent of one core; the goal is under 1 %.
 //
 //   bench_phone_engine [--messages N] [--seconds S]
-#include "phone/Catalog.h"
-#include "phone/Engine.h"
-#include "phone/PhoneLink.h"
-
-#include "platform/ipc/SocketParentApplication.h"
-#include "platform/log/Log.h"
-#include "platform/runtime/AsioRunLoop.h"
-#include "platform/runtime/Timer.h"
-#include "transport/MMWormhole.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <vector>
+
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
+
+#include "phone/Catalog.h"
+#include "phone/Engine.h"
+#include "phone/PhoneLink.h"
+#include "platform/ipc/SocketParentApplication.h"
+#include "platform/log/Log.h"
+#include "platform/runtime/AsioRunLoop.h"
+#include "platform/runtime/Timer.h"
+#include "transport/MMWormhole.h"
 
 using namespace vexo;
 
@@ -89,7 +89,8 @@ double cpuSeconds() {
 // The engine with both decks loaded and playing, on `loop`.
 struct Phone {
     Phone(const std::filesystem::path& container, runtime::RunLoop& loop)
-        : link(kGroup, container, loop), engine(loop, catalog, link, {}) {
+        : link(kGroup, container, loop),
+          engine(loop, catalog, link, {}) {
         if (!link.isListening()) {
             std::fprintf(stderr, "bench_phone_engine: cannot listen in %s\n", container.c_str());
             std::exit(1);
@@ -168,7 +169,8 @@ void cpu(const std::filesystem::path& container, double seconds) {
         loop.run();
         watch.reset();
         char line[128];
-        const int length = std::snprintf(line, sizeof line, "%.6f %.6f", cpuSeconds() - startCpu, loop.now() - startWall);
+        const int length =
+            std::snprintf(line, sizeof line, "%.6f %.6f", cpuSeconds() - startCpu, loop.now() - startWall);
         (void)!::write(ready[1], line, static_cast<std::size_t>(length));
         ::_exit(0);
     }
@@ -190,11 +192,11 @@ void cpu(const std::filesystem::path& container, double seconds) {
     std::vector<std::shared_ptr<runtime::Timer>> timers;
     for (std::int64_t deck = 1; deck <= 2; ++deck) {
         for (int poller = 0; poller < 2; ++poller) {
-            timers.push_back(runtime::Timer::scheduledTimer(loop, 1.0, runtime::Timer::Repeats::Yes,
-                                                            [&, deck](runtime::Timer&) {
-                                                                watch.openParentApplication(deckAction(deck, 16));
-                                                                ++polls;
-                                                            }));
+            timers.push_back(
+                runtime::Timer::scheduledTimer(loop, 1.0, runtime::Timer::Repeats::Yes, [&, deck](runtime::Timer&) {
+                    watch.openParentApplication(deckAction(deck, 16));
+                    ++polls;
+                }));
             loop.runFor(0.25);
         }
     }
@@ -211,7 +213,8 @@ void cpu(const std::filesystem::path& container, double seconds) {
         std::exit(1);
     std::printf("engine CPU with both decks playing and the watch polling (%d polls, %d statuses read):\n", polls,
                 statuses);
-    std::printf("  %.3f s CPU in %.1f s: %.3f %% of one core (goal: under 1 %%)\n", cpuUsed, wall, 100 * cpuUsed / wall);
+    std::printf("  %.3f s CPU in %.1f s: %.3f %% of one core (goal: under 1 %%)\n", cpuUsed, wall,
+                100 * cpuUsed / wall);
 }
 
 } // namespace
@@ -233,7 +236,8 @@ int main(int argc, char** argv) {
     log::setLevel(log::Level::Error);
     // A private container on a tmpfs, like the runtime directory the program uses.
     const char* runtimeDirectory = std::getenv("XDG_RUNTIME_DIR");
-    std::string pattern = std::string(runtimeDirectory != nullptr ? runtimeDirectory : "/dev/shm") + "/vexo-bench-XXXXXX";
+    std::string pattern =
+        std::string(runtimeDirectory != nullptr ? runtimeDirectory : "/dev/shm") + "/vexo-bench-XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) {
         std::fprintf(stderr, "bench_phone_engine: cannot make %s: %s\n", pattern.c_str(), std::strerror(errno));
         return 1;

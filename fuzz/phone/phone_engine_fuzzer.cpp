@@ -7,25 +7,25 @@
 //
 // A fresh engine per input keeps a crash reproducible from its input alone; its status
 // messages are encoded, not stored (see EncodingSink).
-#include "phone/Catalog.h"
-#include "phone/Engine.h"
-#include "phone/PhoneLink.h"
-
-#include "model/VXAWProtocol.h"
-#include "platform/ipc/ParentApplicationSocket.h"
-#include "platform/log/Log.h"
-#include "platform/plist/KeyedArchiver.h"
-#include "platform/runtime/DeterministicRunLoop.h"
-#include "transport/MMWormhole.h"
-
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+
 #include <sys/socket.h>
 #include <sys/un.h>
+
+#include "model/VXAWProtocol.h"
+#include "phone/Catalog.h"
+#include "phone/Engine.h"
+#include "phone/PhoneLink.h"
+#include "platform/ipc/ParentApplicationSocket.h"
+#include "platform/log/Log.h"
+#include "platform/plist/KeyedArchiver.h"
+#include "platform/runtime/DeterministicRunLoop.h"
+#include "transport/MMWormhole.h"
 
 using namespace vexo;
 
@@ -48,8 +48,7 @@ public:
             m_items.emplace_back(properties);
         }
         m_playlists = {media::MediaPlaylist(100, "Odd", {m_items[0], m_items[2], m_items[4], m_items[6]}),
-                       media::MediaPlaylist(101, "Empty", {}),
-                       media::MediaPlaylist(102, "All", m_items)};
+                       media::MediaPlaylist(101, "Empty", {}), media::MediaPlaylist(102, "All", m_items)};
     }
     std::optional<media::MediaItem> item(media::PersistentID id) const override {
         if (id >= 1 && id <= m_items.size())

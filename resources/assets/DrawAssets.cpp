@@ -5,9 +5,6 @@
 // surfaces, grey 0.145 panels (the artwork badge's ring), white glyphs, and the
 // application's orange for what is on or playing.
 
-#include "platform/graphics/AssetCatalog.h"
-#include "platform/graphics/Canvas.h"
-
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -17,6 +14,9 @@
 #include <numbers>
 #include <string>
 #include <vector>
+
+#include "platform/graphics/AssetCatalog.h"
+#include "platform/graphics/Canvas.h"
 
 namespace {
 
@@ -69,8 +69,9 @@ std::vector<Point> annulusSector(Point center, double inner, double outer, doubl
 void buttonDisc(Canvas& canvas, Point center, double radius, bool active) {
     Rect rect = centeredSquare(center, radius);
     if (active) {
-        canvas.fillOval(rect, LinearGradient{{center.x, center.y - radius}, {center.x, center.y + radius},
-                                             kPanelLight, Color::gray(0.11)});
+        canvas.fillOval(
+            rect, LinearGradient{
+                      {center.x, center.y - radius}, {center.x, center.y + radius}, kPanelLight, Color::gray(0.11)});
         canvas.strokeOval(rect.inset(0.5), 1, Color::gray(1, 0.10));
     } else {
         canvas.fillOval(rect, kIdleSurface);
@@ -99,8 +100,8 @@ void skipGlyph(Canvas& canvas, Point center, double height, bool forward, const 
     double start = center.x - direction * (w + bar / 2) * 0.85;
     for (int i = 0; i < 2; ++i) {
         double base = start + direction * i * w * 0.7;
-        Point points[] = {{base, center.y - height / 2}, {base + direction * w, center.y},
-                          {base, center.y + height / 2}};
+        Point points[] = {
+            {base, center.y - height / 2}, {base + direction * w, center.y}, {base, center.y + height / 2}};
         canvas.fillPolygon(points, color);
     }
     double barX = start + direction * (w * 0.7 + w);
@@ -111,22 +112,22 @@ enum class Transport { Play, Pause };
 
 Asset transportButton(Transport kind, bool active) {
     return {64, 64, [=](Canvas& canvas) {
-        Point center{32, 32};
-        buttonDisc(canvas, center, 25, active);
-        Color glyph = active ? kWhite : kIdleGlyph;
-        if (kind == Transport::Play)
-            playTriangle(canvas, center, 20, glyph);
-        else
-            pauseBars(canvas, center, 18, glyph);
-    }};
+                Point center{32, 32};
+                buttonDisc(canvas, center, 25, active);
+                Color glyph = active ? kWhite : kIdleGlyph;
+                if (kind == Transport::Play)
+                    playTriangle(canvas, center, 20, glyph);
+                else
+                    pauseBars(canvas, center, 18, glyph);
+            }};
 }
 
 Asset skipButton(bool forward, bool active) {
     return {44, 44, [=](Canvas& canvas) {
-        Point center{22, 22};
-        buttonDisc(canvas, center, 20, active);
-        skipGlyph(canvas, center, 13, forward, active ? kWhite : kIdleGlyph);
-    }};
+                Point center{22, 22};
+                buttonDisc(canvas, center, 20, active);
+                skipGlyph(canvas, center, 13, forward, active ? kWhite : kIdleGlyph);
+            }};
 }
 
 // ---- flat buttons --------------------------------------------------------------------
@@ -139,23 +140,23 @@ Fill buttonFill(const Rect& rect, bool active) {
 
 Asset centerButton(bool active) {
     return {136, 44, [=](Canvas& canvas) {
-        Rect rect{0, 0, 136, 44};
-        canvas.fillRoundedRect(rect, 12, buttonFill(rect, active));
-        // A faint top edge, as light catching the upper rim.
-        canvas.fillRoundedRect({12, 1, 112, 1}, 0, Color::gray(1, active ? 0.25 : 0.08));
-    }};
+                Rect rect{0, 0, 136, 44};
+                canvas.fillRoundedRect(rect, 12, buttonFill(rect, active));
+                // A faint top edge, as light catching the upper rim.
+                canvas.fillRoundedRect({12, 1, 112, 1}, 0, Color::gray(1, active ? 0.25 : 0.08));
+            }};
 }
 
 // One half of a two-segment control: rounded on its outer side only, with a hairline
 // where it meets the other half.
 Asset segmentButton(bool left, bool active) {
     return {68, 36, [=](Canvas& canvas) {
-        constexpr double kRadius = 12;
-        Rect visible{0, 0, 68, 36};
-        Rect shape = left ? Rect{0, 0, 68 + kRadius, 36} : Rect{-kRadius, 0, 68 + kRadius, 36};
-        canvas.fillRoundedRect(shape, kRadius, buttonFill(visible, active));
-        canvas.fillRect({left ? 67.0 : 0.0, 4, 1, 28}, Color::gray(0, 0.55));
-    }};
+                constexpr double kRadius = 12;
+                Rect visible{0, 0, 68, 36};
+                Rect shape = left ? Rect{0, 0, 68 + kRadius, 36} : Rect{-kRadius, 0, 68 + kRadius, 36};
+                canvas.fillRoundedRect(shape, kRadius, buttonFill(visible, active));
+                canvas.fillRect({left ? 67.0 : 0.0, 4, 1, 28}, Color::gray(0, 0.55));
+            }};
 }
 
 // ---- progress ring -------------------------------------------------------------------
@@ -164,20 +165,20 @@ Asset segmentButton(bool left, bool active) {
 // that covers index / 49 of the circle. Orange while playing, light grey while paused.
 Asset trackingFrame(int index, bool playing) {
     return {64, 64, [=](Canvas& canvas) {
-        Point center{32, 32};
-        constexpr double kRadius = 29.5, kWidth = 4;
-        canvas.strokeOval(centeredSquare(center, kRadius), kWidth, kTrack);
-        if (index <= 0)
-            return;
-        Color color = playing ? kOrange : kLightGray;
-        double start = -kPi / 2;
-        if (index >= 49) {
-            canvas.strokeOval(centeredSquare(center, kRadius), kWidth, color);
-            return;
-        }
-        canvas.strokeArc(center, kRadius, start, start + 2 * kPi * index / 49.0, kWidth, color,
-                         Canvas::LineCap::Round);
-    }};
+                Point center{32, 32};
+                constexpr double kRadius = 29.5, kWidth = 4;
+                canvas.strokeOval(centeredSquare(center, kRadius), kWidth, kTrack);
+                if (index <= 0)
+                    return;
+                Color color = playing ? kOrange : kLightGray;
+                double start = -kPi / 2;
+                if (index >= 49) {
+                    canvas.strokeOval(centeredSquare(center, kRadius), kWidth, color);
+                    return;
+                }
+                canvas.strokeArc(center, kRadius, start, start + 2 * kPi * index / 49.0, kWidth, color,
+                                 Canvas::LineCap::Round);
+            }};
 }
 
 // ---- crossfader ----------------------------------------------------------------------
@@ -186,31 +187,31 @@ Asset trackingFrame(int index, bool playing) {
 // (0 to 4) stands for; the automatic mode paints the knob orange and marks the travel.
 Asset crossfader(int frame, bool automatic) {
     return {160, 40, [=](Canvas& canvas) {
-        constexpr double kLeft = 14, kRight = 146, kMid = 20;
-        canvas.fillRoundedRect({kLeft - 3, kMid - 3, kRight - kLeft + 6, 6}, 3, kTrack);
-        for (int i = 0; i <= 4; ++i) {
-            double x = kLeft + (kRight - kLeft) * i / 4.0;
-            canvas.fillRect({x - 0.5, i == 2 ? 5.0 : 8.0, 1, i == 2 ? 30.0 : 24.0}, Color::gray(1, 0.18));
-        }
-        double knobX = kLeft + (kRight - kLeft) * (0.1 + 0.2 * frame);
-        if (automatic) {
-            // Chevrons along the travel: the mixer moves the fader by itself.
-            for (double x = kLeft + 10; x < kRight - 6; x += 14) {
-                if (std::abs(x - knobX) < 16)
-                    continue;
-                double d = x < knobX ? 1 : -1;
-                Point chevron[] = {{x - 2 * d, kMid - 4}, {x + 2 * d, kMid}, {x - 2 * d, kMid + 4}};
-                canvas.strokePolyline(chevron, 1.5, kOrange.withAlpha(0.45), Canvas::LineCap::Round);
-            }
-        }
-        Rect knob{knobX - 10, kMid - 15, 20, 30};
-        canvas.fillRoundedRect(knob.inset(-1), 5, Color::gray(0, 0.6));
-        Fill face = automatic
-                        ? Fill(LinearGradient{{0, knob.y}, {0, knob.y + knob.height}, kOrangeLight, kOrangeDeep})
-                        : Fill(LinearGradient{{0, knob.y}, {0, knob.y + knob.height}, kWhite, Color::gray(0.62)});
-        canvas.fillRoundedRect(knob, 4, face);
-        canvas.fillRect({knobX - 6, kMid - 0.75, 12, 1.5}, Color::gray(0, 0.45));
-    }};
+                constexpr double kLeft = 14, kRight = 146, kMid = 20;
+                canvas.fillRoundedRect({kLeft - 3, kMid - 3, kRight - kLeft + 6, 6}, 3, kTrack);
+                for (int i = 0; i <= 4; ++i) {
+                    double x = kLeft + (kRight - kLeft) * i / 4.0;
+                    canvas.fillRect({x - 0.5, i == 2 ? 5.0 : 8.0, 1, i == 2 ? 30.0 : 24.0}, Color::gray(1, 0.18));
+                }
+                double knobX = kLeft + (kRight - kLeft) * (0.1 + 0.2 * frame);
+                if (automatic) {
+                    // Chevrons along the travel: the mixer moves the fader by itself.
+                    for (double x = kLeft + 10; x < kRight - 6; x += 14) {
+                        if (std::abs(x - knobX) < 16)
+                            continue;
+                        double d = x < knobX ? 1 : -1;
+                        Point chevron[] = {{x - 2 * d, kMid - 4}, {x + 2 * d, kMid}, {x - 2 * d, kMid + 4}};
+                        canvas.strokePolyline(chevron, 1.5, kOrange.withAlpha(0.45), Canvas::LineCap::Round);
+                    }
+                }
+                Rect knob{knobX - 10, kMid - 15, 20, 30};
+                canvas.fillRoundedRect(knob.inset(-1), 5, Color::gray(0, 0.6));
+                Fill face =
+                    automatic ? Fill(LinearGradient{{0, knob.y}, {0, knob.y + knob.height}, kOrangeLight, kOrangeDeep})
+                              : Fill(LinearGradient{{0, knob.y}, {0, knob.y + knob.height}, kWhite, Color::gray(0.62)});
+                canvas.fillRoundedRect(knob, 4, face);
+                canvas.fillRect({knobX - 6, kMid - 0.75, 12, 1.5}, Color::gray(0, 0.45));
+            }};
 }
 
 // ---- artwork -------------------------------------------------------------------------
@@ -229,8 +230,8 @@ void vinyl(Canvas& canvas, const Rect& disc) {
     }
     canvas.strokeOval(disc.inset(0.5), 1, Color::gray(1, 0.08));
     double label = r * 0.34;
-    canvas.fillOval(centeredSquare(c, label), RadialGradient{{c.x - label * 0.3, c.y - label * 0.3}, label * 1.4,
-                                                             kOrangeLight, kOrangeDeep});
+    canvas.fillOval(centeredSquare(c, label),
+                    RadialGradient{{c.x - label * 0.3, c.y - label * 0.3}, label * 1.4, kOrangeLight, kOrangeDeep});
     // The V, a chevron of two strokes meeting at the bottom.
     double v = label * 0.52;
     Point letter[] = {{c.x - v, c.y - v * 0.75}, {c.x, c.y + v * 0.80}, {c.x + v, c.y - v * 0.75}};
@@ -247,80 +248,81 @@ Asset emptyDeckArtwork(int side, double inset) {
 // that goes round once in kArtworkAnimationFrameCount frames.
 Asset emptyDeckAnimationFrame(int side, double ring, int frame) {
     return {side, side, [=](Canvas& canvas) {
-        Point c{side / 2.0, side / 2.0};
-        double radius = side / 2.0 - ring / 2;
-        double width = ring - 2;
-        canvas.strokeOval(centeredSquare(c, radius), width, kPanel);
-        double head = -kPi / 2 + 2 * kPi * frame / AssetCatalog::kArtworkAnimationFrameCount;
-        constexpr int kSegments = 18;
-        constexpr double kTail = kPi * 0.75;
-        for (int i = 0; i < kSegments; ++i) {
-            double from = head - kTail * (i + 1) / kSegments, to = head - kTail * i / kSegments;
-            double fade = 1.0 - static_cast<double>(i) / kSegments;
-            canvas.strokeArc(c, radius, from, to + 0.01, width, kOrange.withAlpha(fade * fade));
-        }
-        canvas.fillOval(centeredSquare(polar(c, radius, head), width / 2), kOrangeLight);
-    }};
+                Point c{side / 2.0, side / 2.0};
+                double radius = side / 2.0 - ring / 2;
+                double width = ring - 2;
+                canvas.strokeOval(centeredSquare(c, radius), width, kPanel);
+                double head = -kPi / 2 + 2 * kPi * frame / AssetCatalog::kArtworkAnimationFrameCount;
+                constexpr int kSegments = 18;
+                constexpr double kTail = kPi * 0.75;
+                for (int i = 0; i < kSegments; ++i) {
+                    double from = head - kTail * (i + 1) / kSegments, to = head - kTail * i / kSegments;
+                    double fade = 1.0 - static_cast<double>(i) / kSegments;
+                    canvas.strokeArc(c, radius, from, to + 0.01, width, kOrange.withAlpha(fade * fade));
+                }
+                canvas.fillOval(centeredSquare(polar(c, radius, head), width / 2), kOrangeLight);
+            }};
 }
 
 // The image shown for a song without artwork: two beamed notes on a dark field, kept
 // inside the middle of the square so that every round crop shows all of it.
 Asset defaultArtwork() {
     return {256, 256, [](Canvas& canvas) {
-        canvas.fillRect(square(256), RadialGradient{{128, 96}, 200, Color{0.20, 0.20, 0.23}, Color{0.04, 0.04, 0.05}});
-        Fill note = LinearGradient{{0, 64}, {0, 190}, kOrangeLight, kOrangeDeep};
-        // Stems and beam.
-        canvas.fillRect({106, 70, 9, 106}, note);
-        canvas.fillRect({170, 58, 9, 106}, note);
-        Point beam[] = {{106, 70}, {179, 58}, {179, 80}, {106, 92}};
-        canvas.fillPolygon(beam, note);
-        // Slanted oval heads, drawn as rotated polygons.
-        for (Point head : {Point{92, 178}, Point{156, 166}}) {
-            std::vector<Point> points;
-            for (int i = 0; i < 48; ++i) {
-                double t = 2 * kPi * i / 48;
-                double x = 22 * std::cos(t), y = 15 * std::sin(t);
-                double tilt = -0.38;
-                points.push_back({head.x + x * std::cos(tilt) - y * std::sin(tilt),
-                                  head.y + x * std::sin(tilt) + y * std::cos(tilt)});
-            }
-            canvas.fillPolygon(points, note);
-        }
-    }};
+                canvas.fillRect(square(256),
+                                RadialGradient{{128, 96}, 200, Color{0.20, 0.20, 0.23}, Color{0.04, 0.04, 0.05}});
+                Fill note = LinearGradient{{0, 64}, {0, 190}, kOrangeLight, kOrangeDeep};
+                // Stems and beam.
+                canvas.fillRect({106, 70, 9, 106}, note);
+                canvas.fillRect({170, 58, 9, 106}, note);
+                Point beam[] = {{106, 70}, {179, 58}, {179, 80}, {106, 92}};
+                canvas.fillPolygon(beam, note);
+                // Slanted oval heads, drawn as rotated polygons.
+                for (Point head : {Point{92, 178}, Point{156, 166}}) {
+                    std::vector<Point> points;
+                    for (int i = 0; i < 48; ++i) {
+                        double t = 2 * kPi * i / 48;
+                        double x = 22 * std::cos(t), y = 15 * std::sin(t);
+                        double tilt = -0.38;
+                        points.push_back({head.x + x * std::cos(tilt) - y * std::sin(tilt),
+                                          head.y + x * std::sin(tilt) + y * std::cos(tilt)});
+                    }
+                    canvas.fillPolygon(points, note);
+                }
+            }};
 }
 
 // The force-touch menu's automix icon: two arrows chasing each other round a circle, in
 // white on transparent as menu icons are.
 Asset automixIcon() {
     return {80, 80, [](Canvas& canvas) {
-        Point c{40, 40};
-        constexpr double kRadius = 24, kWidth = 6;
-        for (int half = 0; half < 2; ++half) {
-            double start = -kPi / 2 + half * kPi + 0.35, end = start + kPi - 0.7;
-            canvas.strokeArc(c, kRadius, start, end, kWidth, kWhite, Canvas::LineCap::Round);
-            // Arrowhead at the end of the arc, pointing along it.
-            Point tip = polar(c, kRadius, end + 0.30);
-            Point outer = polar(c, kRadius + 8, end - 0.08);
-            Point inner = polar(c, kRadius - 8, end - 0.08);
-            Point head[] = {outer, tip, inner};
-            canvas.fillPolygon(head, kWhite);
-        }
-        // A small fader in the middle: what automix moves.
-        canvas.fillRoundedRect({28, 38.5, 24, 3}, 1.5, Color::gray(1, 0.7));
-        canvas.fillRoundedRect({35, 33, 6, 14}, 2, kWhite);
-    }};
+                Point c{40, 40};
+                constexpr double kRadius = 24, kWidth = 6;
+                for (int half = 0; half < 2; ++half) {
+                    double start = -kPi / 2 + half * kPi + 0.35, end = start + kPi - 0.7;
+                    canvas.strokeArc(c, kRadius, start, end, kWidth, kWhite, Canvas::LineCap::Round);
+                    // Arrowhead at the end of the arc, pointing along it.
+                    Point tip = polar(c, kRadius, end + 0.30);
+                    Point outer = polar(c, kRadius + 8, end - 0.08);
+                    Point inner = polar(c, kRadius - 8, end - 0.08);
+                    Point head[] = {outer, tip, inner};
+                    canvas.fillPolygon(head, kWhite);
+                }
+                // A small fader in the middle: what automix moves.
+                canvas.fillRoundedRect({28, 38.5, 24, 3}, 1.5, Color::gray(1, 0.7));
+                canvas.fillRoundedRect({35, 33, 6, 14}, 2, kWhite);
+            }};
 }
 
 // The row icon of a playlist: lines of a list and a note.
 Asset playlistIcon() {
     return {32, 32, [](Canvas& canvas) {
-        for (int i = 0; i < 3; ++i)
-            canvas.fillRoundedRect({3, 8.0 + i * 6, i == 2 ? 11.0 : 17.0, 2.5}, 1.25, kLightGray);
-        canvas.fillRect({24, 8, 2.5, 15}, kOrange);
-        Point flag[] = {{24, 8}, {30, 10}, {30, 13}, {26.5, 12}};
-        canvas.fillPolygon(flag, kOrange);
-        canvas.fillOval({17.5, 20, 8, 6}, kOrange);
-    }};
+                for (int i = 0; i < 3; ++i)
+                    canvas.fillRoundedRect({3, 8.0 + i * 6, i == 2 ? 11.0 : 17.0, 2.5}, 1.25, kLightGray);
+                canvas.fillRect({24, 8, 2.5, 15}, kOrange);
+                Point flag[] = {{24, 8}, {30, 10}, {30, 13}, {26.5, 12}};
+                canvas.fillPolygon(flag, kOrange);
+                canvas.fillOval({17.5, 20, 8, 6}, kOrange);
+            }};
 }
 
 std::map<std::string, Asset> allAssets() {

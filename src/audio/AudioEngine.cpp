@@ -41,7 +41,8 @@ struct AudioEngine::CommandQueue {
 };
 
 struct AudioEngine::Deck {
-    Deck(int sampleRate, std::size_t maximumBlockFrames) : player(sampleRate, maximumBlockFrames) {}
+    Deck(int sampleRate, std::size_t maximumBlockFrames)
+        : player(sampleRate, maximumBlockFrames) {}
 
     DeckPlayer player;
     BeatGrid grid;

@@ -138,7 +138,9 @@ private:
     };
     struct Command {
         Command() = default;
-        explicit Command(CommandType type, int deck = 1) : type(type), deck(deck) {}
+        explicit Command(CommandType type, int deck = 1)
+            : type(type),
+              deck(deck) {}
 
         CommandType type = CommandType::Play;
         int deck = 1;

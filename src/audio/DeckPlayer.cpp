@@ -87,7 +87,8 @@ struct DeckPlayer::State {
     [[nodiscard]] double wrapped(double frame) const {
         if (!looping || loopLength <= 0 || frame < static_cast<double>(loopStart + loopLength))
             return frame;
-        return static_cast<double>(loopStart) + std::fmod(frame - static_cast<double>(loopStart), static_cast<double>(loopLength));
+        return static_cast<double>(loopStart) +
+               std::fmod(frame - static_cast<double>(loopStart), static_cast<double>(loopLength));
     }
 
     // Reads `frames` song frames from `from` into `out`, wrapping at the loop's end; returns

@@ -8,7 +8,8 @@
 namespace vexo::sound {
 
 OfflineRenderer::OfflineRenderer(AudioEngine& engine, std::size_t bufferFrames)
-    : m_engine(engine), m_bufferFrames(std::max<std::size_t>(bufferFrames, 1)) {}
+    : m_engine(engine),
+      m_bufferFrames(std::max<std::size_t>(bufferFrames, 1)) {}
 
 std::vector<float> OfflineRenderer::render(std::size_t frames) {
     std::vector<float> out(frames * audio::kChannels);

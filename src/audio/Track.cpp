@@ -76,7 +76,8 @@ struct Track::State {
         const std::int64_t keepAt = keep.load();
         const std::int64_t keepChunks = keepAt >= 0 ? 2 : 0;
         const auto ahead = static_cast<std::int64_t>(slots.size()) - behind - keepChunks;
-        const std::int64_t head = std::clamp<std::int64_t>(playhead.load() / kChunkFrames, 0, std::max<std::int64_t>(last, 0));
+        const std::int64_t head =
+            std::clamp<std::int64_t>(playhead.load() / kChunkFrames, 0, std::max<std::int64_t>(last, 0));
         const auto add = [&](std::int64_t chunk) {
             if (chunk >= 0 && chunk <= last && std::find(out.begin(), out.end(), chunk) == out.end())
                 out.push_back(chunk);
@@ -85,7 +86,8 @@ struct Track::State {
             add(chunk);
         for (std::int64_t chunk = head - 1; chunk >= head - behind; --chunk)
             add(chunk);
-        for (std::int64_t chunk = keepAt / kChunkFrames; keepAt >= 0 && chunk < keepAt / kChunkFrames + keepChunks; ++chunk)
+        for (std::int64_t chunk = keepAt / kChunkFrames; keepAt >= 0 && chunk < keepAt / kChunkFrames + keepChunks;
+             ++chunk)
             add(chunk);
     }
 
@@ -171,7 +173,8 @@ struct Track::State {
     }
 };
 
-Track::Track(std::unique_ptr<State> state) : m_state(std::move(state)) {}
+Track::Track(std::unique_ptr<State> state)
+    : m_state(std::move(state)) {}
 
 Track::~Track() {
     m_state->stopping.store(true);

@@ -1,12 +1,13 @@
 #include "face/DeviceTokens.h"
 
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+
 #include "face/JsonText.h"
 #include "face/RandomSecret.h"
 #include "face/SecretFiles.h"
-
-#include <algorithm>
-#include <nlohmann/json.hpp>
-#include <sys/stat.h>
 
 namespace vexo::face {
 
@@ -25,7 +26,8 @@ bool contains(std::string_view text, std::string_view part) {
 } // namespace
 
 DeviceTokens::DeviceTokens(std::filesystem::path folder)
-    : m_folder(std::move(folder)), m_file(m_folder / "devices.json") {
+    : m_folder(std::move(folder)),
+      m_file(m_folder / "devices.json") {
     FolderLock lock(m_folder);
     load();
 }
@@ -61,7 +63,9 @@ void DeviceTokens::load() {
 bool DeviceTokens::store() {
     nlohmann::json list = nlohmann::json::array();
     for (const auto& device : m_devices)
-        list.push_back({{"name", device.name}, {"hash", device.tokenHash}, {"paired", device.pairedAt},
+        list.push_back({{"name", device.name},
+                        {"hash", device.tokenHash},
+                        {"paired", device.pairedAt},
                         {"lastUsed", device.lastUsed}});
     bool stored = writeFileAtomically(m_file, nlohmann::json{{"devices", list}}.dump(1));
     m_stamp = stamp();
@@ -89,7 +93,8 @@ std::optional<DeviceTokens::Pairing> DeviceTokens::add(std::string_view wantedNa
         base = "Device";
     std::string name = base;
     auto taken = [this](const std::string& candidate) {
-        return std::any_of(m_devices.begin(), m_devices.end(), [&](const PairedDevice& d) { return d.name == candidate; });
+        return std::any_of(m_devices.begin(), m_devices.end(),
+                           [&](const PairedDevice& d) { return d.name == candidate; });
     };
     for (int suffix = 2; taken(name); ++suffix)
         name = base.substr(0, kMaximumNameLength - 4) + " " + std::to_string(suffix);
@@ -106,7 +111,8 @@ std::optional<std::string> DeviceTokens::authenticate(std::string_view token, Cl
         return std::nullopt;
     refresh();
     const std::string hash = hashOfSecret(token);
-    auto found = std::find_if(m_devices.begin(), m_devices.end(), [&](const PairedDevice& d) { return d.tokenHash == hash; });
+    auto found =
+        std::find_if(m_devices.begin(), m_devices.end(), [&](const PairedDevice& d) { return d.tokenHash == hash; });
     if (found == m_devices.end())
         return std::nullopt;
     std::string name = found->name;
@@ -128,7 +134,8 @@ std::optional<std::string> DeviceTokens::authenticate(std::string_view token, Cl
 }
 
 bool DeviceTokens::holdsHash(std::string_view tokenHash) const {
-    return std::any_of(m_devices.begin(), m_devices.end(), [&](const PairedDevice& d) { return d.tokenHash == tokenHash; });
+    return std::any_of(m_devices.begin(), m_devices.end(),
+                       [&](const PairedDevice& d) { return d.tokenHash == tokenHash; });
 }
 
 std::vector<PairedDevice> DeviceTokens::devices() {
@@ -139,7 +146,8 @@ std::vector<PairedDevice> DeviceTokens::devices() {
 bool DeviceTokens::revoke(std::string_view name) {
     FolderLock lock(m_folder);
     load();
-    auto found = std::find_if(m_devices.begin(), m_devices.end(), [&](const PairedDevice& d) { return d.name == name; });
+    auto found =
+        std::find_if(m_devices.begin(), m_devices.end(), [&](const PairedDevice& d) { return d.name == name; });
     if (found == m_devices.end())
         return false;
     m_devices.erase(found);
@@ -156,7 +164,8 @@ DeviceTokens::RenameResult DeviceTokens::rename(std::string_view from, std::stri
         return RenameResult::BadName;
     FolderLock lock(m_folder);
     load();
-    auto found = std::find_if(m_devices.begin(), m_devices.end(), [&](const PairedDevice& d) { return d.name == from; });
+    auto found =
+        std::find_if(m_devices.begin(), m_devices.end(), [&](const PairedDevice& d) { return d.name == from; });
     if (found == m_devices.end())
         return RenameResult::NoSuchDevice;
     if (name != from &&
@@ -199,19 +208,19 @@ std::string DeviceTokens::cleanName(std::string_view name) {
 
 std::string DeviceTokens::nameForUserAgent(std::string_view agent) {
     std::string browser = contains(agent, "Firefox/")  ? "Firefox"
-                          : contains(agent, "Edg")      ? "Edge"
-                          : contains(agent, "Chrome/")  ? "Chrome"
-                          : contains(agent, "Safari/")  ? "Safari"
-                                                        : "Browser";
-    std::string system = contains(agent, "iPhone")       ? "iPhone"
-                         : contains(agent, "iPad")       ? "iPad"
-                         : contains(agent, "Android")    ? "Android"
-                         : contains(agent, "Watch")      ? "watch"
-                         : contains(agent, "Windows")    ? "Windows"
-                         : contains(agent, "Macintosh")  ? "Mac"
-                         : contains(agent, "CrOS")       ? "ChromeOS"
-                         : contains(agent, "Linux")      ? "Linux"
-                                                         : "";
+                          : contains(agent, "Edg")     ? "Edge"
+                          : contains(agent, "Chrome/") ? "Chrome"
+                          : contains(agent, "Safari/") ? "Safari"
+                                                       : "Browser";
+    std::string system = contains(agent, "iPhone")      ? "iPhone"
+                         : contains(agent, "iPad")      ? "iPad"
+                         : contains(agent, "Android")   ? "Android"
+                         : contains(agent, "Watch")     ? "watch"
+                         : contains(agent, "Windows")   ? "Windows"
+                         : contains(agent, "Macintosh") ? "Mac"
+                         : contains(agent, "CrOS")      ? "ChromeOS"
+                         : contains(agent, "Linux")     ? "Linux"
+                                                        : "";
     return system.empty() ? browser : browser + " on " + system;
 }
 

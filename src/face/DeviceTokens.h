@@ -18,8 +18,8 @@ namespace vexo::face {
 struct PairedDevice {
     std::string name;
     std::string tokenHash;
-    std::int64_t pairedAt = 0;  // seconds since the epoch
-    std::int64_t lastUsed = 0;  // seconds since the epoch; at most kLastUseResolution old
+    std::int64_t pairedAt = 0; // seconds since the epoch
+    std::int64_t lastUsed = 0; // seconds since the epoch; at most kLastUseResolution old
 };
 
 class DeviceTokens {

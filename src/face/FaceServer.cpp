@@ -1,15 +1,12 @@
 #include "face/FaceServer.h"
 
-#include "face/JsonText.h"
-#include "face/NetworkAccess.h"
-#include "face/Outbox.h"
-#include "face/StaticFiles.h"
-#include "face/WatchFace.h"
-#include "platform/log/Log.h"
-#include "platform/watchkit/ImageData.h"
-
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <exception>
+#include <map>
+#include <thread>
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
@@ -19,10 +16,14 @@
 #include <boost/beast/http.hpp>
 #include <boost/beast/ssl.hpp>
 #include <boost/beast/websocket.hpp>
-#include <chrono>
-#include <exception>
-#include <map>
-#include <thread>
+
+#include "face/JsonText.h"
+#include "face/NetworkAccess.h"
+#include "face/Outbox.h"
+#include "face/StaticFiles.h"
+#include "face/WatchFace.h"
+#include "platform/log/Log.h"
+#include "platform/watchkit/ImageData.h"
 
 namespace vexo::face {
 
@@ -106,14 +107,15 @@ NetworkAccess::RequestHead headOf(const Request& request, std::string_view path)
             return std::nullopt;
         return found->value();
     };
-    return {request.method_string(),   path, field(http::field::host), field(http::field::origin),
-            field(http::field::cookie), field(http::field::user_agent), websocket::is_upgrade(request),
-            request.body()};
+    return {request.method_string(),        path,
+            field(http::field::host),       field(http::field::origin),
+            field(http::field::cookie),     field(http::field::user_agent),
+            websocket::is_upgrade(request), request.body()};
 }
 
 Response responseOf(NetworkAccess::Reply reply, unsigned version, bool keepAlive) {
     Response response = makeResponse(static_cast<http::status>(reply.status), version, keepAlive,
-                                      std::move(reply.contentType), std::move(reply.body));
+                                     std::move(reply.contentType), std::move(reply.body));
     for (auto& [name, value] : reply.headers)
         response.set(name, value);
     return response;
@@ -201,7 +203,8 @@ namespace {
 // Counts one open connection for as long as it lives.
 class ConnectionToken {
 public:
-    explicit ConnectionToken(std::shared_ptr<std::atomic<std::size_t>> counter) : m_counter(std::move(counter)) {
+    explicit ConnectionToken(std::shared_ptr<std::atomic<std::size_t>> counter)
+        : m_counter(std::move(counter)) {
         ++*m_counter;
     }
     ~ConnectionToken() { --*m_counter; }
@@ -241,7 +244,8 @@ public:
         m_socket.set_option(websocket::stream_base::decorator(
             [](websocket::response_type& response) { response.set(http::field::server, kServerName); }));
         m_socket.read_message_max(FaceServer::kMaximumBodySize);
-        m_socket.async_accept(request, [self = this->shared_from_this()](beast::error_code error) { self->onAccept(error); });
+        m_socket.async_accept(request,
+                              [self = this->shared_from_this()](beast::error_code error) { self->onAccept(error); });
     }
 
     void send(const WatchFace::Message& message) override {
@@ -282,9 +286,8 @@ private:
     }
 
     void read() {
-        m_socket.async_read(m_buffer, [self = this->shared_from_this()](beast::error_code error, std::size_t) {
-            self->onRead(error);
-        });
+        m_socket.async_read(
+            m_buffer, [self = this->shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
     }
 
     void onRead(beast::error_code error) {
@@ -316,8 +319,9 @@ private:
     void write() {
         m_writing = true;
         m_socket.text(true);
-        m_socket.async_write(net::buffer(*m_queue.front()),
-                             [self = this->shared_from_this()](beast::error_code error, std::size_t) { self->onWrite(error); });
+        m_socket.async_write(
+            net::buffer(*m_queue.front()),
+            [self = this->shared_from_this()](beast::error_code error, std::size_t) { self->onWrite(error); });
     }
 
     void onWrite(beast::error_code error) {
@@ -366,8 +370,9 @@ private:
         m_parser->header_limit(FaceServer::kMaximumHeaderSize);
         m_parser->body_limit(FaceServer::kMaximumBodySize);
         beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(FaceServer::kIdleTimeoutSeconds));
-        http::async_read(m_stream, m_buffer, *m_parser,
-                         [self = this->shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
+        http::async_read(
+            m_stream, m_buffer, *m_parser,
+            [self = this->shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
     }
 
     void onRead(beast::error_code error) {
@@ -377,7 +382,8 @@ private:
         }
         if (error == http::error::body_limit) {
             send(jsonError(http::status::payload_too_large, 11, false,
-                           "the request body is larger than " + std::to_string(FaceServer::kMaximumBodySize) + " bytes"));
+                           "the request body is larger than " + std::to_string(FaceServer::kMaximumBodySize) +
+                               " bytes"));
             return;
         }
         if (error) {
@@ -405,8 +411,8 @@ private:
             tokenHash = std::move(*admitted);
         } else {
             if (!hostAllowed(request, port)) {
-                send(jsonError(http::status::forbidden, version, false, "this server answers only to 127.0.0.1:" +
-                                                                            std::to_string(port)));
+                send(jsonError(http::status::forbidden, version, false,
+                               "this server answers only to 127.0.0.1:" + std::to_string(port)));
                 return;
             }
             if (isNetworkManagementPath(path)) {
@@ -451,7 +457,8 @@ private:
                 return;
             park();
             auto answer = [core = m_core.self, id = m_id, version, keepAlive, head](std::string body) {
-                Response response = makeResponse(http::status::ok, version, keepAlive, "application/json", std::move(body));
+                Response response =
+                    makeResponse(http::status::ok, version, keepAlive, "application/json", std::move(body));
                 deliver(core, id, std::move(response), head);
             };
             if (path == "/api/snapshot")
@@ -462,7 +469,8 @@ private:
             if (!onlyMethods({http::verb::post}, "POST"))
                 return;
             if (!kFromNetwork && !originAllowed(request, port)) {
-                send(jsonError(http::status::forbidden, version, keepAlive, "events are only for pages of this server"));
+                send(
+                    jsonError(http::status::forbidden, version, keepAlive, "events are only for pages of this server"));
                 return;
             }
             std::optional<nlohmann::json> event = parseJsonText(request.body());
@@ -471,11 +479,12 @@ private:
                 return;
             }
             park();
-            m_core.face.postEvent(std::move(*event), [core = m_core.self, id = m_id, version, keepAlive](WatchFace::Outcome outcome) {
-                Response response = makeResponse(static_cast<http::status>(outcome.status), version, keepAlive,
-                                                 "application/json", WatchFace::dump(outcome.body));
-                deliver(core, id, std::move(response), false);
-            });
+            m_core.face.postEvent(
+                std::move(*event), [core = m_core.self, id = m_id, version, keepAlive](WatchFace::Outcome outcome) {
+                    Response response = makeResponse(static_cast<http::status>(outcome.status), version, keepAlive,
+                                                     "application/json", WatchFace::dump(outcome.body));
+                    deliver(core, id, std::move(response), false);
+                });
         } else if (path.starts_with("/api/images/")) {
             if (!readOnly())
                 return;
@@ -492,7 +501,8 @@ private:
         } else if (path.starts_with("/assets/")) {
             if (!readOnly())
                 return;
-            std::optional<std::string> name = StaticFiles::percentDecode(path.substr(std::string_view("/assets/").size()));
+            std::optional<std::string> name =
+                StaticFiles::percentDecode(path.substr(std::string_view("/assets/").size()));
             std::optional<std::vector<std::uint8_t>> bytes = name ? m_core.face.assetNamed(*name) : std::nullopt;
             if (!bytes) {
                 send(jsonError(http::status::not_found, version, keepAlive, "no asset " + std::string(path)));
@@ -510,7 +520,8 @@ private:
             StaticFiles::Result file = m_core.files.find(path);
             switch (file.status) {
             case StaticFiles::Status::Found:
-                sendBody(makeResponse(http::status::ok, version, keepAlive, file.contentType, std::move(file.body)), head);
+                sendBody(makeResponse(http::status::ok, version, keepAlive, file.contentType, std::move(file.body)),
+                         head);
                 break;
             case StaticFiles::Status::NotFound:
                 send(makeResponse(http::status::not_found, version, keepAlive, "text/plain; charset=utf-8",
@@ -521,8 +532,8 @@ private:
                                   "outside the web root\n"));
                 break;
             case StaticFiles::Status::TooLarge:
-                send(makeResponse(http::status::internal_server_error, version, keepAlive,
-                                  "text/plain; charset=utf-8", "file too large to serve\n"));
+                send(makeResponse(http::status::internal_server_error, version, keepAlive, "text/plain; charset=utf-8",
+                                  "file too large to serve\n"));
                 break;
             }
         }
@@ -551,7 +562,11 @@ private:
             reply = NetworkAccess::Reply{200, "application/json", R"({"enabled":false})", {}};
         }
         if (!reply)
-            reply = NetworkAccess::Reply{404, "application/json", WatchFace::dump({{"ok", false}, {"error", "no such interface: " + std::string(path)}}), {}};
+            reply = NetworkAccess::Reply{
+                404,
+                "application/json",
+                WatchFace::dump({{"ok", false}, {"error", "no such interface: " + std::string(path)}}),
+                {}};
         sendBody(responseOf(std::move(*reply), request.version(), request.keep_alive()), head);
     }
 
@@ -584,9 +599,10 @@ private:
     void send(Response response) {
         auto shared = std::make_shared<Response>(std::move(response));
         beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(FaceServer::kIdleTimeoutSeconds));
-        http::async_write(m_stream, *shared, [self = this->shared_from_this(), shared](beast::error_code error, std::size_t) {
-            self->onWrite(error, shared->need_eof());
-        });
+        http::async_write(m_stream, *shared,
+                          [self = this->shared_from_this(), shared](beast::error_code error, std::size_t) {
+                              self->onWrite(error, shared->need_eof());
+                          });
     }
 
     void onWrite(beast::error_code error, bool close) {
@@ -608,8 +624,8 @@ private:
 
     void discard(std::size_t budget) {
         auto chunk = std::make_shared<std::array<char, 16384>>();
-        m_stream.async_read_some(net::buffer(*chunk), [self = this->shared_from_this(), chunk, budget](beast::error_code error,
-                                                                                                 std::size_t read) {
+        m_stream.async_read_some(net::buffer(*chunk), [self = this->shared_from_this(), chunk,
+                                                       budget](beast::error_code error, std::size_t read) {
             if (!error && read < budget)
                 self->discard(budget - read);
         });
@@ -671,15 +687,14 @@ void FaceServer::Core::acceptNetwork() {
             auto stream = std::make_shared<TlsStream>(std::move(socket), tls);
             // A client that never finishes its handshake holds a connection only this long.
             beast::get_lowest_layer(*stream).expires_after(std::chrono::seconds(10));
-            stream->async_handshake(net::ssl::stream_base::server,
-                                    [this, stream, token = std::move(token)](beast::error_code handshakeError) mutable {
-                                        if (handshakeError) {
-                                            log::debug(kComponent, "TLS handshake failed: " + handshakeError.message());
-                                            return;
-                                        }
-                                        std::make_shared<HttpSession<TlsStream>>(*this, std::move(*stream), std::move(token))
-                                            ->start();
-                                    });
+            stream->async_handshake(net::ssl::stream_base::server, [this, stream, token = std::move(token)](
+                                                                       beast::error_code handshakeError) mutable {
+                if (handshakeError) {
+                    log::debug(kComponent, "TLS handshake failed: " + handshakeError.message());
+                    return;
+                }
+                std::make_shared<HttpSession<TlsStream>>(*this, std::move(*stream), std::move(token))->start();
+            });
         }
         acceptNetwork();
     });
@@ -716,7 +731,9 @@ void FaceServer::Core::broadcast(const WatchFace::Message& message) {
 }
 
 FaceServer::FaceServer(WatchFace& face, Options options, std::optional<NetworkOptions> network)
-    : m_face(face), m_options(std::move(options)), m_network(std::move(network)) {}
+    : m_face(face),
+      m_options(std::move(options)),
+      m_network(std::move(network)) {}
 
 FaceServer::~FaceServer() {
     stop();
@@ -777,9 +794,9 @@ std::optional<std::string> startNetwork(FaceServer::Core& core, const FaceServer
     if (!address.is_unspecified())
         hosts.insert(address.is_v6() ? "[" + network.listenAddress + "]" : network.listenAddress);
     std::string url = "https://" + advertised + ":" + std::to_string(core.networkPort) + "/";
-    core.network = std::make_unique<NetworkAccess>(network.folder, std::move(*certificate),
-                                                   RequestGuard(std::move(hosts), core.networkPort), std::move(url),
-                                                   webRoot);
+    core.network =
+        std::make_unique<NetworkAccess>(network.folder, std::move(*certificate),
+                                        RequestGuard(std::move(hosts), core.networkPort), std::move(url), webRoot);
     core.acceptNetwork();
     core.watchRevocations();
     return std::nullopt;
@@ -800,7 +817,8 @@ std::optional<std::string> FaceServer::start() {
     if (!error)
         core->acceptor.bind(endpoint, error);
     if (error == net::error::address_in_use)
-        return "port " + std::to_string(m_options.port) + " on 127.0.0.1 is in use; stop what uses it or choose another with --port";
+        return "port " + std::to_string(m_options.port) +
+               " on 127.0.0.1 is in use; stop what uses it or choose another with --port";
     if (!error)
         core->acceptor.listen(net::socket_base::max_listen_connections, error);
     if (error)

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
+
+#include <nlohmann/json.hpp>
 
 namespace vexo::face {
 

@@ -1,11 +1,11 @@
 #include "face/NetworkAccess.h"
 
+#include <nlohmann/json.hpp>
+
 #include "face/JsonText.h"
 #include "face/QrCode.h"
 #include "face/RandomSecret.h"
 #include "platform/log/Log.h"
-
-#include <nlohmann/json.hpp>
 
 namespace vexo::face {
 
@@ -99,7 +99,8 @@ NetworkAccess::Reply NetworkAccess::notPaired(const RequestHead& request) const 
         return error(401, "this device is not paired: open the pairing code shown by vexo-watch on the computer");
     StaticFiles::Result page = m_files.find("/pair.html");
     if (page.status != StaticFiles::Status::Found)
-        return {401, "text/plain; charset=utf-8",
+        return {401,
+                "text/plain; charset=utf-8",
                 "This device is not paired with the watch. On the computer, run `vexo-watch pair` or press "
                 "\"Pair a device\" on the face's page, then scan the code.\n",
                 {}};
@@ -114,7 +115,7 @@ std::optional<std::string> NetworkAccess::newPairingUrl(Clock::time_point now) {
 }
 
 std::optional<NetworkAccess::Reply> NetworkAccess::answerLocal(const RequestHead& request, bool originAllowed,
-                                                                Clock::time_point now) {
+                                                               Clock::time_point now) {
     const std::string_view path = request.path;
     if (path != "/api/network" && !path.starts_with("/api/network/"))
         return std::nullopt;
@@ -125,8 +126,9 @@ std::optional<NetworkAccess::Reply> NetworkAccess::answerLocal(const RequestHead
         nlohmann::json devices = nlohmann::json::array();
         for (const auto& device : m_devices.devices())
             devices.push_back({{"name", device.name}, {"paired", device.pairedAt}, {"lastUsed", device.lastUsed}});
-        return json(200, {{"enabled", true}, {"url", m_url}, {"fingerprint", m_certificate.fingerprint()},
-                          {"devices", devices}});
+        return json(
+            200,
+            {{"enabled", true}, {"url", m_url}, {"fingerprint", m_certificate.fingerprint()}, {"devices", devices}});
     }
     if (!post)
         return error(405, "use POST on " + std::string(path));
@@ -138,8 +140,8 @@ std::optional<NetworkAccess::Reply> NetworkAccess::answerLocal(const RequestHead
         std::optional<QrCode> code = url ? QrCode::encode(*url) : std::nullopt;
         if (!code)
             return error(500, "no pairing code can be made");
-        return json(200, {{"ok", true}, {"url", *url}, {"qr", code->svg()},
-                          {"expires", PairingCodes::kLifetime.count()}});
+        return json(200,
+                    {{"ok", true}, {"url", *url}, {"qr", code->svg()}, {"expires", PairingCodes::kLifetime.count()}});
     }
     if (!body || !body->is_object())
         return error(400, "the body is not a JSON object");
@@ -152,11 +154,16 @@ std::optional<NetworkAccess::Reply> NetworkAccess::answerLocal(const RequestHead
     }
     if (path == "/api/network/rename") {
         switch (m_devices.rename(name, stringField(*body, "to"))) {
-        case DeviceTokens::RenameResult::Renamed: return json(200, {{"ok", true}});
-        case DeviceTokens::RenameResult::NoSuchDevice: return error(404, "no paired device is named '" + name + "'");
-        case DeviceTokens::RenameResult::BadName: return error(400, "a device's name needs a visible character");
-        case DeviceTokens::RenameResult::NameTaken: return error(409, "another device has that name");
-        case DeviceTokens::RenameResult::NotStored: return error(500, "the change cannot be stored");
+        case DeviceTokens::RenameResult::Renamed:
+            return json(200, {{"ok", true}});
+        case DeviceTokens::RenameResult::NoSuchDevice:
+            return error(404, "no paired device is named '" + name + "'");
+        case DeviceTokens::RenameResult::BadName:
+            return error(400, "a device's name needs a visible character");
+        case DeviceTokens::RenameResult::NameTaken:
+            return error(409, "another device has that name");
+        case DeviceTokens::RenameResult::NotStored:
+            return error(500, "the change cannot be stored");
         }
     }
     return error(404, "no such interface: " + std::string(path));

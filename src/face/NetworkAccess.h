@@ -1,17 +1,17 @@
 #pragma once
 
-#include "face/DeviceTokens.h"
-#include "face/PairingCodes.h"
-#include "face/RequestGuard.h"
-#include "face/StaticFiles.h"
-#include "face/TlsCertificate.h"
-
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "face/DeviceTokens.h"
+#include "face/PairingCodes.h"
+#include "face/RequestGuard.h"
+#include "face/StaticFiles.h"
+#include "face/TlsCertificate.h"
 
 // The face's network mode, apart from the sockets: which network requests are let through,
 // pairing a device, and the computer's own page managing it all. The face server asks it
@@ -39,8 +39,8 @@ public:
     using Clock = std::chrono::system_clock;
 
     struct RequestHead {
-        std::string_view method;  // "GET", "POST"...
-        std::string_view path;    // without query or fragment
+        std::string_view method; // "GET", "POST"...
+        std::string_view path;   // without query or fragment
         std::optional<std::string_view> host;
         std::optional<std::string_view> origin;
         std::optional<std::string_view> cookie;
@@ -89,9 +89,9 @@ public:
 
     // Paths served from the network without a token: what the pairing page and an installed
     // web app's launcher need before the device is paired.
-    static constexpr std::string_view kPublicPaths[] = {"/pair.html", "/pair.js", "/manifest.webmanifest",
-                                                        "/icons/icon-192.png", "/icons/icon-512.png",
-                                                        "/icons/icon.svg"};
+    static constexpr std::string_view kPublicPaths[] = {
+        "/pair.html",          "/pair.js",       "/manifest.webmanifest", "/icons/icon-192.png",
+        "/icons/icon-512.png", "/icons/icon.svg"};
 
 private:
     Reply pair(const RequestHead& request, Clock::time_point now);

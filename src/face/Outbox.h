@@ -24,7 +24,8 @@ public:
         std::size_t bytes;
     };
 
-    explicit Outbox(Limits limits) : m_limits(limits) {}
+    explicit Outbox(Limits limits)
+        : m_limits(limits) {}
 
     // Queues `message` at the back. False, and nothing queued, when that would pass a bound:
     // the page is too far behind. A single message larger than the byte bound is taken when

@@ -1,10 +1,10 @@
 #include "face/PairingCodes.h"
 
+#include <nlohmann/json.hpp>
+
 #include "face/JsonText.h"
 #include "face/RandomSecret.h"
 #include "face/SecretFiles.h"
-
-#include <nlohmann/json.hpp>
 
 namespace vexo::face {
 
@@ -27,7 +27,8 @@ nlohmann::json pendingCodes(const std::filesystem::path& file, PairingCodes::Clo
         return pending;
     for (const auto& code : *stored) {
         if (code.is_object() && code.value("hash", nlohmann::json()).is_string() &&
-            code.value("expires", nlohmann::json()).is_number_integer() && code["expires"].get<std::int64_t>() > seconds(now))
+            code.value("expires", nlohmann::json()).is_number_integer() &&
+            code["expires"].get<std::int64_t>() > seconds(now))
             pending.push_back(code);
     }
     return pending;
@@ -36,7 +37,8 @@ nlohmann::json pendingCodes(const std::filesystem::path& file, PairingCodes::Clo
 } // namespace
 
 PairingCodes::PairingCodes(std::filesystem::path folder)
-    : m_file(folder / "pairing-codes.json"), m_folder(std::move(folder)) {}
+    : m_file(folder / "pairing-codes.json"),
+      m_folder(std::move(folder)) {}
 
 std::optional<std::string> PairingCodes::issue(Clock::time_point now) {
     std::optional<std::string> code = makeRandomSecret(kCodeBytes);

@@ -48,7 +48,8 @@ nlohmann::json convert(const plist::Value& value, int depth) {
 
 } // namespace
 
-ProtocolLog::ProtocolLog(Clock clock) : m_clock(std::move(clock)) {
+ProtocolLog::ProtocolLog(Clock clock)
+    : m_clock(std::move(clock)) {
     if (!m_clock)
         m_clock = [] { return std::chrono::system_clock::now(); };
 }

@@ -1,16 +1,17 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/plist/Value.h"
 
 // What passed between the watch and the phone, for a person to read beside the face: every
 // dictionary handed to the phone link and every status message a receiver processed.

@@ -1,8 +1,9 @@
 #include "face/QrCode.h"
 
 #include <memory>
-#include <qrencode.h>
 #include <string>
+
+#include <qrencode.h>
 
 namespace vexo::face {
 
@@ -17,9 +18,8 @@ struct FreeCode {
 } // namespace
 
 std::optional<QrCode> QrCode::encode(std::string_view text) {
-    std::unique_ptr<QRcode, FreeCode> code(QRcode_encodeData(static_cast<int>(text.size()),
-                                                              reinterpret_cast<const unsigned char*>(text.data()), 0,
-                                                              QR_ECLEVEL_L));
+    std::unique_ptr<QRcode, FreeCode> code(QRcode_encodeData(
+        static_cast<int>(text.size()), reinterpret_cast<const unsigned char*>(text.data()), 0, QR_ECLEVEL_L));
     if (!code || code->version > kMaximumVersion)
         return std::nullopt;
     QrCode result;
@@ -34,9 +34,7 @@ std::optional<QrCode> QrCode::encode(std::string_view text) {
 std::string QrCode::terminalText() const {
     // A module is dark in the code; on the terminal it is drawn as the absence of a block, so
     // the blocks (light) form the background and quiet zone, as on paper.
-    auto light = [this](int x, int y) {
-        return x < 0 || y < 0 || x >= m_size || y >= m_size || !dark(x, y);
-    };
+    auto light = [this](int x, int y) { return x < 0 || y < 0 || x >= m_size || y >= m_size || !dark(x, y); };
     std::string text;
     for (int y = -kQuietZone; y < m_size + kQuietZone; y += 2) {
         for (int x = -kQuietZone; x < m_size + kQuietZone; ++x) {

@@ -1,8 +1,9 @@
 #include "face/RandomSecret.h"
 
+#include <vector>
+
 #include <openssl/evp.h>
 #include <openssl/rand.h>
-#include <vector>
 
 namespace vexo::face {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/ipc/ParentApplication.h"
-
 #include <functional>
 #include <memory>
 #include <string>
+
+#include "platform/ipc/ParentApplication.h"
 
 namespace vexo::face {
 

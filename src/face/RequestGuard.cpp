@@ -26,7 +26,8 @@ constexpr int kCookieLifetimeSeconds = 366 * 24 * 3600;
 
 } // namespace
 
-RequestGuard::RequestGuard(std::set<std::string> hosts, std::uint16_t port) : m_port(port) {
+RequestGuard::RequestGuard(std::set<std::string> hosts, std::uint16_t port)
+    : m_port(port) {
     for (const auto& host : hosts)
         m_hosts.insert(lower(host));
 }
@@ -72,8 +73,8 @@ std::string_view RequestGuard::tokenFromCookies(std::string_view header) {
 }
 
 std::string RequestGuard::tokenCookie(std::string_view token) {
-    return std::string(kTokenCookie) + "=" + std::string(token) + "; Path=/; Max-Age=" +
-           std::to_string(kCookieLifetimeSeconds) + "; HttpOnly; Secure; SameSite=Strict";
+    return std::string(kTokenCookie) + "=" + std::string(token) +
+           "; Path=/; Max-Age=" + std::to_string(kCookieLifetimeSeconds) + "; HttpOnly; Secure; SameSite=Strict";
 }
 
 } // namespace vexo::face

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>

@@ -28,7 +28,8 @@ bool isWithin(const std::filesystem::path& path, const std::filesystem::path& ro
 
 } // namespace
 
-StaticFiles::StaticFiles(std::filesystem::path root) : m_root(std::move(root)) {}
+StaticFiles::StaticFiles(std::filesystem::path root)
+    : m_root(std::move(root)) {}
 
 std::optional<std::string> StaticFiles::percentDecode(std::string_view text) {
     std::string out;
@@ -52,13 +53,20 @@ std::optional<std::string> StaticFiles::percentDecode(std::string_view text) {
 
 std::string StaticFiles::contentType(const std::filesystem::path& file) {
     static const std::map<std::string, std::string, std::less<>> types = {
-        {".html", "text/html; charset=utf-8"},  {".htm", "text/html; charset=utf-8"},
-        {".js", "text/javascript; charset=utf-8"}, {".mjs", "text/javascript; charset=utf-8"},
-        {".css", "text/css; charset=utf-8"},    {".json", "application/json"},
-        {".svg", "image/svg+xml"},              {".png", "image/png"},
-        {".jpg", "image/jpeg"},                 {".jpeg", "image/jpeg"},
-        {".ico", "image/x-icon"},               {".txt", "text/plain; charset=utf-8"},
-        {".woff2", "font/woff2"},               {".webmanifest", "application/manifest+json"},
+        {".html", "text/html; charset=utf-8"},
+        {".htm", "text/html; charset=utf-8"},
+        {".js", "text/javascript; charset=utf-8"},
+        {".mjs", "text/javascript; charset=utf-8"},
+        {".css", "text/css; charset=utf-8"},
+        {".json", "application/json"},
+        {".svg", "image/svg+xml"},
+        {".png", "image/png"},
+        {".jpg", "image/jpeg"},
+        {".jpeg", "image/jpeg"},
+        {".ico", "image/x-icon"},
+        {".txt", "text/plain; charset=utf-8"},
+        {".woff2", "font/woff2"},
+        {".webmanifest", "application/manifest+json"},
     };
     auto found = types.find(file.extension().string());
     return found == types.end() ? "application/octet-stream" : found->second;

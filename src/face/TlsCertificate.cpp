@@ -1,14 +1,15 @@
 #include "face/TlsCertificate.h"
 
-#include "face/SecretFiles.h"
-
 #include <memory>
+
 #include <openssl/bio.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
+
+#include "face/SecretFiles.h"
 
 namespace vexo::face {
 
@@ -100,7 +101,8 @@ std::optional<TlsCertificate> TlsCertificate::generate(std::string& error) {
     X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -24L * 3600);
     X509_gmtime_adj(X509_getm_notAfter(certificate.get()), kValiditySeconds);
     X509_NAME* name = X509_get_subject_name(certificate.get());
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("vexo-watch"), -1, -1, 0);
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("vexo-watch"), -1, -1,
+                               0);
     X509_NAME_add_entry_by_txt(name, "O", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("Vexo watch remote"), -1,
                                -1, 0);
     X509_set_issuer_name(certificate.get(), name);

@@ -1,12 +1,12 @@
 #include "face/WatchFace.h"
 
+#include <algorithm>
+
 #include "face/ProtocolLog.h"
 #include "platform/log/Log.h"
 #include "platform/plist/Json.h"
 #include "platform/runtime/RunLoop.h"
 #include "platform/watchkit/ExtensionHost.h"
-
-#include <algorithm>
 
 namespace vexo::face {
 
@@ -71,9 +71,10 @@ void WatchFace::postWelcome(std::function<void(std::vector<Message>)> done) {
         // separates what a page has from what it will get.
         face.m_host.flushChanges();
         std::vector<Message> messages;
-        messages.push_back(std::make_shared<const std::string>(
-            dump({{"type", "snapshot"}, {"snapshot", face.m_host.snapshot()}})));
-        messages.push_back(std::make_shared<const std::string>(dump({{"type", "log"}, {"records", face.m_log.records()}})));
+        messages.push_back(
+            std::make_shared<const std::string>(dump({{"type", "snapshot"}, {"snapshot", face.m_host.snapshot()}})));
+        messages.push_back(
+            std::make_shared<const std::string>(dump({{"type", "log"}, {"records", face.m_log.records()}})));
         messages.push_back(std::make_shared<const std::string>(
             dump({{"type", "notifications"}, {"notifications", face.openNotifications()}})));
         done(std::move(messages));
@@ -133,7 +134,8 @@ WatchFace::Outcome WatchFace::handleEvent(const nlohmann::json& event) {
         }
         auto type = hostEvent.find("type");
         std::string typeName = type != hostEvent.end() && type->is_string() ? type->get<std::string>() : "";
-        if (typeName == "dismissNotification" || (typeName == "notificationAction" && hostEvent.contains("notification")))
+        if (typeName == "dismissNotification" ||
+            (typeName == "notificationAction" && hostEvent.contains("notification")))
             result = handleFaceEvent(typeName, hostEvent);
         else
             result = m_host.handleEvent(hostEvent);
@@ -155,10 +157,12 @@ watchkit::EventResult WatchFace::handleFaceEvent(const std::string& type, const 
         return watchkit::EventResult::malformed(type + ": needs \"notification\" as a string");
     if (isAction && (!event.contains("identifier") || !event["identifier"].is_string()))
         return watchkit::EventResult::malformed(type + ": needs \"identifier\" as a string");
-    auto position = std::find_if(m_notifications.begin(), m_notifications.end(),
-                                 [&](const OpenNotification& open) { return open.id == notification.get<std::string>(); });
+    auto position = std::find_if(m_notifications.begin(), m_notifications.end(), [&](const OpenNotification& open) {
+        return open.id == notification.get<std::string>();
+    });
     if (position == m_notifications.end())
-        return watchkit::EventResult::failure(type + ": no open notification '" + notification.get<std::string>() + "'");
+        return watchkit::EventResult::failure(type + ": no open notification '" + notification.get<std::string>() +
+                                              "'");
     if (!isAction) {
         closeNotification(position);
         return watchkit::EventResult::success();

@@ -1,20 +1,21 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-#include "platform/watchkit/EventResult.h"
-
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/plist/Value.h"
+#include "platform/watchkit/EventResult.h"
 
 namespace vexo::runtime {
 class RunLoop;
@@ -111,8 +112,8 @@ public:
     [[nodiscard]] std::optional<std::vector<std::uint8_t>> assetNamed(std::string_view name) const;
 
     // Main loop: shows a local notification on every page until it is acted on or dismissed.
-    void showNotification(std::string alertTitle, std::string alertBody, std::string category,
-                          plist::Value userInfo, std::vector<std::pair<std::string, std::string>> actions);
+    void showNotification(std::string alertTitle, std::string alertBody, std::string category, plist::Value userInfo,
+                          std::vector<std::pair<std::string, std::string>> actions);
 
     // Main loop: handles one event as postEvent() does.
     [[nodiscard]] Outcome handleEvent(const nlohmann::json& event);

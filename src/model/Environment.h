@@ -1,9 +1,9 @@
 #pragma once
 
-#include "model/VXAWProtocol.h"
-
 #include <memory>
 #include <string>
+
+#include "model/VXAWProtocol.h"
 
 namespace vexo::runtime {
 class RunLoop;

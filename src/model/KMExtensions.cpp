@@ -1,11 +1,11 @@
 #include "model/KMExtensions.h"
 
+#include <cinttypes>
+#include <cstdio>
+
 #include "model/Environment.h"
 #include "platform/media/MediaLibrary.h"
 #include "platform/plist/NumericText.h"
-
-#include <cinttypes>
-#include <cstdio>
 
 namespace vexo::model {
 namespace {
@@ -19,9 +19,8 @@ std::string hexText(std::uint64_t value) {
 } // namespace
 
 std::optional<media::MediaItem> KMExtensions::mediaItemForPersistentID(const plist::Value& persistentID) {
-    const plist::Value number = persistentID.asString()
-                                    ? persistentIDNumberForString(*persistentID.asString())
-                                    : persistentID;
+    const plist::Value number =
+        persistentID.asString() ? persistentIDNumberForString(*persistentID.asString()) : persistentID;
     if (number.isNull())
         return std::nullopt;
     const auto& library = environment().mediaLibrary;

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/media/MediaItem.h"
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
+
+#include "platform/media/MediaItem.h"
+#include "platform/plist/Value.h"
 
 // Persistent identifiers of local media items as text: the link to the phone carries them in
 // upper-case hexadecimal without leading zeros or prefix ("%llX": 43794 is "AB12", 0 is "0"),

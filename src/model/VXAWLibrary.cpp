@@ -52,14 +52,12 @@ VXAWLibrary::~VXAWLibrary() {
 
 void VXAWLibrary::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory),
-        environment().mainLoop));
+        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory), environment().mainLoop));
     // An action left over from an earlier run must never reach the phone again.
     m_wormhole->clearMessageContentsForIdentifier(VXAWLibraryActionMessageIdentifier);
-    m_wormhole->listenForMessageWithIdentifier(
-        VXAWLibraryItemsMessageIdentifier, [this](const plist::Value& message) {
-            processMessageWithIdentifier(VXAWLibraryItemsMessageIdentifier, message);
-        });
+    m_wormhole->listenForMessageWithIdentifier(VXAWLibraryItemsMessageIdentifier, [this](const plist::Value& message) {
+        processMessageWithIdentifier(VXAWLibraryItemsMessageIdentifier, message);
+    });
     processMessageWithIdentifier(VXAWLibraryItemsMessageIdentifier,
                                  m_wormhole->messageWithIdentifier(VXAWLibraryItemsMessageIdentifier));
 }
@@ -86,8 +84,7 @@ void VXAWLibrary::sendActionMessage(std::int64_t action, const plist::Value& par
     }
 }
 
-void VXAWLibrary::processMessageWithIdentifier(std::string_view identifier,
-                                               const plist::Value& contents) {
+void VXAWLibrary::processMessageWithIdentifier(std::string_view identifier, const plist::Value& contents) {
     if (identifier != VXAWLibraryItemsMessageIdentifier)
         return;
     setVisible(contents[VXAWLibraryVisibleKey].boolValue());
@@ -105,8 +102,7 @@ void VXAWLibrary::processMessageWithIdentifier(std::string_view identifier,
     } else if (location == held) {
         plist::Array joined = m_items.value_or(plist::Array{});
         if (page)
-            joined.insert(joined.end(), std::make_move_iterator(page->begin()),
-                          std::make_move_iterator(page->end()));
+            joined.insert(joined.end(), std::make_move_iterator(page->begin()), std::make_move_iterator(page->end()));
         setItems(std::move(joined));
     }
 }
@@ -126,8 +122,7 @@ void VXAWLibrary::loadPlaylists() {
     auto self = std::make_shared<std::weak_ptr<runtime::Operation>>();
     runtime::RunLoop* mainLoop = environment().mainLoop;
     auto operation = runtime::BlockOperation::blockOperationWithBlock(
-        [weakLibrary = weak_from_this(), self, mainLoop,
-         mediaLibrary = environment().mediaLibrary] {
+        [weakLibrary = weak_from_this(), self, mainLoop, mediaLibrary = environment().mediaLibrary] {
             PlaylistsQuery query{mediaLibrary, kAnyMediaType};
             const auto operation = self->lock();
             if (!operation || operation->isCancelled() || mainLoop == nullptr)

@@ -1,15 +1,15 @@
 #pragma once
 
-#include "model/Range.h"
-#include "platform/media/MediaPlaylist.h"
-#include "platform/plist/Value.h"
-#include "platform/runtime/Observable.h"
-
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "model/Range.h"
+#include "platform/media/MediaPlaylist.h"
+#include "platform/plist/Value.h"
+#include "platform/runtime/Observable.h"
 
 namespace vexo::runtime {
 class Operation;
@@ -79,7 +79,9 @@ public:
     void mediaLibraryDidChange();
 
     const std::optional<std::string>& sectionName() const { return m_sectionName; }
-    void setSectionName(std::optional<std::string> name) { setAndNotify(kSectionNameKeyPath, m_sectionName, std::move(name)); }
+    void setSectionName(std::optional<std::string> name) {
+        setAndNotify(kSectionNameKeyPath, m_sectionName, std::move(name));
+    }
     bool isSectionAvailable() const { return m_sectionAvailable; }
     void setSectionAvailable(bool available) { setAndNotify(kSectionAvailableKeyPath, m_sectionAvailable, available); }
     std::int64_t numberOfItems() const { return m_numberOfItems; }

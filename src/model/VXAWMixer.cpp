@@ -36,15 +36,13 @@ VXAWMixer::~VXAWMixer() {
 
 void VXAWMixer::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory),
-        environment().mainLoop));
+        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory), environment().mainLoop));
     // Deliberately the outgoing action file, not the status: the last status of an earlier
     // run is applied below.
     m_wormhole->clearMessageContentsForIdentifier(VXAWMixerActionMessageIdentifier);
-    m_wormhole->listenForMessageWithIdentifier(
-        VXAWMixerStatusMessageIdentifier, [this](const plist::Value& message) {
-            processMessageWithIdentifier(VXAWMixerStatusMessageIdentifier, message);
-        });
+    m_wormhole->listenForMessageWithIdentifier(VXAWMixerStatusMessageIdentifier, [this](const plist::Value& message) {
+        processMessageWithIdentifier(VXAWMixerStatusMessageIdentifier, message);
+    });
     processMessageWithIdentifier(VXAWMixerStatusMessageIdentifier,
                                  m_wormhole->messageWithIdentifier(VXAWMixerStatusMessageIdentifier));
     sendActionMessage(VXAWMixerActionRequestStatus);
@@ -57,8 +55,7 @@ void VXAWMixer::teardownWormhole() {
     setWormhole(nullptr);
 }
 
-void VXAWMixer::processMessageWithIdentifier(std::string_view identifier,
-                                             const plist::Value& contents) {
+void VXAWMixer::processMessageWithIdentifier(std::string_view identifier, const plist::Value& contents) {
     if (identifier != VXAWMixerStatusMessageIdentifier)
         return;
     setVolume(singlePrecision(contents[VXAWMixerVolumeKey]));

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-#include "platform/runtime/Observable.h"
-
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+
+#include "platform/plist/Value.h"
+#include "platform/runtime/Observable.h"
 
 namespace vexo::transport {
 class MMWormhole;

@@ -1,10 +1,10 @@
 #include "model/VXAWModel.h"
 
+#include <mutex>
+
 #include "model/VXAWLibrary.h"
 #include "model/VXAWMixer.h"
 #include "model/VXAWTurntable.h"
-
-#include <mutex>
 
 namespace vexo::model {
 namespace {

@@ -82,8 +82,7 @@ inline constexpr std::string_view VXAWDidReceiveUserNotificationNotification =
     "VXAWDidReceiveUserNotificationNotification";
 // Action identifiers the phone application registers its notification actions with.
 inline constexpr std::string_view VXTUserNotificationActionLoad = "VXTUserNotificationActionLoad";
-inline constexpr std::string_view VXTUserNotificationActionAutomix =
-    "VXTUserNotificationActionAutomix";
+inline constexpr std::string_view VXTUserNotificationActionAutomix = "VXTUserNotificationActionAutomix";
 
 // Page length of the library and playlist lists.
 inline constexpr std::int64_t VXAWLibraryDefaultItemPageSize = 10;

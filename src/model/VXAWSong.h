@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
+
+#include "platform/plist/Value.h"
 
 // One song as the phone describes it in a song-information message: {"songID", "name",
 // "artist", "duration", "artworkImage"}.

@@ -18,7 +18,8 @@ std::string withDeckNumber(std::string_view base, std::int64_t number) {
 
 } // namespace
 
-VXAWTurntable::VXAWTurntable(std::int64_t turntableNumber) : m_turntableNumber(turntableNumber) {
+VXAWTurntable::VXAWTurntable(std::int64_t turntableNumber)
+    : m_turntableNumber(turntableNumber) {
     setupWormhole();
 }
 
@@ -39,19 +40,16 @@ std::string VXAWTurntable::songInfoMessageIdentifier() const {
 
 void VXAWTurntable::setupWormhole() {
     setWormhole(std::make_shared<transport::MMWormhole>(
-        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory),
-        environment().mainLoop));
+        environment().applicationGroupIdentifier, std::string(kWormholeMessageDirectory), environment().mainLoop));
     // A play state left from an earlier run must never show; the last song may.
     m_wormhole->clearMessageContentsForIdentifier(statusMessageIdentifier());
 
     const std::string status = statusMessageIdentifier();
     const std::string songInfo = songInfoMessageIdentifier();
-    m_wormhole->listenForMessageWithIdentifier(status, [this, status](const plist::Value& message) {
-        processMessageWithIdentifier(status, message);
-    });
-    m_wormhole->listenForMessageWithIdentifier(songInfo, [this, songInfo](const plist::Value& message) {
-        processMessageWithIdentifier(songInfo, message);
-    });
+    m_wormhole->listenForMessageWithIdentifier(
+        status, [this, status](const plist::Value& message) { processMessageWithIdentifier(status, message); });
+    m_wormhole->listenForMessageWithIdentifier(
+        songInfo, [this, songInfo](const plist::Value& message) { processMessageWithIdentifier(songInfo, message); });
     processMessageWithIdentifier(status, m_wormhole->messageWithIdentifier(status));
     processMessageWithIdentifier(songInfo, m_wormhole->messageWithIdentifier(songInfo));
     sendActionMessage(VXAWTurntableActionRequestStatus);
@@ -65,8 +63,7 @@ void VXAWTurntable::teardownWormhole() {
     setWormhole(nullptr);
 }
 
-void VXAWTurntable::processMessageWithIdentifier(std::string_view identifier,
-                                                 const plist::Value& contents) {
+void VXAWTurntable::processMessageWithIdentifier(std::string_view identifier, const plist::Value& contents) {
     if (contents.isNull())
         return;
     if (identifier == statusMessageIdentifier())
@@ -140,9 +137,9 @@ void VXAWTurntable::startUpdatingCurrentTime() {
         log::warning("model", "no main loop; deck " + std::to_string(m_turntableNumber) + " does not poll");
         return;
     }
-    setCurrentTimeUpdateTimer(runtime::Timer::scheduledTimer(
-        *loop, kStatusPollInterval, runtime::Timer::Repeats::Yes,
-        [this](runtime::Timer& timer) { updateCurrentTime(timer); }));
+    setCurrentTimeUpdateTimer(
+        runtime::Timer::scheduledTimer(*loop, kStatusPollInterval, runtime::Timer::Repeats::Yes,
+                                       [this](runtime::Timer& timer) { updateCurrentTime(timer); }));
 }
 
 void VXAWTurntable::stopUpdatingCurrentTime() {

@@ -1,14 +1,14 @@
 #pragma once
 
-#include "model/VXAWSong.h"
-#include "platform/media/MediaPlaylist.h"
-#include "platform/plist/Value.h"
-#include "platform/runtime/Observable.h"
-
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+
+#include "model/VXAWSong.h"
+#include "platform/media/MediaPlaylist.h"
+#include "platform/plist/Value.h"
+#include "platform/runtime/Observable.h"
 
 namespace vexo::runtime {
 class Timer;
@@ -87,7 +87,9 @@ public:
         setAndNotify(kCurrentDisplayTimeKeyPath, m_currentDisplayTime, std::move(text));
     }
     double autoLoopBeatInterval() const { return m_autoLoopBeatInterval; }
-    void setAutoLoopBeatInterval(double beats) { setAndNotify(kAutoLoopBeatIntervalKeyPath, m_autoLoopBeatInterval, beats); }
+    void setAutoLoopBeatInterval(double beats) {
+        setAndNotify(kAutoLoopBeatIntervalKeyPath, m_autoLoopBeatInterval, beats);
+    }
     bool isLooping() const { return m_looping; }
     void setLooping(bool looping) { setAndNotify(kLoopingKeyPath, m_looping, looping); }
     const std::optional<std::string>& fxName() const { return m_fxName; }

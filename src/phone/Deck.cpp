@@ -58,7 +58,8 @@ void Deck::skip(double seconds, double now) {
     const double target = std::clamp(m_anchorPosition + seconds, 0.0, m_song->duration);
     if (m_looping) {
         const double length = loopLengthSeconds();
-        m_loopStart = std::clamp(m_loopStart + (target - m_anchorPosition), 0.0, std::max(0.0, m_song->duration - length));
+        m_loopStart =
+            std::clamp(m_loopStart + (target - m_anchorPosition), 0.0, std::max(0.0, m_song->duration - length));
         m_anchorPosition = std::clamp(target, m_loopStart, m_loopStart + length);
     } else {
         m_anchorPosition = target;
@@ -133,8 +134,8 @@ bool Deck::toggleLooping(double now) {
     // Loops start on the grid, so that they hold whole beats of the music.
     const double step = std::min(length, 60 / tempoOf(*m_song));
     const double firstBeat = m_song->beatsPerMinute > 0 ? m_song->firstBeat : 0;
-    const double onGrid = step > 0 ? firstBeat + std::floor((m_anchorPosition - firstBeat) / step + 1e-9) * step
-                                   : m_anchorPosition;
+    const double onGrid =
+        step > 0 ? firstBeat + std::floor((m_anchorPosition - firstBeat) / step + 1e-9) * step : m_anchorPosition;
     m_loopStart = std::clamp(onGrid, 0.0, std::max(0.0, m_song->duration - length));
     m_anchorPosition = std::max(m_anchorPosition, m_loopStart);
     m_looping = length > 0;

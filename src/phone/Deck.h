@@ -54,7 +54,8 @@ public:
         std::optional<double> truePeakDBTP = std::nullopt;
     };
 
-    explicit Deck(std::int64_t number) : m_number(number) {}
+    explicit Deck(std::int64_t number)
+        : m_number(number) {}
 
     [[nodiscard]] std::int64_t number() const { return m_number; }
 

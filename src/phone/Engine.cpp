@@ -523,8 +523,8 @@ void Engine::schedule() {
 
     // Positions are recomputed on every call, so the same event comes out a hair apart; a
     // timer within a microsecond of it is kept rather than made anew for every action.
-    if (m_eventTimer && (!m_eventTimer->isValid() || !std::isfinite(next) ||
-                         std::fabs(m_eventTimer->fireDate() - next) > 1e-6)) {
+    if (m_eventTimer &&
+        (!m_eventTimer->isValid() || !std::isfinite(next) || std::fabs(m_eventTimer->fireDate() - next) > 1e-6)) {
         m_eventTimer->invalidate();
         m_eventTimer.reset();
     }
@@ -541,13 +541,13 @@ void Engine::schedule() {
 
     if (m_mixer.isTransitioning() && !m_transitionTimer) {
         const std::weak_ptr<Engine*> alive = m_alive;
-        m_transitionTimer = runtime::Timer::scheduledTimer(
-            m_loop, kTransitionStatusInterval, runtime::Timer::Repeats::Yes, [alive](runtime::Timer&) {
-                if (const auto engine = alive.lock()) {
-                    (*engine)->markChanged(MixerStatus);
-                    (*engine)->update();
-                }
-            });
+        m_transitionTimer = runtime::Timer::scheduledTimer(m_loop, kTransitionStatusInterval,
+                                                           runtime::Timer::Repeats::Yes, [alive](runtime::Timer&) {
+                                                               if (const auto engine = alive.lock()) {
+                                                                   (*engine)->markChanged(MixerStatus);
+                                                                   (*engine)->update();
+                                                               }
+                                                           });
     } else if (!m_mixer.isTransitioning() && m_transitionTimer) {
         m_transitionTimer->invalidate();
         m_transitionTimer.reset();
@@ -585,7 +585,8 @@ void Engine::flush() {
             m_sink.passMessageObject(status, identifierOf(VXAWTurntableStatusMessageIdentifier, number));
         }
         if (changed.test(number == 1 ? SongInfo1 : SongInfo2))
-            m_sink.passMessageObject(deck(number).songInfo(), identifierOf(VXAWTurntableSongInfoMessageIdentifier, number));
+            m_sink.passMessageObject(deck(number).songInfo(),
+                                     identifierOf(VXAWTurntableSongInfoMessageIdentifier, number));
     }
     if (changed.test(SongInfo0))
         m_sink.passMessageObject(deck(m_glanceDeck).songInfo(),
@@ -650,7 +651,8 @@ ipc::LocalNotification Engine::loadNotification(std::int64_t turntable, const te
     notification.alertBody =
         texts.localizedString("Its song has ended and nothing follows. Load another one?", {}, kNotificationTable);
     notification.category = "VXTUserNotificationCategoryLoad";
-    notification.userInfo = plist::Value(plist::Dictionary{{std::string(kActionTurntableKey), plist::Value(turntable)}});
+    notification.userInfo =
+        plist::Value(plist::Dictionary{{std::string(kActionTurntableKey), plist::Value(turntable)}});
     notification.actions = {
         {std::string(VXTUserNotificationActionLoad), texts.localizedString("Load a song", {}, kNotificationTable)}};
     return notification;

@@ -103,7 +103,9 @@ public:
     bool openLibraryEntry(std::size_t index);
 
     // REQUIRES: `number` is 1 or 2.
-    [[nodiscard]] const Deck& deck(std::int64_t number) const { return m_decks.at(static_cast<std::size_t>(number - 1)); }
+    [[nodiscard]] const Deck& deck(std::int64_t number) const {
+        return m_decks.at(static_cast<std::size_t>(number - 1));
+    }
     [[nodiscard]] const Mixer& mixer() const { return m_mixer; }
     [[nodiscard]] const LibraryBrowser& libraryBrowser() const { return m_browser; }
     // The deck the glance reports: the playing deck nearer the crossfader's side (the one
@@ -117,11 +119,11 @@ public:
 
     // The notification that asks the user to load a song on deck `turntable`, its texts
     // in the language of `texts`.
-    [[nodiscard]] static ipc::LocalNotification loadNotification(
-        std::int64_t turntable, const text::Localization& texts = text::Localization::main());
+    [[nodiscard]] static ipc::LocalNotification
+    loadNotification(std::int64_t turntable, const text::Localization& texts = text::Localization::main());
     // The notification that offers automix as the song heard nears its end.
-    [[nodiscard]] static ipc::LocalNotification automixNotification(
-        const text::Localization& texts = text::Localization::main());
+    [[nodiscard]] static ipc::LocalNotification
+    automixNotification(const text::Localization& texts = text::Localization::main());
 
 private:
     enum Message : std::size_t { Status1, Status2, SongInfo1, SongInfo2, SongInfo0, MixerStatus, MessageCount };

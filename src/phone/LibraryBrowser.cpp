@@ -31,7 +31,7 @@ std::string lowered(std::string_view text) {
 // keeping the library's order within a group.
 template <typename By>
 std::vector<std::pair<std::string, std::vector<media::MediaItem>>> groupBy(const std::vector<media::MediaItem>& songs,
-                                                                          std::string_view unknown, By by) {
+                                                                           std::string_view unknown, By by) {
     std::map<std::pair<std::string, std::string>, std::vector<media::MediaItem>> grouped;
     for (const media::MediaItem& song : songs) {
         std::string name = by(song);
@@ -47,7 +47,8 @@ std::vector<std::pair<std::string, std::vector<media::MediaItem>>> groupBy(const
 
 } // namespace
 
-LibraryBrowser::LibraryBrowser(const Catalog& catalog) : m_catalog(catalog) {
+LibraryBrowser::LibraryBrowser(const Catalog& catalog)
+    : m_catalog(catalog) {
     reload();
 }
 
@@ -63,7 +64,8 @@ void LibraryBrowser::reload() {
         m_groups[0].push_back({playlist.name(), playlist.items()});
     for (auto& [name, songs] : groupBy(m_songs, kUnknownArtist, [](const media::MediaItem& s) { return s.artist(); }))
         m_groups[1].push_back({name, std::move(songs)});
-    for (auto& [name, songs] : groupBy(m_songs, kUnknownAlbum, [](const media::MediaItem& s) { return s.albumTitle(); }))
+    for (auto& [name, songs] :
+         groupBy(m_songs, kUnknownAlbum, [](const media::MediaItem& s) { return s.albumTitle(); }))
         m_groups[2].push_back({name, std::move(songs)});
 
     m_open.reset();

@@ -12,7 +12,8 @@ namespace vexo::phone {
 class MediaLibraryCatalog final : public Catalog {
 public:
     // REQUIRES: `library` is not null.
-    explicit MediaLibraryCatalog(std::shared_ptr<media::MediaLibrary> library) : m_library(std::move(library)) {}
+    explicit MediaLibraryCatalog(std::shared_ptr<media::MediaLibrary> library)
+        : m_library(std::move(library)) {}
 
     [[nodiscard]] std::optional<media::MediaItem> item(media::PersistentID persistentID) const override;
     [[nodiscard]] std::vector<media::MediaItem> items() const override;

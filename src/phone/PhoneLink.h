@@ -11,7 +11,7 @@
 namespace vexo::ipc {
 class LocalNotificationSender;
 class ParentApplicationReceiver;
-}
+} // namespace vexo::ipc
 namespace vexo::transport {
 class MMWormhole;
 }

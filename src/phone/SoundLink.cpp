@@ -8,7 +8,8 @@
 
 namespace vexo::phone {
 
-SoundLink::SoundLink(sound::AudioEngine& engine) : m_engine(engine) {}
+SoundLink::SoundLink(sound::AudioEngine& engine)
+    : m_engine(engine) {}
 
 std::int64_t SoundLink::frames(double seconds) const {
     return static_cast<std::int64_t>(std::llround(seconds * m_engine.sampleRate()));
@@ -75,7 +76,8 @@ void SoundLink::sync(const Deck& deck, double now) {
         sent.looping = deck.isLooping();
         sent.loopStart = deck.loopStart();
         sent.loopLength = deck.loopLength();
-        sent.last = sent.looping ? m_engine.setLoop(number, frames(sent.loopStart), std::max<std::int64_t>(1, frames(sent.loopLength)))
+        sent.last = sent.looping ? m_engine.setLoop(number, frames(sent.loopStart),
+                                                    std::max<std::int64_t>(1, frames(sent.loopLength)))
                                  : m_engine.clearLoop(number);
     }
     if (deck.jumpCount() != sent.jumps) {

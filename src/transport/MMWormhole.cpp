@@ -1,13 +1,13 @@
 #include "transport/MMWormhole.h"
 
+#include <algorithm>
+
 #include "platform/ipc/NotifyCenter.h"
 #include "platform/log/Log.h"
 #include "platform/plist/KeyedArchiver.h"
 #include "platform/plist/KeyedUnarchiver.h"
 #include "platform/runtime/NotificationCenter.h"
 #include "platform/runtime/RunLoop.h"
-
-#include <algorithm>
 
 namespace vexo::transport {
 
@@ -33,11 +33,11 @@ void wormholeNotificationCallback(const std::string& name) {
 MMWormhole::MMWormhole(std::string applicationGroupIdentifier, std::optional<std::string> directory,
                        runtime::RunLoop* loop)
     : m_applicationGroupIdentifier(std::move(applicationGroupIdentifier)),
-      m_directory(std::move(directory)), m_loop(loop), m_fileManager(m_applicationGroupIdentifier, m_directory) {
+      m_directory(std::move(directory)),
+      m_loop(loop),
+      m_fileManager(m_applicationGroupIdentifier, m_directory) {
     runtime::NotificationCenter::defaultCenter().addObserver(
-        this, [this](const runtime::Notification& notification) {
-            didReceiveMessageNotification(notification);
-        },
+        this, [this](const runtime::Notification& notification) { didReceiveMessageNotification(notification); },
         kNotificationName);
 }
 
@@ -138,8 +138,7 @@ void MMWormhole::sendNotificationForMessageWithIdentifier(std::string_view ident
 void MMWormhole::registerForNotificationsWithIdentifier(std::string_view identifier) {
     const auto center = notifyCenter();
     if (!center) {
-        log::debug("wormhole", "cannot observe '" + std::string(identifier) +
-                                   "': no container or no run loop");
+        log::debug("wormhole", "cannot observe '" + std::string(identifier) + "': no container or no run loop");
         return;
     }
     center->addObserver(this, identifier, wormholeNotificationCallback);

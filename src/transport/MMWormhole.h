@@ -1,9 +1,5 @@
 #pragma once
 
-#include "platform/ipc/ContainerDirectory.h"
-#include "platform/plist/Value.h"
-#include "platform/runtime/Notification.h"
-
 #include <functional>
 #include <map>
 #include <memory>
@@ -11,6 +7,10 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/ipc/ContainerDirectory.h"
+#include "platform/plist/Value.h"
+#include "platform/runtime/Notification.h"
 
 namespace vexo::ipc {
 class NotifyCenter;
@@ -88,9 +88,7 @@ public:
     // Removes the listener and the cross-process registration. The stored file stays.
     void stopListeningForMessageWithIdentifier(Identifier identifier);
 
-    [[nodiscard]] const std::string& applicationGroupIdentifier() const {
-        return m_applicationGroupIdentifier;
-    }
+    [[nodiscard]] const std::string& applicationGroupIdentifier() const { return m_applicationGroupIdentifier; }
     [[nodiscard]] const std::optional<std::string>& directory() const { return m_directory; }
 
     // Sees every message handed to a listener, just before the listener, with the object

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/graphics/RoundArtworkStyle.h"
-
 #include <cstdint>
 #include <optional>
 #include <vector>
+
+#include "platform/graphics/RoundArtworkStyle.h"
 
 // The round artwork pictures the screens show: a song's image data (or the application
 // image "default-artwork" when it has none) drawn into a screen's own round style as PNG.
@@ -15,8 +15,8 @@ namespace vexo::ui {
 
 // The round PNG of `imageData` in `style`; nothing when there is no data or it does not
 // decode.
-[[nodiscard]] std::optional<std::vector<std::uint8_t>> roundArtwork(const std::optional<std::vector<std::uint8_t>>& imageData,
-                                                                    const graphics::RoundArtworkStyle& style);
+[[nodiscard]] std::optional<std::vector<std::uint8_t>>
+roundArtwork(const std::optional<std::vector<std::uint8_t>>& imageData, const graphics::RoundArtworkStyle& style);
 
 // The PNG representation of the application image "default-artwork"; nothing when the
 // catalogue has no such image.

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/runtime/KeyValueObserver.h"
-#include "platform/runtime/Observable.h"
-#include "platform/runtime/ObservingOptions.h"
-
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/runtime/KeyValueObserver.h"
+#include "platform/runtime/Observable.h"
+#include "platform/runtime/ObservingOptions.h"
 
 // The key-value observations one controller has registered, so that they are removed in the
 // order they were added, and so that none outlives the controller: the host releases
@@ -18,7 +18,8 @@ namespace vexo::ui {
 class ObservationList {
 public:
     // `observer` is the controller that owns this list. REQUIRES: the list is a member of it.
-    explicit ObservationList(runtime::KeyValueObserver& observer) : m_observer(observer) {}
+    explicit ObservationList(runtime::KeyValueObserver& observer)
+        : m_observer(observer) {}
     // Removes what is still registered.
     ~ObservationList() { removeAll(); }
     ObservationList(const ObservationList&) = delete;

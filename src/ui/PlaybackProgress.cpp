@@ -1,9 +1,9 @@
 #include "ui/PlaybackProgress.h"
 
-#include "model/VXAWTurntable.h"
-
 #include <cmath>
 #include <limits>
+
+#include "model/VXAWTurntable.h"
 
 namespace vexo::ui {
 

@@ -1,11 +1,11 @@
 #include "ui/VXAWGlanceController.h"
 
+#include <string>
+
 #include "model/Environment.h"
 #include "model/VXAWProtocol.h"
 #include "transport/MMWormhole.h"
 #include "ui/ArtworkPicture.h"
-
-#include <string>
 
 namespace vexo::ui {
 namespace {
@@ -49,7 +49,8 @@ void VXAWGlanceController::setupWormhole() {
         {std::string(model::VXAWMessageIdentifierKey), plist::Value(model::VXAWTurntableActionMessageIdentifier)},
         {std::string(model::VXAWMessageContentsKey),
          plist::Value(plist::Dictionary{
-             {std::string(model::kActionTurntableKey), plist::Value(static_cast<std::int32_t>(model::kGlanceTurntableNumber))},
+             {std::string(model::kActionTurntableKey),
+              plist::Value(static_cast<std::int32_t>(model::kGlanceTurntableNumber))},
              {std::string(model::kActionCodeKey), plist::Value(std::int64_t{model::VXAWTurntableActionGlanceRefresh})},
          })},
     }));

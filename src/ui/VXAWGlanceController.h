@@ -1,5 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
 #include "platform/plist/Value.h"
 #include "platform/watchkit/Group.h"
 #include "platform/watchkit/Image.h"
@@ -7,12 +13,6 @@
 #include "platform/watchkit/InterfaceController.h"
 #include "platform/watchkit/Label.h"
 #include "platform/watchkit/Outlet.h"
-
-#include <cstdint>
-#include <memory>
-#include <optional>
-#include <string_view>
-#include <vector>
 
 namespace vexo::transport {
 class MMWormhole;
@@ -52,8 +52,8 @@ public:
 
     // The 200-point round picture (8-point transparent margin) of any picture, as PNG;
     // nothing when the data is nothing or does not decode.
-    [[nodiscard]] std::optional<std::vector<std::uint8_t>> displayImageDataForArtworkImageData(
-        const std::optional<std::vector<std::uint8_t>>& imageData) const;
+    [[nodiscard]] std::optional<std::vector<std::uint8_t>>
+    displayImageDataForArtworkImageData(const std::optional<std::vector<std::uint8_t>>& imageData) const;
 
     // The transport while the glance is on screen; nothing otherwise.
     [[nodiscard]] const std::shared_ptr<transport::MMWormhole>& wormhole() const { return m_wormhole; }

@@ -1,13 +1,13 @@
 #include "ui/VXAWLibraryInterfaceController.h"
 
+#include <stdexcept>
+
 #include "model/VXAWLibrary.h"
 #include "model/VXAWModel.h"
 #include "model/VXAWProtocol.h"
 #include "model/VXAWTurntable.h"
 #include "ui/Paging.h"
 #include "ui/VXAWGroupItemRowType.h"
-
-#include <stdexcept>
 
 namespace vexo::ui {
 namespace {

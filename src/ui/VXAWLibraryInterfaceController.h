@@ -1,5 +1,9 @@
 #pragma once
 
+#include <memory>
+#include <optional>
+#include <vector>
+
 #include "platform/media/MediaPlaylist.h"
 #include "platform/runtime/KeyValueObserver.h"
 #include "platform/watchkit/Button.h"
@@ -10,10 +14,6 @@
 #include "platform/watchkit/Outlet.h"
 #include "platform/watchkit/Table.h"
 #include "ui/ObservationList.h"
-
-#include <memory>
-#include <optional>
-#include <vector>
 
 namespace vexo::model {
 class VXAWLibrary;

@@ -25,8 +25,12 @@ constexpr std::int64_t kManualMode = 0;
 constexpr std::int64_t kAutomaticMode = 1;
 
 constexpr std::string_view kObservedMixerKeyPaths[] = {
-    VXAWMixer::kVolumeKeyPath,         VXAWMixer::kCrossfaderPositionKeyPath, VXAWMixer::kSyncActiveKeyPath,
-    VXAWMixer::kAutomixActiveKeyPath,  VXAWMixer::kTransitionModeKeyPath,     VXAWMixer::kTransitionTypeKeyPath,
+    VXAWMixer::kVolumeKeyPath,
+    VXAWMixer::kCrossfaderPositionKeyPath,
+    VXAWMixer::kSyncActiveKeyPath,
+    VXAWMixer::kAutomixActiveKeyPath,
+    VXAWMixer::kTransitionModeKeyPath,
+    VXAWMixer::kTransitionTypeKeyPath,
     VXAWMixer::kTransitionDurationKeyPath,
 };
 constexpr std::string_view kObservedDeckKeyPaths[] = {
@@ -124,8 +128,7 @@ void VXAWMixerInterfaceController::observeValueForKeyPath(std::string_view keyPa
     }
 }
 
-std::optional<std::vector<std::uint8_t>> VXAWMixerInterfaceController::artworkPicture(
-    const VXAWTurntable& deck) const {
+std::optional<std::vector<std::uint8_t>> VXAWMixerInterfaceController::artworkPicture(const VXAWTurntable& deck) const {
     const auto& song = deck.song();
     if (song && song->artworkImageData())
         return displayImageDataForArtworkImageData(song->artworkImageData());
@@ -197,15 +200,15 @@ void VXAWMixerInterfaceController::togglePlayback(const std::shared_ptr<VXAWTurn
 }
 
 void VXAWMixerInterfaceController::changeVolume(float value) {
-    m_mixer->sendActionMessage(model::VXAWMixerActionSetVolume,
-                               plist::Value(plist::Dictionary{{std::string(model::VXAWMixerVolumeKey), plist::Value(value)}}));
+    m_mixer->sendActionMessage(
+        model::VXAWMixerActionSetVolume,
+        plist::Value(plist::Dictionary{{std::string(model::VXAWMixerVolumeKey), plist::Value(value)}}));
 }
 
 namespace {
 
 plist::Value crossfaderParams(plist::Value position) {
-    return plist::Value(
-        plist::Dictionary{{std::string(model::VXAWMixerCrossfaderPositionKey), std::move(position)}});
+    return plist::Value(plist::Dictionary{{std::string(model::VXAWMixerCrossfaderPositionKey), std::move(position)}});
 }
 
 // The position the steps start from: the model's, as the 32-bit float the phone sent.

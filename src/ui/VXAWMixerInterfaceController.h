@@ -1,5 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "platform/runtime/KeyValueObserver.h"
 #include "platform/text/NumberFormatter.h"
 #include "platform/watchkit/Button.h"
@@ -11,12 +17,6 @@
 #include "platform/watchkit/Outlet.h"
 #include "platform/watchkit/Slider.h"
 #include "ui/ObservationList.h"
-
-#include <cstdint>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace vexo::model {
 class VXAWMixer;
@@ -94,8 +94,8 @@ public:
 
     // The 144-point round picture (8-point transparent margin) of any picture, as PNG;
     // nothing when the data is nothing or does not decode.
-    [[nodiscard]] std::optional<std::vector<std::uint8_t>> displayImageDataForArtworkImageData(
-        const std::optional<std::vector<std::uint8_t>>& imageData) const;
+    [[nodiscard]] std::optional<std::vector<std::uint8_t>>
+    displayImageDataForArtworkImageData(const std::optional<std::vector<std::uint8_t>>& imageData) const;
 
     // Pause (1) when `turntable` plays, else play (0), on that deck.
     void togglePlayback(const std::shared_ptr<model::VXAWTurntable>& turntable);

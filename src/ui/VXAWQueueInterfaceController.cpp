@@ -1,14 +1,14 @@
 #include "ui/VXAWQueueInterfaceController.h"
 
+#include <algorithm>
+#include <string>
+
 #include "model/KMExtensions.h"
 #include "model/VXAWModel.h"
 #include "model/VXAWProtocol.h"
 #include "model/VXAWTurntable.h"
 #include "ui/Localized.h"
 #include "ui/VXAWSongItemRowType.h"
-
-#include <algorithm>
-#include <string>
 
 namespace vexo::ui {
 namespace {

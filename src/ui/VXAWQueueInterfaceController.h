@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <vector>
+
 #include "platform/media/MediaItem.h"
 #include "platform/runtime/KeyValueObserver.h"
 #include "platform/watchkit/Group.h"
@@ -9,10 +13,6 @@
 #include "platform/watchkit/Outlet.h"
 #include "platform/watchkit/Table.h"
 #include "ui/ObservationList.h"
-
-#include <cstdint>
-#include <memory>
-#include <vector>
 
 namespace vexo::model {
 class VXAWTurntable;

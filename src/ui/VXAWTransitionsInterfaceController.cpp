@@ -1,15 +1,15 @@
 #include "ui/VXAWTransitionsInterfaceController.h"
 
+#include <stdexcept>
+#include <string>
+#include <vector>
+
 #include "model/VXAWMixer.h"
 #include "model/VXAWModel.h"
 #include "model/VXAWProtocol.h"
 #include "platform/watchkit/Color.h"
 #include "ui/Localized.h"
 #include "ui/VXAWTransitionTypeRowType.h"
-
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace vexo::ui {
 namespace {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "platform/runtime/KeyValueObserver.h"
 #include "platform/text/NumberFormatter.h"
 #include "platform/watchkit/Group.h"
@@ -10,8 +12,6 @@
 #include "platform/watchkit/Switch.h"
 #include "platform/watchkit/Table.h"
 #include "ui/ObservationList.h"
-
-#include <memory>
 
 namespace vexo::model {
 class VXAWMixer;

@@ -12,7 +12,8 @@ std::shared_ptr<VXAWTurntable1InterfaceController>& sharedSlot() {
 
 } // namespace
 
-VXAWTurntable1InterfaceController::VXAWTurntable1InterfaceController() : VXAWTurntableInterfaceController(1) {}
+VXAWTurntable1InterfaceController::VXAWTurntable1InterfaceController()
+    : VXAWTurntableInterfaceController(1) {}
 
 std::shared_ptr<VXAWTurntable1InterfaceController> VXAWTurntable1InterfaceController::make() {
     auto controller = std::make_shared<VXAWTurntable1InterfaceController>();

@@ -12,7 +12,8 @@ std::shared_ptr<VXAWTurntable2InterfaceController>& sharedSlot() {
 
 } // namespace
 
-VXAWTurntable2InterfaceController::VXAWTurntable2InterfaceController() : VXAWTurntableInterfaceController(2) {}
+VXAWTurntable2InterfaceController::VXAWTurntable2InterfaceController()
+    : VXAWTurntableInterfaceController(2) {}
 
 std::shared_ptr<VXAWTurntable2InterfaceController> VXAWTurntable2InterfaceController::make() {
     auto controller = std::make_shared<VXAWTurntable2InterfaceController>();

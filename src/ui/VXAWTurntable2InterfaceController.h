@@ -1,8 +1,8 @@
 #pragma once
 
-#include "ui/VXAWTurntableInterfaceController.h"
-
 #include <memory>
+
+#include "ui/VXAWTurntableInterfaceController.h"
 
 // The page of deck 2. Each instance made publishes itself as the class's shared
 // controller, through which the mixer page brings deck 2's page to the front.

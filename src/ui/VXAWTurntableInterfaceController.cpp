@@ -1,5 +1,8 @@
 #include "ui/VXAWTurntableInterfaceController.h"
 
+#include <chrono>
+#include <cstdio>
+
 #include "model/Environment.h"
 #include "model/VXAWModel.h"
 #include "model/VXAWProtocol.h"
@@ -12,9 +15,6 @@
 #include "platform/watchkit/Screen.h"
 #include "ui/ArtworkPicture.h"
 #include "ui/PlaybackProgress.h"
-
-#include <chrono>
-#include <cstdio>
 
 namespace vexo::ui {
 namespace {
@@ -256,17 +256,41 @@ void VXAWTurntableInterfaceController::togglePlayback() {
                                                        : model::VXAWTurntableActionPlay);
 }
 
-void VXAWTurntableInterfaceController::skipForward() { sendAction(model::VXAWTurntableActionSkipForward); }
-void VXAWTurntableInterfaceController::skipBackward() { sendAction(model::VXAWTurntableActionSkipBackward); }
-void VXAWTurntableInterfaceController::next() { sendAction(model::VXAWTurntableActionNext); }
-void VXAWTurntableInterfaceController::previous() { sendAction(model::VXAWTurntableActionPrevious); }
-void VXAWTurntableInterfaceController::autoLoopDurationHalf() { sendAction(model::VXAWTurntableActionAutoLoopHalf); }
-void VXAWTurntableInterfaceController::autoLoopDurationDouble() { sendAction(model::VXAWTurntableActionAutoLoopDouble); }
-void VXAWTurntableInterfaceController::toggleLooping() { sendAction(model::VXAWTurntableActionToggleLooping); }
-void VXAWTurntableInterfaceController::fxSelectNext() { sendAction(model::VXAWTurntableActionFxSelectNext); }
-void VXAWTurntableInterfaceController::fxSelectPrevious() { sendAction(model::VXAWTurntableActionFxSelectPrevious); }
-void VXAWTurntableInterfaceController::toggleFx() { sendAction(model::VXAWTurntableActionToggleFx); }
-void VXAWTurntableInterfaceController::toggleFxLowPass() { sendAction(model::VXAWTurntableActionToggleFxLowPass); }
-void VXAWTurntableInterfaceController::toggleFxHighPass() { sendAction(model::VXAWTurntableActionToggleFxHighPass); }
+void VXAWTurntableInterfaceController::skipForward() {
+    sendAction(model::VXAWTurntableActionSkipForward);
+}
+void VXAWTurntableInterfaceController::skipBackward() {
+    sendAction(model::VXAWTurntableActionSkipBackward);
+}
+void VXAWTurntableInterfaceController::next() {
+    sendAction(model::VXAWTurntableActionNext);
+}
+void VXAWTurntableInterfaceController::previous() {
+    sendAction(model::VXAWTurntableActionPrevious);
+}
+void VXAWTurntableInterfaceController::autoLoopDurationHalf() {
+    sendAction(model::VXAWTurntableActionAutoLoopHalf);
+}
+void VXAWTurntableInterfaceController::autoLoopDurationDouble() {
+    sendAction(model::VXAWTurntableActionAutoLoopDouble);
+}
+void VXAWTurntableInterfaceController::toggleLooping() {
+    sendAction(model::VXAWTurntableActionToggleLooping);
+}
+void VXAWTurntableInterfaceController::fxSelectNext() {
+    sendAction(model::VXAWTurntableActionFxSelectNext);
+}
+void VXAWTurntableInterfaceController::fxSelectPrevious() {
+    sendAction(model::VXAWTurntableActionFxSelectPrevious);
+}
+void VXAWTurntableInterfaceController::toggleFx() {
+    sendAction(model::VXAWTurntableActionToggleFx);
+}
+void VXAWTurntableInterfaceController::toggleFxLowPass() {
+    sendAction(model::VXAWTurntableActionToggleFxLowPass);
+}
+void VXAWTurntableInterfaceController::toggleFxHighPass() {
+    sendAction(model::VXAWTurntableActionToggleFxHighPass);
+}
 
 } // namespace vexo::ui

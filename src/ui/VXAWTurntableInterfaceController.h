@@ -1,5 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "platform/runtime/KeyValueObserver.h"
 #include "platform/watchkit/Button.h"
 #include "platform/watchkit/Group.h"
@@ -10,12 +16,6 @@
 #include "platform/watchkit/Outlet.h"
 #include "platform/watchkit/Timer.h"
 #include "ui/ObservationList.h"
-
-#include <cstdint>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace vexo::model {
 class VXAWTurntable;
@@ -34,8 +34,7 @@ struct Notification;
 // page changes only when the phone's status comes back. Main loop's thread only.
 namespace vexo::ui {
 
-class VXAWTurntableInterfaceController : public watchkit::InterfaceController,
-                                         public runtime::KeyValueObserver {
+class VXAWTurntableInterfaceController : public watchkit::InterfaceController, public runtime::KeyValueObserver {
 public:
     // initWithTurntableNumber: takes deck `turntableNumber` of the shared model (nothing for
     // a number that names no deck) and joins the in-process notification that fans
@@ -113,8 +112,8 @@ public:
 
     // The 92-point round badge (6-point grey ring) of any picture, as PNG; nothing when the
     // data is nothing or does not decode.
-    [[nodiscard]] std::optional<std::vector<std::uint8_t>> displayImageDataForArtworkImageData(
-        const std::optional<std::vector<std::uint8_t>>& imageData) const;
+    [[nodiscard]] std::optional<std::vector<std::uint8_t>>
+    displayImageDataForArtworkImageData(const std::optional<std::vector<std::uint8_t>>& imageData) const;
 
     // Presents "library" with {"turntable": the deck} and "queue" with {"turntableNumber": n}.
     void showLibrary();

@@ -1,5 +1,7 @@
 #include "ui/VXAWiTunesPlaylistInterfaceController.h"
 
+#include <stdexcept>
+
 #include "model/KMExtensions.h"
 #include "model/VXAWProtocol.h"
 #include "model/VXAWTurntable.h"
@@ -7,8 +9,6 @@
 #include "ui/Paging.h"
 #include "ui/VXAWLibraryInterfaceController.h"
 #include "ui/VXAWSongItemRowType.h"
-
-#include <stdexcept>
 
 namespace vexo::ui {
 namespace {
@@ -74,9 +74,9 @@ void VXAWiTunesPlaylistInterfaceController::tableDidSelectRowAtIndex(watchkit::T
     if (!itemID)
         return;
     if (m_turntable) {
-        m_turntable->sendActionMessage(model::VXAWTurntableActionLoadItem,
-                                       plist::Value(plist::Dictionary{
-                                           {std::string(model::VXAWLibraryItemIDKey), plist::Value(*itemID)}}));
+        m_turntable->sendActionMessage(
+            model::VXAWTurntableActionLoadItem,
+            plist::Value(plist::Dictionary{{std::string(model::VXAWLibraryItemIDKey), plist::Value(*itemID)}}));
         if (m_playlist)
             m_turntable->setSourcePlaylist(*m_playlist);
     }

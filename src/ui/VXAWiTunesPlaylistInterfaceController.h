@@ -1,5 +1,9 @@
 #pragma once
 
+#include <memory>
+#include <optional>
+#include <vector>
+
 #include "platform/media/MediaItem.h"
 #include "platform/media/MediaPlaylist.h"
 #include "platform/watchkit/Button.h"
@@ -9,10 +13,6 @@
 #include "platform/watchkit/Label.h"
 #include "platform/watchkit/Outlet.h"
 #include "platform/watchkit/Table.h"
-
-#include <memory>
-#include <optional>
-#include <vector>
 
 namespace vexo::model {
 class VXAWTurntable;
@@ -61,7 +61,9 @@ public:
 
     [[nodiscard]] const std::optional<media::MediaPlaylist>& playlist() const { return m_playlist; }
     [[nodiscard]] const std::shared_ptr<model::VXAWTurntable>& turntable() const { return m_turntable; }
-    [[nodiscard]] const std::optional<std::vector<media::MediaItem>>& displayedItems() const { return m_displayedItems; }
+    [[nodiscard]] const std::optional<std::vector<media::MediaItem>>& displayedItems() const {
+        return m_displayedItems;
+    }
 
 private:
     [[nodiscard]] std::size_t itemCount() const { return m_playlist ? m_playlist->count() : 0; }

@@ -19,8 +19,8 @@ namespace {
 // slowest one, and a low minor key whose bass could sound major.
 TEST(DemoSongAnalysisTest, SongsAnalyseToTheTempoAndKeyTheyAreMadeIn) {
     const std::vector<DemoSong> songs = DemoCatalogue::songs();
-    for (const std::string title : {"Morning Circuit", "Straße 54", "Moonwalk 🌕", "Zürich Tram", "Interlude",
-                                    "Hanami 花見"}) {
+    for (const std::string title :
+         {"Morning Circuit", "Straße 54", "Moonwalk 🌕", "Zürich Tram", "Interlude", "Hanami 花見"}) {
         const auto song = std::find_if(songs.begin(), songs.end(), [&](const DemoSong& s) { return s.title == title; });
         ASSERT_NE(song, songs.end()) << title;
         SongSynthesizer::Sound sound;

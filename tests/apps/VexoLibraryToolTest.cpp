@@ -1,19 +1,18 @@
-#include "support/Subprocess.h"
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "platform/media/AudioFixture.h"
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
 #include "support/ScopedEnvironment.h"
+#include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <map>
-#include <regex>
-#include <sstream>
-#include <unistd.h>
 
 using vexo::testing::AudioFixture;
 using vexo::testing::Subprocess;
@@ -23,7 +22,8 @@ namespace {
 
 class VexoLibraryToolTest : public ::testing::Test {
 protected:
-    VexoLibraryToolTest() : m_music(fs::canonical(m_root.path()) / "Music") {
+    VexoLibraryToolTest()
+        : m_music(fs::canonical(m_root.path()) / "Music") {
         m_environment.set("VEXO_CONTAINER_ROOT", (m_root.path() / "containers").string());
         m_environment.set("VEXO_MEDIA_LIBRARY", (m_root.path() / "library.sqlite").string());
         fs::create_directories(m_music / "lists");
@@ -35,8 +35,8 @@ protected:
     }
 
     void song(const std::string& name, const std::string& title, const std::string& artist) {
-        ASSERT_TRUE(AudioFixture::write(m_music / name, AudioFixture::Format::Wav, 125.0,
-                                        {title, artist, "", "", {}, {}}));
+        ASSERT_TRUE(
+            AudioFixture::write(m_music / name, AudioFixture::Format::Wav, 125.0, {title, artist, "", "", {}, {}}));
     }
 
     // The identifier column of the line that contains `text`.
@@ -58,8 +58,17 @@ protected:
 
 TEST_F(VexoLibraryToolTest, WrongUsageExitsWithTwoAndSaysWhy) {
     const std::vector<std::vector<std::string>> calls = {
-        {}, {"frobnicate"}, {"scan"}, {"items"}, {"item"}, {"item", "zz"}, {"item", "0x"},
-        {"item", "1FFFFFFFFFFFFFFFFF"}, {"--colour", "playlists"}, {"playlists", "extra"}, {"demo"},
+        {},
+        {"frobnicate"},
+        {"scan"},
+        {"items"},
+        {"item"},
+        {"item", "zz"},
+        {"item", "0x"},
+        {"item", "1FFFFFFFFFFFFFFFFF"},
+        {"--colour", "playlists"},
+        {"playlists", "extra"},
+        {"demo"},
     };
     for (const auto& call : calls) {
         const auto result = library(call);
@@ -128,7 +137,8 @@ TEST_F(VexoLibraryToolTest, ScanThenListPlaylistsItemsAndOneItem) {
     const auto rescan = library({"scan", m_music.string()});
     EXPECT_NE(rescan.output.find("0 added, 0 updated, 1 gone, 1 unchanged"), std::string::npos) << rescan.output;
     const auto after = library({"items", "Road Trip"});
-    EXPECT_TRUE(std::regex_search(after.output, std::regex(oneID + " +One +Ann +2:05 +- +- +\\(silent\\) +\\(missing\\)\n")))
+    EXPECT_TRUE(
+        std::regex_search(after.output, std::regex(oneID + " +One +Ann +2:05 +- +- +\\(silent\\) +\\(missing\\)\n")))
         << after.output;
     EXPECT_NE(library({"item", oneID}).output.find("(missing"), std::string::npos);
 }
@@ -142,8 +152,9 @@ TEST_F(VexoLibraryToolTest, AScanInAnotherProcessReachesThisProcessUnderTheSameI
     media->beginGeneratingLibraryChangeNotifications();
     int changes = 0;
     auto& centre = vexo::runtime::NotificationCenter::defaultCenter();
-    centre.addObserver(&changes, [&](const vexo::runtime::Notification&) { ++changes; },
-                       MediaLibrary::kDidChangeNotification, media.get());
+    centre.addObserver(
+        &changes, [&](const vexo::runtime::Notification&) { ++changes; }, MediaLibrary::kDidChangeNotification,
+        media.get());
 
     song("one.wav", "One", "Ann");
     ASSERT_EQ(library({"scan", m_music.string()}).exitCode, 0);
@@ -176,8 +187,8 @@ std::pair<std::uint32_t, std::uint32_t> pngSize(const std::vector<std::uint8_t>&
     if (bytes.size() < 24 || bytes[0] != 0x89 || bytes[1] != 'P' || bytes[2] != 'N' || bytes[3] != 'G')
         return {0, 0};
     auto word = [&](std::size_t at) {
-        return std::uint32_t{bytes[at]} << 24 | std::uint32_t{bytes[at + 1]} << 16 |
-               std::uint32_t{bytes[at + 2]} << 8 | bytes[at + 3];
+        return std::uint32_t{bytes[at]} << 24 | std::uint32_t{bytes[at + 1]} << 16 | std::uint32_t{bytes[at + 2]} << 8 |
+               bytes[at + 3];
     };
     return {word(16), word(20)};
 }

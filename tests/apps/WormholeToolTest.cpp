@@ -1,12 +1,11 @@
-#include "support/Subprocess.h"
-
-#include "support/ScopedEnvironment.h"
-#include "support/TemporaryDirectory.h"
+#include <csignal>
 
 #include <gtest/gtest.h>
-
-#include <csignal>
 #include <nlohmann/json.hpp>
+
+#include "support/ScopedEnvironment.h"
+#include "support/Subprocess.h"
+#include "support/TemporaryDirectory.h"
 
 using vexo::testing::Subprocess;
 
@@ -49,8 +48,7 @@ TEST_F(WormholeToolTest, WrongUsageExitsWithTwoAndSaysWhy) {
 }
 
 TEST_F(WormholeToolTest, WritesReadsClearsAndDumps) {
-    ASSERT_EQ(wormhole({"write", "mixerStatus", R"({"volume": 0.5, "art": {"$data": "AAEC"}})"})
-                  .exitCode, 0);
+    ASSERT_EQ(wormhole({"write", "mixerStatus", R"({"volume": 0.5, "art": {"$data": "AAEC"}})"}).exitCode, 0);
     const auto read = wormhole({"read", "mixerStatus"});
     EXPECT_EQ(read.exitCode, 0);
     EXPECT_EQ(nlohmann::json::parse(read.output),

@@ -37,7 +37,8 @@ protected:
     void loadTone(int deck, double frequency, double seconds = 12) {
         const auto path = m_folder.path() / ("tone" + std::to_string(deck) + ".wav");
         std::string error;
-        ASSERT_TRUE(audio::testing::writeToneFile(path, ToneRecipe{kRate, seconds, frequency, 0.5, 0}, &error)) << error;
+        ASSERT_TRUE(audio::testing::writeToneFile(path, ToneRecipe{kRate, seconds, frequency, 0.5, 0}, &error))
+            << error;
         std::shared_ptr<Track> track = Track::open(path, kRate, &error);
         ASSERT_TRUE(track) << error;
         m_engine.load(deck, track, BeatGrid{120, 0});
@@ -109,7 +110,8 @@ TEST_F(AudioEngineTest, TransitionsReachTheirTargetAtTheirDuration) {
         (void)m_renderer.renderSeconds(0.1);
         m_engine.startTransition(1, 2, row.kind);
         (void)m_renderer.renderSeconds(1);
-        EXPECT_NEAR(m_engine.crossfader(), row.halfway, row.tolerance) << kTransitionNames[static_cast<std::size_t>(row.kind)];
+        EXPECT_NEAR(m_engine.crossfader(), row.halfway, row.tolerance)
+            << kTransitionNames[static_cast<std::size_t>(row.kind)];
         EXPECT_TRUE(m_engine.isTransitioning());
         // A buffer's worth past the duration, it stands at its target and has ended.
         (void)m_renderer.renderSeconds(1.0 + 512.0 / kRate);

@@ -2,8 +2,8 @@
 
 #include <chrono>
 #include <fstream>
-#include <thread>
 #include <iterator>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -53,8 +53,8 @@ TEST(TrackTest, ALongSongPlaysFromAnywhereInABoundedCache) {
     EXPECT_EQ(outside, std::vector<float>(200, 0.0f));
     // What is far from every place played recently has been let go.
     std::vector<float> far(200);
-    EXPECT_FALSE(track->read(300 * kRate, far.data(), 100)) << "the cache holds about "
-                                                             << Track::kCacheSeconds << " s, not the song";
+    EXPECT_FALSE(track->read(300 * kRate, far.data(), 100))
+        << "the cache holds about " << Track::kCacheSeconds << " s, not the song";
 }
 
 TEST(TrackTest, ATruncatedSongEndsWhereItsFramesEnd) {

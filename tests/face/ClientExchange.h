@@ -1,14 +1,15 @@
 #pragma once
 
-#include "FaceTestClient.h"
-
-#include <boost/asio/io_context.hpp>
-#include <boost/beast/core.hpp>
-#include <boost/beast/http.hpp>
 #include <cctype>
 #include <chrono>
 #include <optional>
 #include <string>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
+
+#include "FaceTestClient.h"
 
 // The blocking steps that the plain and the TLS test clients share, written once over the
 // stream type (a beast::tcp_stream, or an ssl_stream or websocket::stream over one). Only for

@@ -1,5 +1,11 @@
 #pragma once
 
+#include <atomic>
+#include <future>
+#include <memory>
+
+#include <gtest/gtest.h>
+
 #include "face/FaceServer.h"
 #include "face/ProtocolLog.h"
 #include "face/WatchFace.h"
@@ -7,11 +13,6 @@
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/ExtensionHost.h"
 #include "support/TemporaryDirectory.h"
-
-#include <atomic>
-#include <future>
-#include <gtest/gtest.h>
-#include <memory>
 
 namespace vexo::face::testing {
 

@@ -1,6 +1,21 @@
+#include "face/FaceServer.h"
+
+#include <array>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <nlohmann/json.hpp>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include "FaceServerFixture.h"
 #include "FaceTestClient.h"
-#include "face/FaceServer.h"
 #include "face/ProtocolLog.h"
 #include "face/WatchFace.h"
 #include "platform/runtime/AsioRunLoop.h"
@@ -12,19 +27,6 @@
 #include "platform/watchkit/Outlet.h"
 #include "support/TemporaryDirectory.h"
 
-#include <arpa/inet.h>
-#include <array>
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <future>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <nlohmann/json.hpp>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 using namespace vexo;
 using namespace vexo::face;
 using vexo::face::testing::HttpCall;
@@ -35,8 +37,8 @@ using HttpReply = vexo::face::testing::HttpReply;
 namespace {
 
 // The start of a 2 x 3 PNG: enough for the host to name it image/png with its size.
-const std::vector<std::uint8_t> kPng = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n', 0, 0, 0, 13, 'I', 'H', 'D', 'R',
-                                        0,    0,   0,   2,   0,    0,    0,    3,    8, 6, 0, 0,  0};
+const std::vector<std::uint8_t> kPng = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n', 0, 0, 0, 13, 'I', 'H', 'D',
+                                        'R',  0,   0,   0,   2,    0,    0,    0,    3, 8, 6, 0,  0,   0};
 
 class PageController : public watchkit::InterfaceController {
 public:
@@ -127,8 +129,8 @@ TEST_F(FaceServerTest, RoutesAnswerWithTheirStatusAndType) {
     const struct {
         HttpCall call;
         int status;
-        std::string type;  // prefix of the content type; "" for any
-        std::string body;  // part of the body; "" for any
+        std::string type; // prefix of the content type; "" for any
+        std::string body; // part of the body; "" for any
     } cases[] = {
         {{"GET", "/", "", {}}, 200, "text/html", "watch face"},
         {{"GET", "/index.html?reload=1", "", {}}, 200, "text/html", "watch face"},
@@ -152,17 +154,23 @@ TEST_F(FaceServerTest, RoutesAnswerWithTheirStatusAndType) {
         {{"GET", "/api/events", "", {}}, 405, "", ""},
         {{"GET", "/api/stream", "", {}}, 426, "", ""},
         // Events: done, malformed, refused by what is on screen.
-        {{"POST", "/api/events", R"({"type": "tap", "object": ")" + button + R"(", "id": 7})", {}}, 200, "application/json",
+        {{"POST", "/api/events", R"({"type": "tap", "object": ")" + button + R"(", "id": 7})", {}},
+         200,
+         "application/json",
          R"("id":7)"},
         {{"POST", "/api/events", "{", {}}, 400, "application/json", "not JSON"},
         {{"POST", "/api/events", R"({"type": "fly"})", {}}, 400, "application/json", "unknown type"},
         {{"POST", "/api/events", R"({"type": "tap"})", {}}, 400, "application/json", "object"},
         {{"POST", "/api/events", std::string(10000, '[') + std::string(10000, ']'), {}}, 400, "", ""},
-        {{"POST", "/api/events", R"({"type": "tap", "object": ")" + label + R"("})", {}}, 409, "application/json",
+        {{"POST", "/api/events", R"({"type": "tap", "object": ")" + label + R"("})", {}},
+         409,
+         "application/json",
          "only buttons"},
         {{"POST", "/api/events", R"({"type": "swipe", "page": 5})", {}}, 409, "", "no page 5"},
         {{"POST", "/api/events", R"({"type": "notificationAction", "notification": "n9", "identifier": "x"})", {}},
-         409, "", "no open notification"},
+         409,
+         "",
+         "no open notification"},
         // Size limits and the guards against other sites.
         {{"POST", "/api/events", std::string(FaceServer::kMaximumBodySize + 1, ' '), {}}, 413, "", ""},
         {{"GET", "/", "", {{"X-Filler", std::string(FaceServer::kMaximumHeaderSize, 'x')}}}, 431, "", ""},
@@ -274,7 +282,7 @@ TEST_F(FaceServerTest, StreamTakesOnlyPagesOfThisServer) {
     } cases[] = {
         {origin(), true},
         {"http://localhost:" + std::to_string(m_port), true},
-        {"", true},  // not a browser
+        {"", true}, // not a browser
         {"http://evil.example", false},
         {"http://127.0.0.1:" + std::to_string(m_port + 1), false},
         {"null", false},
@@ -333,7 +341,8 @@ TEST_F(FaceServerTest, ManyTabsSeeTheSameChanges) {
             while (std::optional<std::string> text = stream->read()) {
                 nlohmann::json message = nlohmann::json::parse(*text);
                 if (message["type"] == "changes") {
-                    labels.push_back(message.dump().find("pressed 1") != std::string::npos ? "pressed 1" : message.dump());
+                    labels.push_back(message.dump().find("pressed 1") != std::string::npos ? "pressed 1"
+                                                                                           : message.dump());
                     break;
                 }
             }
@@ -368,7 +377,8 @@ public:
             return false;
         std::string request = "GET /api/stream HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) +
                               "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
-                              "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nOrigin: " + origin + "\r\n\r\n";
+                              "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nOrigin: " +
+                              origin + "\r\n\r\n";
         if (::send(m_fd, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size()))
             return false;
         // Only the answer's head, byte by byte, so that nothing of the stream is read.

@@ -1,11 +1,12 @@
 #include "FaceTestClient.h"
-#include "ClientExchange.h"
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/websocket.hpp>
+
+#include "ClientExchange.h"
 
 namespace vexo::face::testing {
 
@@ -34,7 +35,8 @@ struct StreamClient::State {
     beast::flat_buffer buffer;
 };
 
-StreamClient::StreamClient() : m_state(new State) {}
+StreamClient::StreamClient()
+    : m_state(new State) {}
 
 StreamClient::~StreamClient() {
     delete m_state;
@@ -44,7 +46,8 @@ bool StreamClient::connect(std::uint16_t port, const std::string& origin) {
     auto& lowest = beast::get_lowest_layer(m_state->socket);
     lowest.expires_after(kDeadline);
     tcp::endpoint endpoint(net::ip::address_v4::loopback(), port);
-    beast::error_code error = complete(m_state->context, [&](auto handler) { lowest.async_connect(endpoint, handler); });
+    beast::error_code error =
+        complete(m_state->context, [&](auto handler) { lowest.async_connect(endpoint, handler); });
     if (!error) {
         m_state->socket.set_option(websocket::stream_base::decorator([origin](websocket::request_type& request) {
             if (!origin.empty())

@@ -12,16 +12,16 @@
 namespace vexo::face::testing {
 
 struct HttpReply {
-    int status = 0;  // 0 when no answer came
+    int status = 0; // 0 when no answer came
     std::string body;
-    std::map<std::string, std::string> headers;  // names in lower case
+    std::map<std::string, std::string> headers; // names in lower case
 };
 
 struct HttpCall {
     std::string method = "GET";
     std::string target = "/";
     std::string body;
-    std::map<std::string, std::string> headers;  // Host is 127.0.0.1:<port> unless given
+    std::map<std::string, std::string> headers; // Host is 127.0.0.1:<port> unless given
 };
 
 // One request on a fresh connection to 127.0.0.1:`port`.

@@ -1,5 +1,14 @@
 // The network listener as an attacker on the network meets it: over TLS on 127.0.0.2, with
 // the answers a browser or a script would get.
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
 #include "FaceServerFixture.h"
 #include "TlsTestClient.h"
 #include "face/DeviceTokens.h"
@@ -14,14 +23,6 @@
 #include "platform/watchkit/LayoutLoader.h"
 #include "platform/watchkit/Outlet.h"
 #include "support/TemporaryDirectory.h"
-
-#include <atomic>
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <future>
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 using namespace vexo;
 using namespace vexo::face;
@@ -86,8 +87,12 @@ protected:
     }
 
     HttpCall pairCall(const std::string& code) {
-        return {"POST", "/api/pair", nlohmann::json{{"code", code}}.dump(),
-                {{"Origin", origin()}, {"Content-Type", "application/json"}, {"User-Agent", "Mozilla/5.0 (Linux; Android 14) Chrome/120.0"}}};
+        return {"POST",
+                "/api/pair",
+                nlohmann::json{{"code", code}}.dump(),
+                {{"Origin", origin()},
+                 {"Content-Type", "application/json"},
+                 {"User-Agent", "Mozilla/5.0 (Linux; Android 14) Chrome/120.0"}}};
     }
 
     // Pairs a device with a fresh code; its cookie header ("vexo_device=...").
@@ -136,7 +141,9 @@ TEST_F(NetworkFaceTest, SecurityTable) {
         return HttpCall{"GET", std::move(target), "", std::move(more)};
     };
     auto postEvent = [&](std::string origin) {
-        return HttpCall{"POST", "/api/events", R"({"type": "swipe", "page": 0})",
+        return HttpCall{"POST",
+                        "/api/events",
+                        R"({"type": "swipe", "page": 0})",
                         {{"Cookie", device}, {"Origin", std::move(origin)}, {"Content-Type", "application/json"}}};
     };
 
@@ -149,7 +156,8 @@ TEST_F(NetworkFaceTest, SecurityTable) {
         {"a paired device opens the face", get("/", device), 200},
         {"and reads the watch", get("/api/snapshot", device), 200},
         {"and taps, from its own page", postEvent(origin()), 200},
-        {"rebinding: another site's name for this address", get("/", device, {{"Host", "attacker.example:" + port}}), 403},
+        {"rebinding: another site's name for this address", get("/", device, {{"Host", "attacker.example:" + port}}),
+         403},
         {"rebinding: a name without the port", get("/", device, {{"Host", "attacker.example"}}), 403},
         {"our address on another port", get("/", device, {{"Host", kAddress + ":1"}}), 403},
         {"a POST from another site", postEvent("https://attacker.example"), 403},
@@ -166,8 +174,8 @@ TEST_F(NetworkFaceTest, SecurityTable) {
         {"a code that is not text", HttpCall{"POST", "/api/pair", R"({"code": 7})", {{"Origin", origin()}}}, 403},
         {"a code in the request line", get("/api/pair?code=" + newCode(), ""), 405},
         {"device management from the network", get("/api/network", device), 403},
-        {"revoking from the network", HttpCall{"POST", "/api/network/revoke", R"({"name": "x"})",
-                                               {{"Cookie", device}, {"Origin", origin()}}}, 403},
+        {"revoking from the network",
+         HttpCall{"POST", "/api/network/revoke", R"({"name": "x"})", {{"Cookie", device}, {"Origin", origin()}}}, 403},
         {"a path out of the root", get("/../outside.txt", device), 403},
         {"an encoded path out of the root", get("/%2e%2e/outside.txt", device), 403},
         {"a link out of the root", get("/link.txt", device), 403},
@@ -189,7 +197,9 @@ TEST_F(NetworkFaceTest, SecurityTable) {
     };
     const std::vector<StreamRow> streams = {
         {"a paired device's page", {{"Origin", origin()}, {"Cookie", device}}, 101},
-        {"another site's page with the device's cookie", {{"Origin", "https://attacker.example"}, {"Cookie", device}}, 403},
+        {"another site's page with the device's cookie",
+         {{"Origin", "https://attacker.example"}, {"Cookie", device}},
+         403},
         {"no token", {{"Origin", origin()}}, 401},
         {"a revoked token", {{"Origin", origin()}, {"Cookie", revoked}}, 401},
     };
@@ -225,7 +235,7 @@ TEST_F(NetworkFaceTest, RevokingClosesTheDevicesOpenStream) {
     auto elapsed = onClient([&] {
         TlsStreamClient stream;
         EXPECT_EQ(stream.connect(kAddress, m_networkPort, {{"Origin", origin()}, {"Cookie", device}}), 101);
-        EXPECT_TRUE(stream.read());  // the snapshot
+        EXPECT_TRUE(stream.read()); // the snapshot
         // As `vexo-watch revoke` does it: another process changes the devices file.
         auto start = std::chrono::steady_clock::now();
         DeviceTokens tokens(m_folder);

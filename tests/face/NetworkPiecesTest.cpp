@@ -1,16 +1,17 @@
 // The parts of the network mode that need no sockets: codes, tokens, the request guard, the
 // QR code and the certificate.
+#include <algorithm>
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
 #include "face/DeviceTokens.h"
 #include "face/PairingCodes.h"
 #include "face/QrCode.h"
 #include "face/RequestGuard.h"
 #include "face/TlsCertificate.h"
 #include "support/TemporaryDirectory.h"
-
-#include <algorithm>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
 using namespace vexo::face;
 using namespace std::chrono_literals;
@@ -27,7 +28,7 @@ TEST(PairingCodesTest, ACodeWorksOnceAndOnlyWithinAMinute) {
     std::string fresh = codes.issue(kNow).value();
     std::string old = codes.issue(kNow - 60s).value();
     std::string almost = codes.issue(kNow - 59s).value();
-    EXPECT_EQ(fresh.size(), 22u);  // 128 bits in base64url
+    EXPECT_EQ(fresh.size(), 22u); // 128 bits in base64url
     EXPECT_NE(fresh, almost);
     // A second object, as another process would see the file.
     PairingCodes server(directory.path());
@@ -49,10 +50,15 @@ TEST(PairingCodesTest, FailuresLockPairingForAMinute) {
     };
     const std::vector<Step> steps = {
         // Four failures, then the oldest leaves the window: no lock-out yet.
-        {0s, "x", V::Refused}, {1s, "wrong", V::Refused}, {2s, "AAAAAAAAAAAAAAAAAAAAAA", V::Refused},
-        {3s, "", V::Refused},  {60s, "y", V::Refused},
+        {0s, "x", V::Refused},
+        {1s, "wrong", V::Refused},
+        {2s, "AAAAAAAAAAAAAAAAAAAAAA", V::Refused},
+        {3s, "", V::Refused},
+        {60s, "y", V::Refused},
         // The fifth within a minute locks, and the right code is refused while it lasts.
-        {60s, "z", V::LockedOut}, {100s, right, V::LockedOut}, {119s, right, V::LockedOut},
+        {60s, "z", V::LockedOut},
+        {100s, right, V::LockedOut},
+        {119s, right, V::LockedOut},
         // A minute later it works again (the code, made at 100 s, is still valid).
         {120s, right, V::Accepted},
     };
@@ -67,7 +73,9 @@ TEST(DeviceTokensTest, NamesAreCleanAndUnique) {
         {"Pixel", "Pixel"},
         {"Pixel", "Pixel 2"},
         {"  Pixel\t\n", "Pixel 3"},
-        {"a\x01" "b   c", "a b c"},
+        {"a\x01"
+         "b   c",
+         "a b c"},
         {"", "Device"},
         {std::string(50, 'x'), std::string(40, 'x')},
         {std::string(39, 'x') + "\xc3\xa9", std::string(39, 'x')},
@@ -96,14 +104,16 @@ TEST(DeviceTokensTest, RenameRevokeAndAuthenticateAgreeAcrossProcesses) {
     // The use is noted, and a change by the watch keeps what the command did.
     std::vector<PairedDevice> devices = command.devices();
     ASSERT_EQ(devices.size(), 1u);
-    EXPECT_EQ(devices[0].lastUsed, std::chrono::duration_cast<std::chrono::seconds>((kNow + 1h).time_since_epoch()).count());
+    EXPECT_EQ(devices[0].lastUsed,
+              std::chrono::duration_cast<std::chrono::seconds>((kNow + 1h).time_since_epoch()).count());
 }
 
 TEST(DeviceTokensTest, NamesForUserAgents) {
     const std::vector<std::pair<std::string, std::string>> agents = {
         {"Mozilla/5.0 (Linux; Android 14; Pixel 7) AppleWebKit/537.36 Chrome/120.0 Mobile Safari/537.36",
          "Chrome on Android"},
-        {"Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 Version/17.0 Mobile/15E148 Safari/604.1",
+        {"Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 Version/17.0 Mobile/15E148 "
+         "Safari/604.1",
          "Safari on iPhone"},
         {"Mozilla/5.0 (Android 14; Mobile; rv:120.0) Gecko/120.0 Firefox/120.0", "Firefox on Android"},
         {"curl/8.0", "Browser"},
@@ -115,9 +125,15 @@ TEST(DeviceTokensTest, NamesForUserAgents) {
 TEST(RequestGuardTest, HostsAndOrigins) {
     RequestGuard guard({"192.168.1.5", "Studio", "[fd00::5]"}, 8421);
     const std::vector<std::pair<std::string, bool>> hosts = {
-        {"192.168.1.5:8421", true},  {"studio:8421", true},          {"[fd00::5]:8421", true},
-        {"192.168.1.5", false},      {"192.168.1.5:8420", false},    {"attacker.example:8421", false},
-        {"192.168.1.5.nip.io:8421", false}, {"192.168.1.5:8421@x", false}, {"", false},
+        {"192.168.1.5:8421", true},
+        {"studio:8421", true},
+        {"[fd00::5]:8421", true},
+        {"192.168.1.5", false},
+        {"192.168.1.5:8420", false},
+        {"attacker.example:8421", false},
+        {"192.168.1.5.nip.io:8421", false},
+        {"192.168.1.5:8421@x", false},
+        {"", false},
     };
     for (const auto& [host, allowed] : hosts)
         EXPECT_EQ(guard.hostAllowed(host), allowed) << host;

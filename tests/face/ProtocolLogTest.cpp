@@ -1,9 +1,11 @@
 #include "face/ProtocolLog.h"
-#include "face/RecordingParentApplication.h"
 
 #include <cmath>
-#include <gtest/gtest.h>
 #include <limits>
+
+#include <gtest/gtest.h>
+
+#include "face/RecordingParentApplication.h"
 
 using namespace vexo;
 using namespace vexo::face;
@@ -64,8 +66,11 @@ TEST(ProtocolLogTest, KeepsTheNewestRecordsInOrderAndTellsListeners) {
     ASSERT_EQ(records.size(), ProtocolLog::kCapacity);
     EXPECT_EQ(records.front()["sequence"], 7);
     EXPECT_EQ(records.front()["contents"]["i"], 6);
-    EXPECT_EQ(records.back(), nlohmann::json({{"sequence", 506}, {"identifier", "mixerAction"}, {"direction", "toPhone"},
-                                              {"time", 1234}, {"contents", nullptr}}));
+    EXPECT_EQ(records.back(), nlohmann::json({{"sequence", 506},
+                                              {"identifier", "mixerAction"},
+                                              {"direction", "toPhone"},
+                                              {"time", 1234},
+                                              {"contents", nullptr}}));
     EXPECT_EQ(heard.size(), 505u);
 }
 
@@ -82,8 +87,10 @@ TEST(ProtocolLogTest, TheRecordingLinkLogsEachDictionaryAndPassesItOn) {
         std::string identifier;
         nlohmann::json contents;
     } cases[] = {
-        {&link, plist::Dictionary{{"identifier", "turntableAction"}, {"contents", plist::Dictionary{{"action", 0}}}},
-         "turntableAction", {{"action", 0}}},
+        {&link,
+         plist::Dictionary{{"identifier", "turntableAction"}, {"contents", plist::Dictionary{{"action", 0}}}},
+         "turntableAction",
+         {{"action", 0}}},
         {&link, plist::Dictionary{}, "libraryAction", {{"action", 3}}},
         {&plain, plist::Dictionary{}, "wake-up", nullptr},
         {&link, plist::Dictionary{{"other", 1}}, "openParentApplication", {{"other", 1}}},

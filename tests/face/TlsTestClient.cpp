@@ -1,5 +1,4 @@
 #include "TlsTestClient.h"
-#include "ClientExchange.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -8,6 +7,8 @@
 #include <boost/beast/ssl.hpp>
 #include <boost/beast/websocket.hpp>
 #include <boost/beast/websocket/ssl.hpp>
+
+#include "ClientExchange.h"
 
 namespace vexo::face::testing {
 
@@ -54,7 +55,8 @@ struct TlsStreamClient::State {
     beast::flat_buffer buffer;
 };
 
-TlsStreamClient::TlsStreamClient() : m_state(new State) {}
+TlsStreamClient::TlsStreamClient()
+    : m_state(new State) {}
 
 TlsStreamClient::~TlsStreamClient() {
     delete m_state;

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "FaceTestClient.h"
-
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+
+#include "FaceTestClient.h"
 
 // Blocking HTTPS and secure WebSocket clients for the network listener's tests, like those
 // of FaceTestClient.h: they trust any certificate (the server's is self-signed), give up

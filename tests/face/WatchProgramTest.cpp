@@ -1,16 +1,17 @@
 // The real vexo-watch program, started as a person starts it.
 
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
 #include "FaceTestClient.h"
 #include "support/ScopedEnvironment.h"
 #include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
-
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-#include <regex>
 
 #ifdef VEXO_WATCH_PROGRAM
 
@@ -77,7 +78,7 @@ TEST_F(WatchProgramTest, UsageErrorsExitWithTwo) {
     const struct {
         std::vector<std::string> arguments;
         int exitCode;
-        std::string output;  // part of standard output or error
+        std::string output; // part of standard output or error
     } cases[] = {
         {{"--help"}, 0, "--port"},
         {{"--version"}, 0, "vexo-watch"},
@@ -90,7 +91,8 @@ TEST_F(WatchProgramTest, UsageErrorsExitWithTwo) {
     for (const auto& row : cases) {
         Subprocess::Result result = Subprocess::run(command(row.arguments));
         EXPECT_EQ(result.exitCode, row.exitCode) << row.arguments[0];
-        EXPECT_NE((result.output + result.errors).find(row.output), std::string::npos) << result.output << result.errors;
+        EXPECT_NE((result.output + result.errors).find(row.output), std::string::npos)
+            << result.output << result.errors;
     }
 }
 

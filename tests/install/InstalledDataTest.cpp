@@ -1,10 +1,12 @@
 // Finding the files a program ships beside it, wherever the tree was installed or unpacked.
 
 #include "platform/install/InstalledData.h"
-#include "support/TemporaryDirectory.h"
 
 #include <fstream>
+
 #include <gtest/gtest.h>
+
+#include "support/TemporaryDirectory.h"
 
 using vexo::install::InstalledData;
 

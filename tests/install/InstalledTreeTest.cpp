@@ -2,19 +2,20 @@
 // moved elsewhere, and the programs run from it with none of the variables that point at
 // data, so that they can find their files only beside themselves.
 
-#include "face/FaceTestClient.h"
-#include "support/ScopedEnvironment.h"
-#include "support/Subprocess.h"
-#include "support/TemporaryDirectory.h"
-
 #include <chrono>
 #include <csignal>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <thread>
+
+#include <gtest/gtest.h>
+
+#include "face/FaceTestClient.h"
+#include "support/ScopedEnvironment.h"
+#include "support/Subprocess.h"
+#include "support/TemporaryDirectory.h"
 
 using vexo::testing::Subprocess;
 
@@ -74,9 +75,9 @@ protected:
         m_prefix = m_directory.path() / "elsewhere";
         std::filesystem::rename(staging, m_prefix);
 
-        for (const char* name : {"VEXO_RESOURCE_DIR", "VEXO_ASSET_DIR", "VEXO_WEB_DIR", "VEXO_CONTAINER_ROOT",
-                                 "VEXO_MEDIA_LIBRARY", "VEXO_PHONE_LAUNCH_COMMAND", "VEXO_LANGUAGE", "VEXO_LOCALE",
-                                 "LC_ALL", "NOTIFY_SOCKET", "WATCHDOG_USEC"})
+        for (const char* name :
+             {"VEXO_RESOURCE_DIR", "VEXO_ASSET_DIR", "VEXO_WEB_DIR", "VEXO_CONTAINER_ROOT", "VEXO_MEDIA_LIBRARY",
+              "VEXO_PHONE_LAUNCH_COMMAND", "VEXO_LANGUAGE", "VEXO_LOCALE", "LC_ALL", "NOTIFY_SOCKET", "WATCHDOG_USEC"})
             m_environment.set(name, std::nullopt);
         m_environment.set("LANG", "C.UTF-8");
         m_environment.set("HOME", (m_directory.path() / "home").string());
@@ -108,8 +109,10 @@ TEST_F(InstalledTreeTest, TheWatchServesItsInstalledFilesAndThePhoneAnswers) {
 
     Subprocess phone({program("vexo-phone"), "--audio-device", "none"});
     std::optional<std::string> listening = phone.readLine(60);
-    ASSERT_TRUE(listening && listening->starts_with("listening in " + (m_directory.path() / "XDG_RUNTIME_DIR/vexo").string()))
-        << listening.value_or("(no line)") << "\n" << phone.errors();
+    ASSERT_TRUE(listening &&
+                listening->starts_with("listening in " + (m_directory.path() / "XDG_RUNTIME_DIR/vexo").string()))
+        << listening.value_or("(no line)") << "\n"
+        << phone.errors();
     // The index goes where data belongs.
     EXPECT_TRUE(std::filesystem::exists(m_directory.path() / "XDG_DATA_HOME/vexo/media-library.sqlite"));
 
@@ -117,7 +120,8 @@ TEST_F(InstalledTreeTest, TheWatchServesItsInstalledFilesAndThePhoneAnswers) {
     std::optional<std::string> line = watch.readLine(60);
     std::smatch match;
     static const std::regex serving(R"(^Watch face: http://127\.0\.0\.1:(\d+)/$)");
-    ASSERT_TRUE(line && std::regex_match(*line, match, serving)) << line.value_or("(no line)") << "\n" << watch.errors();
+    ASSERT_TRUE(line && std::regex_match(*line, match, serving)) << line.value_or("(no line)") << "\n"
+                                                                 << watch.errors();
     const auto port = static_cast<std::uint16_t>(std::stoi(match[1]));
 
     using vexo::face::testing::httpRequest;
@@ -182,8 +186,8 @@ TEST_F(InstalledTreeTest, BashCompletesOptionsSubcommandsAndFiles) {
     std::ofstream(m_directory.path() / "mix-one.wav") << "";
     const std::filesystem::path script = m_prefix / "share/bash-completion/completions/vexo-phone";
     const struct {
-        std::vector<std::string> words;  // the command line, the word being completed last
-        std::vector<std::string> expected;  // all offered, in order
+        std::vector<std::string> words;    // the command line, the word being completed last
+        std::vector<std::string> expected; // all offered, in order
     } cases[] = {
         {{"vexo-library", "sc"}, {"scan"}},
         {{"vexo-library", "p"}, {"playlists"}},
@@ -191,7 +195,8 @@ TEST_F(InstalledTreeTest, BashCompletesOptionsSubcommandsAndFiles) {
         {{"vexo-phone", "notify", ""}, {"automix", "load"}},
         {{"vexo-phone", "notify", "load", "--h"}, {"--help"}},
         {{"vexo-phone", "--verbose", "--au"}, {"--audio-device", "--auto-gain-target"}},
-        {{"vexo-phone", "--record", (m_directory.path() / "mix-").string()}, {(m_directory.path() / "mix-one.wav").string()}},
+        {{"vexo-phone", "--record", (m_directory.path() / "mix-").string()},
+         {(m_directory.path() / "mix-one.wav").string()}},
         {{"vexo-watch", "--port", ""}, {}},
         {{"wormhole", "cl"}, {"clear"}},
     };

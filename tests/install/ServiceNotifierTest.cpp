@@ -1,14 +1,15 @@
 // What a program under systemd tells its service manager, received on a socket of ours.
 
 #include "common/ServiceNotifier.h"
-#include "platform/runtime/DeterministicRunLoop.h"
-#include "support/ScopedEnvironment.h"
-#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include "platform/runtime/DeterministicRunLoop.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
 
 using vexo::apps::ServiceNotifier;
 

@@ -1,8 +1,8 @@
 #include "model/KMExtensions.h"
 
-#include <gtest/gtest.h>
-
 #include <limits>
+
+#include <gtest/gtest.h>
 
 using vexo::model::KMExtensions;
 using vexo::plist::Value;
@@ -37,6 +37,5 @@ TEST(KMExtensionsTest, TextIsScannedAsHexadecimal) {
         EXPECT_EQ(KMExtensions::persistentIDNumberForString(text), number) << text.value_or("(nothing)");
     // Text and number round-trip for the largest identifier.
     const auto largest = Value(std::numeric_limits<std::uint64_t>::max());
-    EXPECT_EQ(KMExtensions::persistentIDNumberForString(KMExtensions::persistentIDStringForNumber(largest)),
-              largest);
+    EXPECT_EQ(KMExtensions::persistentIDNumberForString(KMExtensions::persistentIDStringForNumber(largest)), largest);
 }

@@ -1,14 +1,13 @@
 // The model over a real media library: an index scanned from a generated music folder.
-#include "ModelTestFixture.h"
+#include <fstream>
 
+#include "ModelTestFixture.h"
 #include "model/KMExtensions.h"
 #include "model/VXAWLibrary.h"
+#include "platform/media/AudioFixture.h"
 #include "platform/media/LibraryScanner.h"
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/OperationQueue.h"
-#include "platform/media/AudioFixture.h"
-
-#include <fstream>
 
 using namespace vexo;
 using namespace vexo::model;
@@ -23,8 +22,8 @@ protected:
         ModelTest::SetUp();
         std::filesystem::create_directories(music());
         for (const char* title : {"Warm Up", "Peak Time", "Cool Down"})
-            ASSERT_TRUE(AudioFixture::write(music() / (std::string(title) + ".wav"),
-                                            AudioFixture::Format::Wav, 1.0, {title, "Vexo", "", "", {}, {}}));
+            ASSERT_TRUE(AudioFixture::write(music() / (std::string(title) + ".wav"), AudioFixture::Format::Wav, 1.0,
+                                            {title, "Vexo", "", "", {}, {}}));
         std::ofstream(music() / "Set.m3u") << "#EXTM3U\nWarm Up.wav\nPeak Time.wav\n";
         scan();
         m_library = media::MediaLibrary::open(index());

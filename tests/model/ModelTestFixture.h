@@ -1,5 +1,10 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
 #include "model/Environment.h"
 #include "model/VXAWProtocol.h"
 #include "platform/runtime/DeterministicRunLoop.h"
@@ -10,11 +15,6 @@
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
 #include "transport/MMWormhole.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 namespace vexo::model::testing {
 
@@ -27,8 +27,8 @@ protected:
         m_variables.set("VEXO_CONTAINER_ROOT", m_root.path().string());
         m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
         installEnvironment({&m_loop, m_parent, nullptr, makeDefaults()});
-        m_phone = std::make_unique<transport::MMWormhole>(
-            std::string(VXAWWormholeApplicationGroupIdentifier), std::string(kWormholeMessageDirectory));
+        m_phone = std::make_unique<transport::MMWormhole>(std::string(VXAWWormholeApplicationGroupIdentifier),
+                                                          std::string(kWormholeMessageDirectory));
     }
 
     void TearDown() override {
@@ -98,8 +98,8 @@ private:
 
 // {"identifier": identifier, "contents": contents}, as a deck or the mixer hands it over.
 inline plist::Value envelope(std::string_view identifier, plist::Dictionary contents) {
-    return plist::Value(plist::Dictionary{{"identifier", plist::Value(identifier)},
-                                          {"contents", plist::Value(std::move(contents))}});
+    return plist::Value(
+        plist::Dictionary{{"identifier", plist::Value(identifier)}, {"contents", plist::Value(std::move(contents))}});
 }
 
 } // namespace vexo::model::testing

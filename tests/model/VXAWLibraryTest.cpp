@@ -1,6 +1,6 @@
-#include "ModelTestFixture.h"
-
 #include "model/VXAWLibrary.h"
+
+#include "ModelTestFixture.h"
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/NotificationCenter.h"
 #include "platform/runtime/OperationQueue.h"
@@ -69,9 +69,9 @@ TEST_F(VXAWLibraryTest, PagesJoinOnlyWhenTheyContinueTheList) {
 }
 
 TEST_F(VXAWLibraryTest, OtherIdentifiersChangeNothingAndTheSectionStartsAvailable) {
-    phoneWrites("libraryItems", Value(Dictionary{{"sectionIsAvailable", Value(false)},
-                                                 {"visible", Value(true)},
-                                                 {"navigationLevel", Value(2)}}));
+    phoneWrites("libraryItems",
+                Value(Dictionary{
+                    {"sectionIsAvailable", Value(false)}, {"visible", Value(true)}, {"navigationLevel", Value(2)}}));
     const auto library = makeLibrary();
     EXPECT_TRUE(library->isSectionAvailable());
     EXPECT_TRUE(library->isVisible());

@@ -1,6 +1,6 @@
-#include "ModelTestFixture.h"
-
 #include "model/VXAWMixer.h"
+
+#include "ModelTestFixture.h"
 
 using namespace vexo;
 using namespace vexo::model;

@@ -1,8 +1,8 @@
-#include "ModelTestFixture.h"
+#include "model/VXAWModel.h"
 
+#include "ModelTestFixture.h"
 #include "model/VXAWLibrary.h"
 #include "model/VXAWMixer.h"
-#include "model/VXAWModel.h"
 #include "model/VXAWTurntable.h"
 
 using namespace vexo;
@@ -33,7 +33,8 @@ TEST_F(VXAWModelTest, LooksDecksUpByOneBasedNumber) {
     EXPECT_EQ(model->turntables()[0], model->turntable1());
     EXPECT_EQ(model->turntable1()->turntableNumber(), 1);
     EXPECT_EQ(model->turntable2()->turntableNumber(), 2);
-    for (std::int64_t number : {std::int64_t{0}, std::int64_t{-1}, std::int64_t{3}, std::numeric_limits<std::int64_t>::min()})
+    for (std::int64_t number :
+         {std::int64_t{0}, std::int64_t{-1}, std::int64_t{3}, std::numeric_limits<std::int64_t>::min()})
         EXPECT_EQ(model->turntable(number), nullptr) << number;
     EXPECT_TRUE(model->mixer());
     EXPECT_TRUE(model->library());

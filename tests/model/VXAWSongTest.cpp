@@ -9,8 +9,10 @@ using plist::Value;
 
 namespace {
 
-const Dictionary kComplete{{"songID", Value("A1")}, {"name", Value("Intro")},
-                           {"artist", Value("Vexo")}, {"duration", Value(245)},
+const Dictionary kComplete{{"songID", Value("A1")},
+                           {"name", Value("Intro")},
+                           {"artist", Value("Vexo")},
+                           {"duration", Value(245)},
                            {"artworkImage", Value(plist::Data{1, 2, 3})}};
 
 Dictionary with(Dictionary dictionary, const std::string& key, std::optional<Value> value) {

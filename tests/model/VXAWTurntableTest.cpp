@@ -1,6 +1,6 @@
-#include "ModelTestFixture.h"
-
 #include "model/VXAWTurntable.h"
+
+#include "ModelTestFixture.h"
 #include "platform/runtime/Timer.h"
 
 using namespace vexo;
@@ -13,15 +13,21 @@ using plist::Value;
 namespace {
 
 const std::vector<std::string> kObservedKeys = {
-    "song", "playing", "currentTime", "currentDisplayTime", "autoLoopBeatInterval", "looping",
-    "fxName", "fxEnabled", "fxLowPassEnabled", "fxHighPassEnabled", "bpm", "key"};
+    "song",    "playing", "currentTime", "currentDisplayTime", "autoLoopBeatInterval",
+    "looping", "fxName",  "fxEnabled",   "fxLowPassEnabled",   "fxHighPassEnabled",
+    "bpm",     "key"};
 
 const Dictionary kPlayingStatus{
-    {"playing", Value(true)},       {"currentTime", Value(61)},
-    {"currentDisplayTime", Value("1:01")}, {"autoLoopBeatInterval", Value(0.1)},
-    {"looping", Value(true)},       {"fxName", Value("Echo")},
-    {"fxEnabled", Value(true)},     {"fxLowPassEnabled", Value(false)},
-    {"fxHighPassEnabled", Value(true)}, {"bpm", Value("128")},
+    {"playing", Value(true)},
+    {"currentTime", Value(61)},
+    {"currentDisplayTime", Value("1:01")},
+    {"autoLoopBeatInterval", Value(0.1)},
+    {"looping", Value(true)},
+    {"fxName", Value("Echo")},
+    {"fxEnabled", Value(true)},
+    {"fxLowPassEnabled", Value(false)},
+    {"fxHighPassEnabled", Value(true)},
+    {"bpm", Value("128")},
     {"key", Value("8A")},
 };
 
@@ -87,7 +93,8 @@ TEST_F(VXAWTurntableTest, ARepeatedStatusNotifiesEveryPropertyButPlaying) {
     phoneWrites("turntableStatus1", Value(kPlayingStatus));
     const std::vector<std::string> everyStatusKey = {
         "playing", "currentTime", "currentDisplayTime", "autoLoopBeatInterval", "looping",
-        "fxName", "fxEnabled", "fxLowPassEnabled", "fxHighPassEnabled", "bpm", "key"};
+        "fxName",  "fxEnabled",   "fxLowPassEnabled",   "fxHighPassEnabled",    "bpm",
+        "key"};
     EXPECT_EQ(recorder.take(), everyStatusKey);
 
     phoneWrites("turntableStatus1", Value(kPlayingStatus));
@@ -170,9 +177,9 @@ TEST_F(VXAWTurntableTest, SendsTheEnvelopeWithParamsOnlyWhenGiven) {
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[0], envelope("turntableAction", {{"turntable", Value(2)}, {"action", Value(0)}}));
     EXPECT_EQ(sent[0]["contents"].count(), 2u);
-    EXPECT_EQ(sent[1], envelope("turntableAction",
-                                {{"turntable", Value(2)}, {"action", Value(6)},
-                                 {"params", Value(Dictionary{{"itemID", Value("AB12")}})}}));
+    EXPECT_EQ(sent[1], envelope("turntableAction", {{"turntable", Value(2)},
+                                                    {"action", Value(6)},
+                                                    {"params", Value(Dictionary{{"itemID", Value("AB12")}})}}));
     EXPECT_TRUE(sent[1]["contents"]["action"].asInteger());
 }
 

@@ -1,18 +1,18 @@
 #include "phone/Deck.h"
-#include "phone/PersistentIDText.h"
 
 #include <cmath>
 
 #include <gtest/gtest.h>
 
 #include "EngineTestFixture.h"
+#include "phone/PersistentIDText.h"
 
 using namespace vexo::phone;
 
 TEST(DeckTest, DisplayTimeIsMinutesAndSecondsThenHours) {
     const std::pair<double, const char*> rows[] = {
-        {0, "0:00"}, {0.99, "0:00"}, {59.5, "0:59"}, {60, "1:00"}, {605, "10:05"}, {3599, "59:59"},
-        {3600, "1:00:00"}, {36125, "10:02:05"}, {-3, "0:00"}, {std::nan(""), "0:00"},
+        {0, "0:00"},     {0.99, "0:00"},    {59.5, "0:59"},      {60, "1:00"}, {605, "10:05"},
+        {3599, "59:59"}, {3600, "1:00:00"}, {36125, "10:02:05"}, {-3, "0:00"}, {std::nan(""), "0:00"},
     };
     for (const auto& [seconds, text] : rows)
         EXPECT_EQ(Deck::displayTime(seconds), text) << seconds;
@@ -61,9 +61,16 @@ TEST(DeckTest, IdentifiersReadOnlyTheLinksHexadecimalForm) {
     EXPECT_EQ(persistentIDText(0xAB12), "AB12");
     EXPECT_EQ(persistentIDText(UINT64_MAX), "FFFFFFFFFFFFFFFF");
     const std::pair<const char*, std::optional<vexo::media::PersistentID>> rows[] = {
-        {"AB12", 0xAB12}, {"ab12", 0xAB12}, {"FFFFFFFFFFFFFFFF", UINT64_MAX}, {"0", std::nullopt},
-        {"", std::nullopt}, {"0x1", std::nullopt}, {"-1", std::nullopt}, {"1G", std::nullopt},
-        {" 1", std::nullopt}, {"10000000000000000", std::nullopt},
+        {"AB12", 0xAB12},
+        {"ab12", 0xAB12},
+        {"FFFFFFFFFFFFFFFF", UINT64_MAX},
+        {"0", std::nullopt},
+        {"", std::nullopt},
+        {"0x1", std::nullopt},
+        {"-1", std::nullopt},
+        {"1G", std::nullopt},
+        {" 1", std::nullopt},
+        {"10000000000000000", std::nullopt},
     };
     for (const auto& [text, expected] : rows)
         EXPECT_EQ(persistentIDFromText(text), expected) << text;

@@ -1,7 +1,6 @@
-#include "EngineTestFixture.h"
-
 #include <cmath>
 
+#include "EngineTestFixture.h"
 #include "audio/AudioEngine.h"
 
 using namespace vexo;
@@ -56,9 +55,8 @@ TEST_F(EngineAnalysisTest, TheWatchGetsTheTagsFirstElseTheAnalysisInCamelotNotat
     };
     using enum media::ValuePreference;
     const Row rows[] = {
-        {0xA1, Tags, 124, "8A"},   {0xA1, Analysis, 124, "8A"}, // 123.6 rounds to 124 on the wire
-        {0xB2, Tags, 87, "4B"},    {0xB2, Analysis, 87, "4B"},
-        {0xC3, Tags, 0, ""},       {0xC3, Analysis, 0, ""},
+        {0xA1, Tags, 124, "8A"}, {0xA1, Analysis, 124, "8A"}, // 123.6 rounds to 124 on the wire
+        {0xB2, Tags, 87, "4B"},  {0xB2, Analysis, 87, "4B"},  {0xC3, Tags, 0, ""}, {0xC3, Analysis, 0, ""},
     };
     for (const Row& row : rows) {
         engine().setValuePreference(row.preference);
@@ -91,12 +89,11 @@ TEST(SoundLinkTest, AutoGainBringsSongsToTheTargetWithinItsBounds) {
         double decibels;
     };
     const Row rows[] = {
-        {-18, -8, -0.5, -10},          // loud: cut to the target
-        {-18, -40, -20, 6},            // quiet: boosted by 6 dB at most
-        {-18, -21, -1.5, 1.5},         // a boost stops at the true peak
-        {-18, -50, std::nullopt, 6},
-        {-18, std::nullopt, -3, 0},    // not measured: as it is
-        {std::nullopt, -8, -0.5, 0},   // switched off
+        {-18, -8, -0.5, -10},                                    // loud: cut to the target
+        {-18, -40, -20, 6},                                      // quiet: boosted by 6 dB at most
+        {-18, -21, -1.5, 1.5},                                   // a boost stops at the true peak
+        {-18, -50, std::nullopt, 6}, {-18, std::nullopt, -3, 0}, // not measured: as it is
+        {std::nullopt, -8, -0.5, 0},                             // switched off
         {-14, -8, -0.5, -6},
     };
     for (const Row& row : rows) {

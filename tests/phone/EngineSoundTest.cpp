@@ -110,8 +110,8 @@ TEST_F(EngineSoundTest, ASongThatCannotPlayLeavesTheDeckAsItWas) {
     std::ofstream(m_folder.path() / "garbage.mp3") << std::string(4096, 'x');
     {
         std::string error;
-        ASSERT_TRUE(audio::testing::writeToneFile(m_folder.path() / "whole.flac", ToneRecipe{kRate, 4, 440, 0.5, 0},
-                                                  &error));
+        ASSERT_TRUE(
+            audio::testing::writeToneFile(m_folder.path() / "whole.flac", ToneRecipe{kRate, 4, 440, 0.5, 0}, &error));
         std::ifstream whole(m_folder.path() / "whole.flac", std::ios::binary);
         std::string bytes((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
         std::ofstream(m_folder.path() / "truncated.flac", std::ios::binary) << bytes.substr(0, 30);
@@ -178,16 +178,15 @@ TEST_F(EngineSoundTest, SyncMatchesTempoAndBeatsAndKeylockKeepsThePitch) {
     };
     EXPECT_NEAR(interval(two) / interval(one), 1.0, 1e-3) << "the same tempo heard";
     for (const double beat : two) {
-        const auto nearest = *std::min_element(one.begin(), one.end(), [&](double a, double b) {
-            return std::fabs(a - beat) < std::fabs(b - beat);
-        });
+        const auto nearest = *std::min_element(
+            one.begin(), one.end(), [&](double a, double b) { return std::fabs(a - beat) < std::fabs(b - beat); });
         EXPECT_LT(std::fabs(nearest - beat), 0.005 * kRate) << "beats fall together";
     }
     EXPECT_EQ(status(2)["bpm"].integerValue(), 120);
     // Keylock: deck 2 plays 5 % slower and its clicks keep their 3 kHz.
     ASSERT_GT(two.size(), 3u);
-    EXPECT_NEAR(dominantFrequency(channel(mix, 0, static_cast<std::size_t>(two[2]), 480), kRate, 2500, 3500, 10),
-                3000, 30);
+    EXPECT_NEAR(dominantFrequency(channel(mix, 0, static_cast<std::size_t>(two[2]), 480), kRate, 2500, 3500, 10), 3000,
+                30);
 }
 
 TEST_F(EngineSoundTest, KeylockHoldsThePitchWhileTheTempoMovesSixPercent) {

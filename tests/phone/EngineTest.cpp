@@ -1,7 +1,7 @@
-#include "EngineTestFixture.h"
-
 #include <cmath>
 #include <functional>
+
+#include "EngineTestFixture.h"
 
 using namespace vexo;
 using namespace vexo::phone;
@@ -20,7 +20,8 @@ protected:
     void SetUp() override {
         m_catalog.songs = {makeSong(0xA1, "Alpha", 240), makeSong(0xB2, "Bravo", 180, 100, "5A"),
                            makeSong(0xC3, "Charlie", 200, 0, "")};
-        m_catalog.lists = {media::MediaPlaylist(7, "Set", {m_catalog.songs[2], m_catalog.songs[0], m_catalog.songs[1]})};
+        m_catalog.lists = {
+            media::MediaPlaylist(7, "Set", {m_catalog.songs[2], m_catalog.songs[0], m_catalog.songs[1]})};
     }
 };
 
@@ -45,13 +46,19 @@ TEST_F(EngineActionTest, EveryDeckActionAnswersWithTheStatusThatFollows) {
              EXPECT_FALSE(status(1)["playing"].boolValue());
          }},
         {"0 play", [&] { send(deckAction(1, 0)); }, [&] { EXPECT_TRUE(status(1)["playing"].boolValue()); }},
-        {"16 after 65 s", [&] { m_loop.advance(65.4); send(deckAction(1, 16)); },
+        {"16 after 65 s",
+         [&] {
+             m_loop.advance(65.4);
+             send(deckAction(1, 16));
+         },
          [&] {
              EXPECT_EQ(status(1)["currentTime"].integerValue(), 65);
              EXPECT_EQ(status(1)["currentDisplayTime"], Value("1:05"));
          }},
-        {"2 skip forward", [&] { send(deckAction(1, 2)); }, [&] { EXPECT_EQ(status(1)["currentTime"].integerValue(), 75); }},
-        {"3 skip backward", [&] { send(deckAction(1, 3)); }, [&] { EXPECT_EQ(status(1)["currentTime"].integerValue(), 65); }},
+        {"2 skip forward", [&] { send(deckAction(1, 2)); },
+         [&] { EXPECT_EQ(status(1)["currentTime"].integerValue(), 75); }},
+        {"3 skip backward", [&] { send(deckAction(1, 3)); },
+         [&] { EXPECT_EQ(status(1)["currentTime"].integerValue(), 65); }},
         {"1 pause", [&] { send(deckAction(1, 1)); }, [&] { EXPECT_FALSE(status(1)["playing"].boolValue()); }},
         {"8 halve the loop", [&] { send(deckAction(1, 8)); },
          [&] { EXPECT_EQ(status(1)["autoLoopBeatInterval"].doubleValue(), 2); }},
@@ -59,7 +66,11 @@ TEST_F(EngineActionTest, EveryDeckActionAnswersWithTheStatusThatFollows) {
          [&] { EXPECT_EQ(status(1)["autoLoopBeatInterval"].doubleValue(), 4); }},
         {"10 loop on", [&] { send(deckAction(1, 10)); }, [&] { EXPECT_TRUE(status(1)["looping"].boolValue()); }},
         {"11 next effect", [&] { send(deckAction(1, 11)); }, [&] { EXPECT_EQ(status(1)["fxName"], Value("Flanger")); }},
-        {"12 previous effect twice", [&] { send(deckAction(1, 12)); send(deckAction(1, 12)); },
+        {"12 previous effect twice",
+         [&] {
+             send(deckAction(1, 12));
+             send(deckAction(1, 12));
+         },
          [&] { EXPECT_EQ(status(1)["fxName"], Value("Bitcrusher")); }},
         {"13 effect on", [&] { send(deckAction(1, 13)); }, [&] { EXPECT_TRUE(status(1)["fxEnabled"].boolValue()); }},
         {"14 low-pass on", [&] { send(deckAction(1, 14)); },
@@ -73,9 +84,20 @@ TEST_F(EngineActionTest, EveryDeckActionAnswersWithTheStatusThatFollows) {
              EXPECT_EQ(status(1)["currentTime"].integerValue(), 0);
              EXPECT_EQ(status(1)["key"], Value("5A"));
          }},
-        {"5 previous in the playlist", [&] { send(deckAction(1, 5)); send(deckAction(1, 5)); },
-         [&] { EXPECT_EQ(songID(1), Value("C3")); EXPECT_EQ(status(1)["bpm"].integerValue(), 0); }},
-        {"17 glance refresh on deck 0", [&] { m_sink.writes.clear(); send(deckAction(0, 17)); },
+        {"5 previous in the playlist",
+         [&] {
+             send(deckAction(1, 5));
+             send(deckAction(1, 5));
+         },
+         [&] {
+             EXPECT_EQ(songID(1), Value("C3"));
+             EXPECT_EQ(status(1)["bpm"].integerValue(), 0);
+         }},
+        {"17 glance refresh on deck 0",
+         [&] {
+             m_sink.writes.clear();
+             send(deckAction(0, 17));
+         },
          [&] {
              ASSERT_EQ(m_sink.writes.size(), 1u);
              EXPECT_EQ(m_sink.writes[0].identifier, "turntableSongInfo0");
@@ -134,9 +156,9 @@ TEST_F(EngineActionTest, TheAutoLoopHalvesAndDoublesWithinOneThirtySecondToThirt
     load(1, 0xA1);
     // From 4 beats: six halvings reach 1/32, where it stays; then doubling climbs to 32.
     const std::vector<std::pair<int, double>> rows = {
-        {8, 2},      {8, 1},      {8, 0.5},   {8, 0.25}, {8, 0.125}, {8, 0.0625}, {8, 0.03125}, {8, 0.03125},
-        {9, 0.0625}, {9, 0.125},  {9, 0.25},  {9, 0.5},  {9, 1},     {9, 2},      {9, 4},       {9, 8},
-        {9, 16},     {9, 32},     {9, 32},    {8, 16},
+        {8, 2},       {8, 1},      {8, 0.5},   {8, 0.25}, {8, 0.125}, {8, 0.0625}, {8, 0.03125},
+        {8, 0.03125}, {9, 0.0625}, {9, 0.125}, {9, 0.25}, {9, 0.5},   {9, 1},      {9, 2},
+        {9, 4},       {9, 8},      {9, 16},    {9, 32},   {9, 32},    {8, 16},
     };
     for (std::size_t index = 0; index < rows.size(); ++index) {
         send(deckAction(1, rows[index].first));
@@ -149,7 +171,8 @@ TEST_F(EngineActionTest, TheAutoLoopHalvesAndDoublesWithinOneThirtySecondToThirt
     send(deckAction(1, 2));
     send(deckAction(1, 10));
     send(deckAction(1, 0));
-    for (const auto& [seconds, position] : std::vector<std::pair<double, std::int64_t>>{{1.5, 11}, {1, 10}, {7.2, 11}}) {
+    for (const auto& [seconds, position] :
+         std::vector<std::pair<double, std::int64_t>>{{1.5, 11}, {1, 10}, {7.2, 11}}) {
         m_loop.advance(seconds);
         send(deckAction(1, 16));
         EXPECT_EQ(status(1)["currentTime"].integerValue(), position);
@@ -283,19 +306,20 @@ TEST_F(EngineActionTest, NextAndPreviousFollowTheListThatHoldsTheSong) {
     // Library order X, Y, Z, W; P1 = Y X Z; P2 = X Y. W is in no playlist.
     m_catalog.songs = {makeSong(1, "W", 100), makeSong(2, "X", 100), makeSong(3, "Y", 100), makeSong(4, "Z", 100)};
     const auto& s = m_catalog.songs;
-    m_catalog.lists = {media::MediaPlaylist(10, "P1", {s[2], s[1], s[3]}), media::MediaPlaylist(11, "P2", {s[1], s[2]})};
+    m_catalog.lists = {media::MediaPlaylist(10, "P1", {s[2], s[1], s[3]}),
+                       media::MediaPlaylist(11, "P2", {s[1], s[2]})};
     const struct {
         std::optional<std::size_t> openPlaylist;
         media::PersistentID loaded;
         int code;
         const char* expected;
     } rows[] = {
-        {std::nullopt, 2, 4, "4"},  // first playlist holding X
+        {std::nullopt, 2, 4, "4"}, // first playlist holding X
         {std::nullopt, 2, 5, "3"},
-        {1, 2, 4, "3"},             // the browser is in P2, which holds X
-        {1, 4, 4, "4"},             // P2 does not hold Z: P1, where Z is last
-        {std::nullopt, 1, 4, "2"},  // W: the library's order
-        {0, 1, 5, "1"},             // before the first song: stays
+        {1, 2, 4, "3"},            // the browser is in P2, which holds X
+        {1, 4, 4, "4"},            // P2 does not hold Z: P1, where Z is last
+        {std::nullopt, 1, 4, "2"}, // W: the library's order
+        {0, 1, 5, "1"},            // before the first song: stays
     };
     for (const auto& row : rows) {
         m_engine.reset();
@@ -356,7 +380,8 @@ TEST_F(EngineActionTest, BadInputChangesNothingAndWritesNothing) {
         mixerAction(10, params("transitionType", Value("Nope"))),
         mixerAction(10, params("transitionType", Value(1))),
         mixerAction(10),
-        Value(Dictionary{{"identifier", Value("mixerAction")}, {"contents", Value(Dictionary{{"action", Value("1")}})}}),
+        Value(
+            Dictionary{{"identifier", Value("mixerAction")}, {"contents", Value(Dictionary{{"action", Value("1")}})}}),
     };
     for (std::size_t index = 0; index < rows.size(); ++index) {
         m_sink.writes.clear();

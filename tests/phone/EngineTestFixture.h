@@ -43,13 +43,15 @@ inline media::MediaItem makeSong(media::PersistentID id, std::string title, doub
         properties.assetURL = "file:///music/" + std::to_string(id) + ".mp3";
     properties.beatsPerMinute = bpm;
     properties.initialKey = std::move(key);
-    return media::MediaItem(properties, std::vector<std::uint8_t>{0xFF, 0xD8, static_cast<std::uint8_t>(id), 0xFF, 0xD9});
+    return media::MediaItem(properties,
+                            std::vector<std::uint8_t>{0xFF, 0xD8, static_cast<std::uint8_t>(id), 0xFF, 0xD9});
 }
 
 // Every message published, with the loop time it went out at.
 class RecordingSink final : public StatusSink {
 public:
-    explicit RecordingSink(const runtime::RunLoop& loop) : m_loop(loop) {}
+    explicit RecordingSink(const runtime::RunLoop& loop)
+        : m_loop(loop) {}
 
     struct Write {
         std::string identifier;
@@ -115,8 +117,8 @@ protected:
     Engine& engine() {
         if (!m_engine) {
             m_engine = std::make_unique<Engine>(
-                m_loop, m_catalog, m_sink,
-                [this](const ipc::LocalNotification& n) { m_notifications.push_back(n); }, m_sound);
+                m_loop, m_catalog, m_sink, [this](const ipc::LocalNotification& n) { m_notifications.push_back(n); },
+                m_sound);
             m_engine->start();
             m_loop.runUntilIdle();
         }

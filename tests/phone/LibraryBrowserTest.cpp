@@ -46,23 +46,34 @@ TEST_F(LibraryBrowserTest, ListsGoOutAsPagesOfTenInOrder) {
         std::function<void()> act;
         Pages expected;
     } rows[] = {
-        {"open a playlist", [&] { ASSERT_TRUE(engine().openLibraryEntry(0)); },
-         {"All {0, 10} of 23 level 1 items 10", "All {10, 10} of 23 level 1 items 10", "All {20, 3} of 23 level 1 items 3"}},
+        {"open a playlist",
+         [&] { ASSERT_TRUE(engine().openLibraryEntry(0)); },
+         {"All {0, 10} of 23 level 1 items 10", "All {10, 10} of 23 level 1 items 10",
+          "All {20, 3} of 23 level 1 items 3"}},
         {"back", [&] { libraryAction(3); }, {"Playlists {0, 2} of 2 level 0 items 2"}},
         {"back at the top", [&] { libraryAction(3); }, {"Playlists {0, 2} of 2 level 0 items 2"}},
-        {"an empty playlist", [&] { ASSERT_TRUE(engine().openLibraryEntry(1)); }, {"Empty {0, 0} of 0 level 1 items 0"}},
+        {"an empty playlist",
+         [&] { ASSERT_TRUE(engine().openLibraryEntry(1)); },
+         {"Empty {0, 0} of 0 level 1 items 0"}},
         {"next tab", [&] { libraryAction(5); }, {"Artists {0, 3} of 3 level 0 items 3"}},
         {"next tab", [&] { libraryAction(5); }, {"Albums {0, 2} of 2 level 0 items 2"}},
-        {"next tab", [&] { libraryAction(5); },
+        {"next tab",
+         [&] { libraryAction(5); },
          {"Songs {0, 10} of 23 level 0 items 10", "Songs {10, 10} of 23 level 0 items 10",
           "Songs {20, 3} of 23 level 0 items 3"}},
         {"next tab wraps", [&] { libraryAction(5); }, {"Playlists {0, 2} of 2 level 0 items 2"}},
-        {"previous tab wraps", [&] { libraryAction(4); },
+        {"previous tab wraps",
+         [&] { libraryAction(4); },
          {"Songs {0, 10} of 23 level 0 items 10", "Songs {10, 10} of 23 level 0 items 10",
           "Songs {20, 3} of 23 level 0 items 3"}},
-        {"reset sends the list again", [&] { libraryAction(4); libraryAction(0); },
+        {"reset sends the list again",
+         [&] {
+             libraryAction(4);
+             libraryAction(0);
+         },
          {"Albums {0, 2} of 2 level 0 items 2", "Albums {0, 2} of 2 level 0 items 2"}},
-        {"unknown codes change nothing", [&] {
+        {"unknown codes change nothing",
+         [&] {
              libraryAction(1);
              engine().handleLibraryAction(Value("back"));
              engine().handleLibraryAction(Value(Dictionary{{"action", Value("3")}}));

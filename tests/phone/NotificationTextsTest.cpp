@@ -1,11 +1,10 @@
-#include "EngineTestFixture.h"
-
-#include "platform/text/StringTable.h"
-
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
+
+#include "EngineTestFixture.h"
+#include "platform/text/StringTable.h"
 
 using namespace vexo;
 using namespace vexo::phone;

@@ -57,8 +57,9 @@ protected:
 
         m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
         m_container = *ipc::Container::pathForGroup(model::VXAWWormholeApplicationGroupIdentifier);
-        model::installEnvironment({&m_loop, std::make_shared<ipc::SocketParentApplication>(m_container, m_loop, std::nullopt),
-                                   m_library, std::make_shared<runtime::UserDefaults>(m_root.path() / "defaults.plist")});
+        model::installEnvironment(
+            {&m_loop, std::make_shared<ipc::SocketParentApplication>(m_container, m_loop, std::nullopt), m_library,
+             std::make_shared<runtime::UserDefaults>(m_root.path() / "defaults.plist")});
     }
 
     void TearDown() override {

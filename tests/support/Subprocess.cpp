@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -84,8 +85,8 @@ void Subprocess::drain(bool block) {
 }
 
 std::optional<std::string> Subprocess::readLine(double timeoutSeconds) {
-    const auto deadline = std::chrono::steady_clock::now() +
-                          std::chrono::milliseconds(static_cast<int>(timeoutSeconds * 1000));
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(static_cast<int>(timeoutSeconds * 1000));
     while (true) {
         const auto newline = m_output.find('\n', m_consumed);
         if (newline != std::string::npos) {
@@ -93,8 +94,8 @@ std::optional<std::string> Subprocess::readLine(double timeoutSeconds) {
             m_consumed = newline + 1;
             return line;
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0 || m_stdout < 0)
             return std::nullopt;
         pollfd fds[2] = {{m_stdout, POLLIN, 0}, {m_stderr, POLLIN, 0}};

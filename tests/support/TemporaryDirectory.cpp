@@ -1,8 +1,9 @@
 #include "support/TemporaryDirectory.h"
 
 #include <stdexcept>
-#include <stdlib.h>
 #include <string>
+
+#include <stdlib.h>
 
 namespace vexo::testing {
 

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string_view>
+
+#include <nlohmann/json.hpp>
 
 // Lookups in the JSON snapshots of watchkit::ExtensionHost, for tests of screens.
 namespace vexo::testing {
@@ -10,8 +11,8 @@ namespace vexo::testing {
 // `value`, searching children and table rows in order; null when there is none.
 inline nlohmann::json findObject(const nlohmann::json& node, std::string_view key, std::string_view value) {
     if (node.is_object()) {
-        if (auto found = node.find(key); found != node.end() && found->is_string() && *found == value &&
-                                         node.contains("kind"))
+        if (auto found = node.find(key);
+            found != node.end() && found->is_string() && *found == value && node.contains("kind"))
             return node;
         for (const char* container : {"objects", "children", "rows", "pages", "modals"}) {
             if (auto list = node.find(container); list != node.end() && list->is_array()) {

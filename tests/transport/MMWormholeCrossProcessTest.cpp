@@ -1,17 +1,15 @@
 // Two real processes talking through the transport: a ping-pong in which each side answers the
 // other's message, so that every message must arrive, in order, with its contents.
-#include "transport/MMWormhole.h"
-
-#include "support/ScopedEnvironment.h"
-#include "support/TemporaryDirectory.h"
-#include "platform/runtime/AsioRunLoop.h"
-
-#include <gtest/gtest.h>
-
 #include <numeric>
 
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "platform/runtime/AsioRunLoop.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
+#include "transport/MMWormhole.h"
 
 using namespace vexo;
 using plist::Dictionary;

@@ -3,7 +3,16 @@
 // directory are refused with a log line; as root, a second user made for the test (an unused
 // uid, taken on in a forked child) owns files, directories and datagrams that are never
 // acted on.
-#include "transport/MMWormhole.h"
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/ipc/NotifyCenter.h"
 #include "platform/ipc/NotifyName.h"
@@ -11,17 +20,7 @@
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <pwd.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "transport/MMWormhole.h"
 
 using namespace vexo;
 namespace fs = std::filesystem;

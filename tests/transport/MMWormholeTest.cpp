@@ -1,21 +1,21 @@
 #include "transport/MMWormhole.h"
 
-#include "support/ScopedEnvironment.h"
-#include "support/TemporaryDirectory.h"
-#include "platform/plist/KeyedUnarchiver.h"
-#include "platform/runtime/DeterministicRunLoop.h"
-#include "platform/runtime/NotificationCenter.h"
-
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <iterator>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "platform/plist/KeyedUnarchiver.h"
+#include "platform/runtime/DeterministicRunLoop.h"
+#include "platform/runtime/NotificationCenter.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TemporaryDirectory.h"
+
 using namespace vexo;
-using transport::MMWormhole;
 using plist::Dictionary;
 using plist::Value;
+using transport::MMWormhole;
 
 namespace {
 
@@ -154,7 +154,8 @@ TEST_F(MMWormholeTest, AFailedWritePostsNothing) {
 TEST_F(MMWormholeTest, EveryInstanceSeesTheNotificationOnlyListenersRead) {
     int localNotifications = 0;
     runtime::NotificationCenter::defaultCenter().addObserver(
-        &localNotifications, [&](const runtime::Notification& notification) {
+        &localNotifications,
+        [&](const runtime::Notification& notification) {
             ++localNotifications;
             EXPECT_EQ(notification.userInfo, Value(Dictionary{{"identifier", Value("mixerStatus")}}));
         },

@@ -15,14 +15,6 @@
 // 1 fail, 2 usage), never a timing.
 //
 //   vexo_transport_load_test [--messages N] [--kills N] [--burst N] [--dead N] [--root DIR]
-#include "platform/ipc/Container.h"
-#include "platform/ipc/NotifyCenter.h"
-#include "platform/ipc/NotifyName.h"
-#include "platform/plist/KeyedUnarchiver.h"
-#include "platform/runtime/AsioRunLoop.h"
-#include "platform/runtime/DeterministicRunLoop.h"
-#include "transport/MMWormhole.h"
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -45,6 +37,14 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "platform/ipc/Container.h"
+#include "platform/ipc/NotifyCenter.h"
+#include "platform/ipc/NotifyName.h"
+#include "platform/plist/KeyedUnarchiver.h"
+#include "platform/runtime/AsioRunLoop.h"
+#include "platform/runtime/DeterministicRunLoop.h"
+#include "transport/MMWormhole.h"
 
 using namespace vexo;
 namespace fs = std::filesystem;
@@ -320,7 +320,8 @@ void writersAndListeners(const Options& options, const fs::path& container) {
     // Kills are spread over the run at random message counts; each killed writer comes back
     // as a new process at once.
     std::mt19937 random(20261123);
-    const std::uint64_t spacing = std::max<std::uint64_t>(1, options.messages / static_cast<std::uint64_t>(options.kills + 1));
+    const std::uint64_t spacing =
+        std::max<std::uint64_t>(1, options.messages / static_cast<std::uint64_t>(options.kills + 1));
     std::uniform_int_distribution<std::uint64_t> jitter(spacing / 2, spacing + spacing / 2);
     std::uint64_t nextKill = jitter(random);
     int kills = 0;
@@ -368,9 +369,9 @@ void writersAndListeners(const Options& options, const fs::path& container) {
         largest = std::max(largest, report.lastRssKiB.load());
         check(report.bad == 0, "listener " + std::to_string(i) + " read only whole messages (first problem: " +
                                    std::string(report.firstProblem) + ")");
-        check(report.lastIsFinal == 1, "listener " + std::to_string(i) + " ended on the last message of every identifier (" +
-                                           std::to_string(report.finalsSeen.load()) + " of " +
-                                           std::to_string(kIdentifiers.size()) + ")");
+        check(report.lastIsFinal == 1,
+              "listener " + std::to_string(i) + " ended on the last message of every identifier (" +
+                  std::to_string(report.finalsSeen.load()) + " of " + std::to_string(kIdentifiers.size()) + ")");
     }
     const auto leftovers = temporaryFiles(container / kDirectory);
     check(leftovers.empty(), "no temporary file is left (found " + std::to_string(leftovers.size()) +
@@ -501,8 +502,8 @@ void deadRegistrations(const Options& options, const fs::path& container) {
     center->post(kName);
     const double clearing = secondsSince(start);
     loop.runUntilIdle();
-    check(socketsIn(sockets) == 1, "one post cleared every dead registration (" +
-                                       std::to_string(socketsIn(sockets)) + " sockets left)");
+    check(socketsIn(sockets) == 1,
+          "one post cleared every dead registration (" + std::to_string(socketsIn(sockets)) + " sockets left)");
     const double after = medianPostMicroseconds(*center, loop, kName);
     check(heard == heardBefore + 1 + 201, "the live listener heard every post (" + std::to_string(heard) + ")");
     center->removeEveryObserver(&heard);

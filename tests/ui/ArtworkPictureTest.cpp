@@ -1,6 +1,5 @@
 #include "ScreenTestFixture.h"
 #include "TestPictures.h"
-
 #include "platform/graphics/RoundArtworkRenderer.h"
 #include "ui/VXAWGlanceController.h"
 #include "ui/VXAWMixerInterfaceController.h"
@@ -42,7 +41,7 @@ TEST_F(ArtworkPictureTest, EachBadgeStretchesThePictureInsideItsRingOrMargin) {
         const char* screen;
         std::optional<std::vector<std::uint8_t>> picture;
         int size;
-        Rgba8 margin;  // just inside the edge, across the middle
+        Rgba8 margin; // just inside the edge, across the middle
     };
     const Row rows[] = {
         {"deck page", deckPage.displayImageDataForArtworkImageData(wide), 92, kRingGrey},

@@ -1,6 +1,5 @@
 #include "ScreenTestFixture.h"
 #include "TestPictures.h"
-
 #include "ui/VXAWGlanceController.h"
 
 using namespace vexo;
@@ -46,9 +45,9 @@ TEST_F(GlanceScreenTest, EachActivationClearsDeckZerosStatusAndAsksForARefresh) 
 
 TEST_F(GlanceScreenTest, ShowsTheSongReportedForDeckZero) {
     startAndForgetStartUp();
-    phoneWrites("turntableSongInfo0",
-                songInfo({{"name", Value("Stored")}, {"artist", Value("Earlier")},
-                          {"artworkImage", Value(stripedPng(10, 20, {kBlue}))}}));
+    phoneWrites("turntableSongInfo0", songInfo({{"name", Value("Stored")},
+                                                {"artist", Value("Earlier")},
+                                                {"artworkImage", Value(stripedPng(10, 20, {kBlue}))}}));
     expectOk(m_host->showGlance());
     EXPECT_EQ(visible("nameLabel")["text"], "Stored") << "the stored song shows at once";
     EXPECT_EQ(visible("artworkImage")["image"]["width"], 200);

@@ -1,5 +1,8 @@
-#include "ScreenTestFixture.h"
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 
+#include "ScreenTestFixture.h"
 #include "model/VXAWLibrary.h"
 #include "model/VXAWTurntable.h"
 #include "platform/media/AudioFixture.h"
@@ -8,10 +11,6 @@
 #include "platform/runtime/OperationQueue.h"
 #include "ui/VXAWLibraryInterfaceController.h"
 #include "ui/VXAWiTunesPlaylistInterfaceController.h"
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 
 using namespace vexo;
 using namespace vexo::ui;
@@ -208,9 +207,10 @@ TEST_F(LibraryScreensTest, APlayableSongLoadsOntoTheDeckAndClosesBothScreens) {
     EXPECT_EQ(m_host->modalControllers().size(), 2u);
 
     expectOk(m_host->selectRow(table, 2));
-    EXPECT_EQ(takeSent(), std::vector<Value>{envelope(
-                              "turntableAction", {{"turntable", Value(1)}, {"action", Value(6)},
-                                                  {"params", Value(Dictionary{{"itemID", Value("AB02")}})}})});
+    EXPECT_EQ(takeSent(), std::vector<Value>{
+                              envelope("turntableAction", {{"turntable", Value(1)},
+                                                           {"action", Value(6)},
+                                                           {"params", Value(Dictionary{{"itemID", Value("AB02")}})}})});
     EXPECT_TRUE(m_host->modalControllers().empty());
     EXPECT_EQ(visibleScreen()["controller"], "turntable1");
 }
@@ -268,14 +268,14 @@ TEST_F(LibraryScreensTest, TheQueueShowsTheDecksSongAndThePlayableSongsAfterIt) 
 
     struct Row {
         const char* songID;
-        std::vector<std::string> following;  // the first and last rows
+        std::vector<std::string> following; // the first and last rows
         std::size_t rows;
     };
     const Row rows[] = {
-        {"AB02", {"Song 43780", "Song 43798"}, 10},  // at most a page; the gone songs left out
-        {"AB04", {"Song 43782", "Song 43798"}, 9},   // the phone's next button moved on
-        {"AB16", {}, 0},                             // the last song of the playlist
-        {"FFFF", {}, 0},                             // not from that playlist
+        {"AB02", {"Song 43780", "Song 43798"}, 10}, // at most a page; the gone songs left out
+        {"AB04", {"Song 43782", "Song 43798"}, 9},  // the phone's next button moved on
+        {"AB16", {}, 0},                            // the last song of the playlist
+        {"FFFF", {}, 0},                            // not from that playlist
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.songID);

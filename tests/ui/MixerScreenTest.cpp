@@ -1,12 +1,11 @@
+#include <cmath>
+
 #include "ScreenTestFixture.h"
 #include "TestPictures.h"
-
 #include "model/VXAWMixer.h"
 #include "model/VXAWTurntable.h"
 #include "ui/VXAWLibraryInterfaceController.h"
 #include "ui/VXAWMixerInterfaceController.h"
-
-#include <cmath>
 
 using namespace vexo;
 using namespace vexo::ui;
@@ -36,8 +35,17 @@ protected:
 
 TEST_F(MixerScreenTest, CrossfaderFramesBelongToTheLowerFrameOnABoundary) {
     const std::pair<double, int> rows[] = {
-        {0.0, 0}, {0.1, 0}, {0.2, 0}, {0.4, 1}, {0.5, 2}, {0.8, 3}, {0.95, 4},
-        {1.0, 4}, {1.2, 4}, {-0.1, 4}, {std::nan(""), 4},
+        {0.0, 0},
+        {0.1, 0},
+        {0.2, 0},
+        {0.4, 1},
+        {0.5, 2},
+        {0.8, 3},
+        {0.95, 4},
+        {1.0, 4},
+        {1.2, 4},
+        {-0.1, 4},
+        {std::nan(""), 4},
         // What the phone's 0.8 becomes once read as a 32-bit float lies just above the boundary.
         {static_cast<double>(0.8f), 4},
     };
@@ -66,9 +74,12 @@ TEST_F(MixerScreenTest, ShowsThePhonesMixerStatus) {
     startOnMixer();
     mixer()->setTransitionMode(1);
     phoneWrites("mixerStatus", Value(Dictionary{
-                                   {"volume", Value(0.75f)}, {"crossfaderPosition", Value(0.3f)},
-                                   {"syncActive", Value(true)}, {"automixActive", Value(true)},
-                                   {"transitionType", Value("Echo")}, {"transitionDuration", Value(7.5f)},
+                                   {"volume", Value(0.75f)},
+                                   {"crossfaderPosition", Value(0.3f)},
+                                   {"syncActive", Value(true)},
+                                   {"automixActive", Value(true)},
+                                   {"transitionType", Value("Echo")},
+                                   {"transitionDuration", Value(7.5f)},
                                }));
     EXPECT_EQ(visible("volumeSlider")["value"], 0.75);
     EXPECT_EQ(crossfaderImage(), "mixer-crossfader-auto1-f");
@@ -93,7 +104,7 @@ TEST_F(MixerScreenTest, CrossfadeStepsByModeWithTheirNumberTypes) {
         std::int64_t mode;
         double position;
         const char* action;
-        std::optional<Value> expected;  // nothing: nothing is sent
+        std::optional<Value> expected; // nothing: nothing is sent
     };
     auto step = [](std::int64_t code, std::optional<Value> position) {
         return position ? mixerAction(code, Dictionary{{"crossfaderPosition", *position}}) : mixerAction(code);
@@ -172,9 +183,11 @@ TEST_F(MixerScreenTest, ShowsBothDecksAndTogglesTheirPlayback) {
         EXPECT_EQ(visible(p + "Group")["animation"]["startCount"], 1);
     }
 
-    phoneWrites("turntableSongInfo2",
-                Value(Dictionary{{"currentSong", Value(Dictionary{{"songID", Value("a")}, {"duration", Value(100)},
-                                                                   {"artworkImage", Value(stripedPng(30, 30, {kBlue}))}})}}));
+    phoneWrites(
+        "turntableSongInfo2",
+        Value(Dictionary{{"currentSong", Value(Dictionary{{"songID", Value("a")},
+                                                          {"duration", Value(100)},
+                                                          {"artworkImage", Value(stripedPng(30, 30, {kBlue}))}})}}));
     phoneWrites("turntableStatus2", Value(Dictionary{{"playing", Value(true)}, {"currentTime", Value(50)}}));
     EXPECT_EQ(visible("turntable2Button")["backgroundImage"]["width"], 144);
     EXPECT_EQ(visible("turntable2TransportButton")["backgroundImage"]["name"], "turntable-pause-active");

@@ -1,5 +1,13 @@
 #pragma once
 
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
 #include "model/Environment.h"
 #include "model/VXAWModel.h"
 #include "model/VXAWProtocol.h"
@@ -18,14 +26,6 @@
 #include "ui/InterfaceClasses.h"
 #include "ui/VXAWTurntable1InterfaceController.h"
 #include "ui/VXAWTurntable2InterfaceController.h"
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace vexo::ui::testing {
 
@@ -125,7 +125,9 @@ protected:
     }
 
     // The object behind `outlet` on the visible screen, as the snapshot shows it.
-    nlohmann::json visible(std::string_view outlet) const { return vexo::testing::findByOutlet(visibleScreen(), outlet); }
+    nlohmann::json visible(std::string_view outlet) const {
+        return vexo::testing::findByOutlet(visibleScreen(), outlet);
+    }
     std::string visibleId(std::string_view outlet) const { return visible(outlet)["id"].get<std::string>(); }
     // The identifier of the object on the visible screen whose action is `action`.
     std::string actionId(std::string_view action) const {
@@ -156,8 +158,8 @@ protected:
 
 // {"identifier": identifier, "contents": contents}, as a deck or the mixer hands it over.
 inline plist::Value envelope(std::string_view identifier, plist::Dictionary contents) {
-    return plist::Value(plist::Dictionary{{"identifier", plist::Value(identifier)},
-                                          {"contents", plist::Value(std::move(contents))}});
+    return plist::Value(
+        plist::Dictionary{{"identifier", plist::Value(identifier)}, {"contents", plist::Value(std::move(contents))}});
 }
 
 // A deck action envelope.

@@ -1,18 +1,18 @@
 // Every text the layout shows, and every text of the development language, is translated in
 // every language the watch ships, so that no screen mixes languages.
-#include "platform/text/Localization.h"
-#include "platform/text/StringTable.h"
-#include "platform/watchkit/InterfaceLayout.h"
-
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "platform/text/Localization.h"
+#include "platform/text/StringTable.h"
+#include "platform/watchkit/InterfaceLayout.h"
 
 using namespace vexo;
 

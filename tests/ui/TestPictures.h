@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/graphics/Image.h"
-#include "platform/graphics/ImageDecoder.h"
-#include "platform/graphics/PngEncoder.h"
-
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
 #include <vector>
+
+#include "platform/graphics/Image.h"
+#include "platform/graphics/ImageDecoder.h"
+#include "platform/graphics/PngEncoder.h"
 
 // Pictures for the screens' artwork: encoded as the phone sends them, decoded as a test reads
 // what a screen made of them.
@@ -20,7 +20,8 @@ inline std::vector<std::uint8_t> stripedPng(int width, int height, std::initiali
     const std::vector<graphics::Rgba8> colours(stripes);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
-            image.setPixel(x, y, colours[static_cast<std::size_t>(x) * colours.size() / static_cast<std::size_t>(width)]);
+            image.setPixel(x, y,
+                           colours[static_cast<std::size_t>(x) * colours.size() / static_cast<std::size_t>(width)]);
     return *graphics::PngEncoder::encode(image);
 }
 

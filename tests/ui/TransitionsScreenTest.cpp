@@ -1,10 +1,9 @@
-#include "ScreenTestFixture.h"
+#include <stdexcept>
 
+#include "ScreenTestFixture.h"
 #include "model/VXAWMixer.h"
 #include "platform/watchkit/Table.h"
 #include "ui/VXAWTransitionsInterfaceController.h"
-
-#include <stdexcept>
 
 using namespace vexo;
 using namespace vexo::ui;
@@ -87,8 +86,9 @@ TEST_F(TransitionsScreenTest, TheModeSwitchShowsOrHidesTheList) {
     EXPECT_EQ(mixer()->transitionMode(), 1);
     EXPECT_EQ(visible("transitionModeSwitch")["on"], true);
     EXPECT_EQ(visible("transitionDurationGroup")["hidden"], false);
-    EXPECT_EQ(rows(), (Rows{{"heading", false}, {localized("Fade"), false}, {localized("Echo"), true},
-                            {localized("Cut"), false}}));
+    EXPECT_EQ(
+        rows(),
+        (Rows{{"heading", false}, {localized("Fade"), false}, {localized("Echo"), true}, {localized("Cut"), false}}));
     EXPECT_EQ(visible("transitionDurationLabel")["text"], "4s");
     EXPECT_TRUE(takeSent().empty()) << "the mode is the watch's own";
 
@@ -155,8 +155,12 @@ TEST_F(TransitionsScreenTest, DurationsInSecondsWithOneFractionDigit) {
         const char* german;
     };
     const Row rows[] = {
-        {0, "0s", "0s"},           {4.0, "4s", "4s"},         {2.5, "2.5s", "2,5s"},
-        {12.25, "12.2s", "12,2s"}, {12.35, "12.4s", "12,4s"}, {1500, "1,500s", "1.500s"},
+        {0, "0s", "0s"},
+        {4.0, "4s", "4s"},
+        {2.5, "2.5s", "2,5s"},
+        {12.25, "12.2s", "12,2s"},
+        {12.35, "12.4s", "12,4s"},
+        {1500, "1,500s", "1.500s"},
         {static_cast<double>(3.96f), "4s", "4s"},
     };
     for (const Row& row : rows) {

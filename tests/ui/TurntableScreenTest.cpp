@@ -1,15 +1,14 @@
+#include <chrono>
+#include <cmath>
+
 #include "ScreenTestFixture.h"
 #include "TestPictures.h"
-
 #include "model/VXAWTurntable.h"
 #include "platform/runtime/Timer.h"
 #include "ui/PlaybackProgress.h"
 #include "ui/VXAWLibraryInterfaceController.h"
 #include "ui/VXAWQueueInterfaceController.h"
 #include "ui/VXAWTurntableInterfaceController.h"
-
-#include <chrono>
-#include <cmath>
 
 using namespace vexo;
 using namespace vexo::ui;
@@ -27,10 +26,13 @@ protected:
     }
     // The song information of deck `number` as the phone writes it.
     void phoneLoadsSong(int number, Dictionary song) {
-        phoneWrites("turntableSongInfo" + std::to_string(number), Value(Dictionary{{"currentSong", Value(std::move(song))}}));
+        phoneWrites("turntableSongInfo" + std::to_string(number),
+                    Value(Dictionary{{"currentSong", Value(std::move(song))}}));
     }
     static Dictionary song(std::int64_t duration) {
-        return {{"songID", Value("s1")}, {"name", Value("Night Drive")}, {"artist", Value("Kasso")},
+        return {{"songID", Value("s1")},
+                {"name", Value("Night Drive")},
+                {"artist", Value("Kasso")},
                 {"duration", Value(duration)}};
     }
 };
@@ -69,10 +71,16 @@ TEST_F(TurntableScreenTest, ShowsThePhonesDeckAndPollsWhilePlaying) {
     loaded.emplace("artworkImage", Value(stripedPng(60, 60, {kRed})));
     phoneLoadsSong(1, loaded);
     phoneWrites("turntableStatus1", Value(Dictionary{
-                                        {"playing", Value(true)}, {"currentTime", Value(120)},
-                                        {"currentDisplayTime", Value("2:00")}, {"autoLoopBeatInterval", Value(0.125f)},
-                                        {"looping", Value(true)}, {"fxName", Value("Echo")}, {"fxEnabled", Value(true)},
-                                        {"fxLowPassEnabled", Value(true)}, {"bpm", Value(128)}, {"key", Value("8A")},
+                                        {"playing", Value(true)},
+                                        {"currentTime", Value(120)},
+                                        {"currentDisplayTime", Value("2:00")},
+                                        {"autoLoopBeatInterval", Value(0.125f)},
+                                        {"looping", Value(true)},
+                                        {"fxName", Value("Echo")},
+                                        {"fxEnabled", Value(true)},
+                                        {"fxLowPassEnabled", Value(true)},
+                                        {"bpm", Value(128)},
+                                        {"key", Value("8A")},
                                     }));
     EXPECT_EQ(visible("nameLabel")["text"], "Night Drive");
     EXPECT_EQ(visible("artistLabel")["text"], "Kasso");
@@ -120,7 +128,12 @@ TEST_F(TurntableScreenTest, ProgressFramesAreUnclampedSinglePrecisionFractionsOf
         std::int64_t index;
     };
     const Row rows[] = {
-        {120, 240, 24}, {240, 240, 49}, {0, 240, 0}, {239, 240, 48}, {300, 240, 61}, {-30, 240, -6},
+        {120, 240, 24},
+        {240, 240, 49},
+        {0, 240, 0},
+        {239, 240, 48},
+        {300, 240, 61},
+        {-30, 240, -6},
         // Seconds of a long mix lose precision as 32-bit floats before dividing.
         {16777217, 16777216, 49},
     };
@@ -131,9 +144,9 @@ TEST_F(TurntableScreenTest, ProgressFramesAreUnclampedSinglePrecisionFractionsOf
     start();
     phoneLoadsSong(1, song(240));
     const auto deck1 = deck(1);
-    for (auto [time, playing, name] : {std::tuple{300, false, "tracking-61-f.png"},
-                                       std::tuple{-30, true, "tracking-active--6-f.png"},
-                                       std::tuple{120, true, "tracking-active-24-f.png"}}) {
+    for (auto [time, playing, name] :
+         {std::tuple{300, false, "tracking-61-f.png"}, std::tuple{-30, true, "tracking-active--6-f.png"},
+          std::tuple{120, true, "tracking-active-24-f.png"}}) {
         deck1->setPlaying(playing);
         deck1->setCurrentTime(time);
         EXPECT_EQ(imageName(visible("playGroup")), name) << time;
@@ -142,8 +155,8 @@ TEST_F(TurntableScreenTest, ProgressFramesAreUnclampedSinglePrecisionFractionsOf
 
 TEST_F(TurntableScreenTest, AutoLoopTitles) {
     const std::pair<double, const char*> rows[] = {
-        {0.125, "1/16"}, {0.25, "1/4"}, {0.5, "1/2"}, {0.75, ""}, {1.0, "1"},  {1.5, "2"},
-        {4, "4"},        {32, "32"},    {0, ""},      {-2, ""},   {0.1, ""},   {std::nan(""), ""},
+        {0.125, "1/16"}, {0.25, "1/4"}, {0.5, "1/2"}, {0.75, ""}, {1.0, "1"}, {1.5, "2"},
+        {4, "4"},        {32, "32"},    {0, ""},      {-2, ""},   {0.1, ""},  {std::nan(""), ""},
     };
     for (auto [beats, title] : rows)
         EXPECT_EQ(VXAWTurntableInterfaceController::autoLoopTitle(beats), title) << beats;
@@ -156,10 +169,19 @@ TEST_F(TurntableScreenTest, EachCommandSendsItsDeckActionWithIntegerNumbers) {
     showPage(2);
     takeSent();
     const std::pair<const char*, std::int64_t> rows[] = {
-        {"togglePlayback", 0},       {"skipForward", 2},      {"skipBackward", 3},   {"next", 4},
-        {"previous", 5},             {"autoLoopDurationHalf", 8}, {"autoLoopDurationDouble", 9},
-        {"toggleLooping", 10},       {"fxSelectNext", 11},    {"fxSelectPrevious", 12}, {"toggleFx", 13},
-        {"toggleFxLowPass", 14},     {"toggleFxHighPass", 15},
+        {"togglePlayback", 0},
+        {"skipForward", 2},
+        {"skipBackward", 3},
+        {"next", 4},
+        {"previous", 5},
+        {"autoLoopDurationHalf", 8},
+        {"autoLoopDurationDouble", 9},
+        {"toggleLooping", 10},
+        {"fxSelectNext", 11},
+        {"fxSelectPrevious", 12},
+        {"toggleFx", 13},
+        {"toggleFxLowPass", 14},
+        {"toggleFxHighPass", 15},
     };
     for (auto [action, code] : rows) {
         tapAction(action);
@@ -216,13 +238,16 @@ TEST_F(TurntableScreenTest, ArtworkFallsBackToTheDefaultPictureAndUndecodableArt
 TEST_F(TurntableScreenTest, LoadActionsBringTheirDeckForwardAndAutomixTheMixer) {
     start();
     takeSent();
-    expectOk(m_host->deliverNotificationAction("VXTUserNotificationActionLoad", Value(Dictionary{{"turntable", Value(2)}})));
+    expectOk(
+        m_host->deliverNotificationAction("VXTUserNotificationActionLoad", Value(Dictionary{{"turntable", Value(2)}})));
     EXPECT_EQ(m_host->currentPage(), 2u);
-    expectOk(m_host->deliverNotificationAction("VXTUserNotificationActionLoad", Value(Dictionary{{"turntable", Value(1)}})));
+    expectOk(
+        m_host->deliverNotificationAction("VXTUserNotificationActionLoad", Value(Dictionary{{"turntable", Value(1)}})));
     EXPECT_EQ(m_host->currentPage(), 0u);
     EXPECT_TRUE(takeSent().empty());
 
-    expectOk(m_host->deliverNotificationAction("VXTUserNotificationActionAutomix", Value(Dictionary{{"turntable", Value(1)}})));
+    expectOk(m_host->deliverNotificationAction("VXTUserNotificationActionAutomix",
+                                               Value(Dictionary{{"turntable", Value(1)}})));
     EXPECT_EQ(m_host->currentPage(), 1u) << "an automix action moves no deck page, only the mixer's";
     EXPECT_EQ(takeSent(), std::vector<Value>{mixerAction(6)});
     phoneWrites("mixerStatus", Value(Dictionary{{"automixActive", Value(true)}}));
@@ -295,13 +320,11 @@ TEST_F(TurntableScreenTest, TheRunningClockAgreesWithThePhonesPosition) {
         std::int64_t shown;
     };
     const Row rows[] = {
-        {0, true, 120, 120},   // starts at the phone's position, not at 0:00
-        {3, true, 120, 120},   // a late status pulls it back rather than letting it run ahead
-        {2, true, 125, 125},
-        {4, false, 129, 129},  // paused: holds the position
-        {30, false, 129, 129},
-        {1, false, 60, 60},    // skipped back while paused
-        {5, true, 60, 60},     // plays on from there
+        {0, true, 120, 120},                         // starts at the phone's position, not at 0:00
+        {3, true, 120, 120},                         // a late status pulls it back rather than letting it run ahead
+        {2, true, 125, 125},   {4, false, 129, 129}, // paused: holds the position
+        {30, false, 129, 129}, {1, false, 60, 60},   // skipped back while paused
+        {5, true, 60, 60},                           // plays on from there
         {7, true, 67, 67},
     };
     for (const Row& row : rows) {

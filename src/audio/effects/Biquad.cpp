@@ -1,9 +1,9 @@
 #include "audio/effects/Biquad.h"
 
-#include "audio/effects/Denormal.h"
-
 #include <cmath>
 #include <numbers>
+
+#include "audio/effects/Denormal.h"
 
 namespace vexo::sound {
 

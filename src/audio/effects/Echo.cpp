@@ -1,15 +1,16 @@
 #include "audio/effects/Echo.h"
 
-#include "audio/effects/Denormal.h"
-
 #include <algorithm>
 #include <cmath>
+
+#include "audio/effects/Denormal.h"
 
 namespace vexo::sound {
 
 Echo::Echo(int sampleRate, double beats, double feedback)
     : m_capacity(static_cast<std::size_t>(std::ceil(kMaximumDelaySeconds * sampleRate)) + 2),
-      m_beats(beats), m_feedback(static_cast<float>(feedback)),
+      m_beats(beats),
+      m_feedback(static_cast<float>(feedback)),
       m_maximumDelay(kMaximumDelaySeconds * sampleRate),
       m_glide(1 - std::exp(-1.0 / (kGlideSeconds * sampleRate))),
       m_send(sampleRate, SmoothedGain::kSwitchSeconds),
@@ -27,8 +28,7 @@ float Echo::readChannel(double position, std::size_t channel) const noexcept {
     return a + fraction * (b - a);
 }
 
-void Echo::process(float* interleaved, std::size_t frames, const BeatClock& beat, float send,
-                   float wet) noexcept {
+void Echo::process(float* interleaved, std::size_t frames, const BeatClock& beat, float send, float wet) noexcept {
     const double target = std::clamp(m_beats * beat.framesPerBeat, 1.0, m_maximumDelay);
     if (m_delay < 0)
         m_delay = target;

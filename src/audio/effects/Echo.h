@@ -1,10 +1,10 @@
 #pragma once
 
-#include "audio/effects/BeatClock.h"
-#include "audio/effects/SmoothedGain.h"
-
 #include <cstddef>
 #include <vector>
+
+#include "audio/effects/BeatClock.h"
+#include "audio/effects/SmoothedGain.h"
 
 // A stereo echo whose delay follows the tempo. Used by the deck's effect section and by the
 // mixer's "Echo Out" transition, which feeds it less and less of the song so that only the
@@ -26,8 +26,7 @@ public:
     // delay line takes `send` * in plus its own feedback. `send` and `wet` are 0...1 and move
     // smoothly from one call to the next. The delay is `beats` * beat.framesPerBeat frames,
     // at most kMaximumDelaySeconds. Audio thread; never allocates.
-    void process(float* interleaved, std::size_t frames, const BeatClock& beat, float send,
-                 float wet) noexcept;
+    void process(float* interleaved, std::size_t frames, const BeatClock& beat, float send, float wet) noexcept;
     // Silences the delay line; the next process() starts at its delay without gliding.
     void reset() noexcept;
 

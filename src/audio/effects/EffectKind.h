@@ -11,7 +11,7 @@ enum class EffectKind : std::size_t { Echo, Flanger, Phaser, Reverb, Gate, Bitcr
 
 inline constexpr std::size_t kEffectKindCount = 6;
 // Their names as the watch shows them.
-inline constexpr std::array<std::string_view, kEffectKindCount> kEffectNames{
-    "Echo", "Flanger", "Phaser", "Reverb", "Gate", "Bitcrusher"};
+inline constexpr std::array<std::string_view, kEffectKindCount> kEffectNames{"Echo",   "Flanger", "Phaser",
+                                                                             "Reverb", "Gate",    "Bitcrusher"};
 
 } // namespace vexo::sound

@@ -1,5 +1,11 @@
 #include "audio/effects/EffectRack.h"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <utility>
+#include <vector>
+
 #include "audio/effects/Bitcrusher.h"
 #include "audio/effects/Echo.h"
 #include "audio/effects/Flanger.h"
@@ -8,12 +14,6 @@
 #include "audio/effects/Reverb.h"
 #include "audio/effects/SmoothedGain.h"
 #include "audio/effects/SwitchedFilter.h"
-
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <utility>
-#include <vector>
 
 namespace vexo::sound {
 
@@ -34,8 +34,7 @@ constexpr std::size_t indexOf(EffectKind kind) {
 }
 
 template <std::size_t... Index>
-std::array<SmoothedGain, sizeof...(Index)> makeGains(int sampleRate,
-                                                     std::index_sequence<Index...>) {
+std::array<SmoothedGain, sizeof...(Index)> makeGains(int sampleRate, std::index_sequence<Index...>) {
     return {((void)Index, SmoothedGain(sampleRate, SmoothedGain::kSwitchSeconds))...};
 }
 
@@ -48,18 +47,21 @@ std::array<SmoothedGain, sizeof...(Index)> makeGains(int sampleRate,
 // up: a crossfade from the old effect to the new one.
 struct EffectRack::State {
     explicit State(int sampleRate)
-        : echo(sampleRate, kEchoBeats, kEchoFeedback), reverb(sampleRate), flanger(sampleRate),
-          phaser(sampleRate), gate(sampleRate),
+        : echo(sampleRate, kEchoBeats, kEchoFeedback),
+          reverb(sampleRate),
+          flanger(sampleRate),
+          phaser(sampleRate),
+          gate(sampleRate),
           lowPass(Biquad::Shape::LowPass, kLowPassHertz, sampleRate),
           highPass(Biquad::Shape::HighPass, kHighPassHertz, sampleRate),
           mix(makeGains(sampleRate, std::make_index_sequence<kEffectKindCount>{})),
-          dry(kChunkFrames * 2), wet(kChunkFrames * 2) {}
+          dry(kChunkFrames * 2),
+          wet(kChunkFrames * 2) {}
 
     [[nodiscard]] bool isOn(EffectKind kind) const noexcept { return enabled && selected == kind; }
 
     void addTail(float* block, std::size_t frames, const BeatClock& beat, EffectKind kind) noexcept;
-    void mixInsert(float* block, std::size_t frames, const BeatClock& beat,
-                   EffectKind kind) noexcept;
+    void mixInsert(float* block, std::size_t frames, const BeatClock& beat, EffectKind kind) noexcept;
     void processChunk(float* block, std::size_t frames, const BeatClock& beat) noexcept;
 
     Echo echo;
@@ -80,8 +82,7 @@ struct EffectRack::State {
     std::vector<float> wet;
 };
 
-void EffectRack::State::addTail(float* block, std::size_t frames, const BeatClock& beat,
-                                EffectKind kind) noexcept {
+void EffectRack::State::addTail(float* block, std::size_t frames, const BeatClock& beat, EffectKind kind) noexcept {
     const std::size_t samples = frames * 2;
     std::copy_n(dry.begin(), samples, wet.begin());
     const float send = isOn(kind) ? 1.0f : 0.0f;
@@ -93,8 +94,7 @@ void EffectRack::State::addTail(float* block, std::size_t frames, const BeatCloc
         block[i] += wet[i] - dry[i];
 }
 
-void EffectRack::State::mixInsert(float* block, std::size_t frames, const BeatClock& beat,
-                                  EffectKind kind) noexcept {
+void EffectRack::State::mixInsert(float* block, std::size_t frames, const BeatClock& beat, EffectKind kind) noexcept {
     SmoothedGain& gain = mix[indexOf(kind)];
     gain.setTarget(isOn(kind) ? 1.0f : 0.0f);
     bool& isRunning = running[indexOf(kind)];
@@ -142,8 +142,7 @@ void EffectRack::State::mixInsert(float* block, std::size_t frames, const BeatCl
     }
 }
 
-void EffectRack::State::processChunk(float* block, std::size_t frames,
-                                     const BeatClock& beat) noexcept {
+void EffectRack::State::processChunk(float* block, std::size_t frames, const BeatClock& beat) noexcept {
     // A fault upstream must not poison every delay line and filter state for good.
     for (std::size_t i = 0; i < frames * 2; ++i) {
         if (!std::isfinite(block[i]))
@@ -152,14 +151,14 @@ void EffectRack::State::processChunk(float* block, std::size_t frames,
     }
     addTail(block, frames, beat, EffectKind::Echo);
     addTail(block, frames, beat, EffectKind::Reverb);
-    for (const EffectKind kind :
-         {EffectKind::Flanger, EffectKind::Phaser, EffectKind::Gate, EffectKind::Bitcrusher})
+    for (const EffectKind kind : {EffectKind::Flanger, EffectKind::Phaser, EffectKind::Gate, EffectKind::Bitcrusher})
         mixInsert(block, frames, beat, kind);
     lowPass.process(block, frames);
     highPass.process(block, frames);
 }
 
-EffectRack::EffectRack(int sampleRate) : m_state(std::make_unique<State>(sampleRate)) {}
+EffectRack::EffectRack(int sampleRate)
+    : m_state(std::make_unique<State>(sampleRate)) {}
 
 EffectRack::~EffectRack() = default;
 

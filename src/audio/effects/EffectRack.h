@@ -1,10 +1,10 @@
 #pragma once
 
-#include "audio/effects/BeatClock.h"
-#include "audio/effects/EffectKind.h"
-
 #include <cstddef>
 #include <memory>
+
+#include "audio/effects/BeatClock.h"
+#include "audio/effects/EffectKind.h"
 
 // One deck's effect section: the six effects (one selected, on or off) followed by the
 // low-pass and the high-pass filter, each on or off on its own. Switching anything on or off,

@@ -1,10 +1,10 @@
 #include "audio/effects/Flanger.h"
 
-#include "audio/effects/Denormal.h"
-
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+
+#include "audio/effects/Denormal.h"
 
 namespace vexo::sound {
 
@@ -19,12 +19,10 @@ void Flanger::process(float* interleaved, std::size_t frames) noexcept {
     const auto capacity = static_cast<double>(m_capacity);
     for (std::size_t frame = 0; frame < frames; ++frame) {
         for (std::size_t channel = 0; channel < 2; ++channel) {
-            const double turn =
-                2 * std::numbers::pi * (m_phase - 0.25 * static_cast<double>(channel));
+            const double turn = 2 * std::numbers::pi * (m_phase - 0.25 * static_cast<double>(channel));
             const double sweep = 0.5 - 0.5 * std::cos(turn);
             const double delay =
-                (kShortestDelaySeconds + (kLongestDelaySeconds - kShortestDelaySeconds) * sweep) *
-                m_sampleRate;
+                (kShortestDelaySeconds + (kLongestDelaySeconds - kShortestDelaySeconds) * sweep) * m_sampleRate;
             double position = static_cast<double>(m_write) - delay;
             if (position < 0)
                 position += capacity;

@@ -5,7 +5,8 @@
 
 namespace vexo::sound {
 
-Gate::Gate(int sampleRate) noexcept : m_edgeFrames(kEdgeSeconds * sampleRate) {}
+Gate::Gate(int sampleRate) noexcept
+    : m_edgeFrames(kEdgeSeconds * sampleRate) {}
 
 double Gate::gain(double framesIntoStep, double stepFrames) const noexcept {
     // A trapezoid: up over the first edge, down over the edge ending half-way. At tempos so

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "audio/effects/BeatClock.h"
-
 #include <cstddef>
+
+#include "audio/effects/BeatClock.h"
 
 // A rhythmic gate on the beat grid: each sixteenth note opens at its grid position, stays
 // open for half of its length and closes for the other half. Each edge is a 2 ms ramp, short

@@ -22,8 +22,7 @@ constexpr double kReleaseSnap = 1e-5;
 } // namespace
 
 Limiter::Limiter(int sampleRate)
-    : m_lookAhead(std::max<std::size_t>(
-          1, static_cast<std::size_t>(std::lround(kLookAheadSeconds * sampleRate)))),
+    : m_lookAhead(std::max<std::size_t>(1, static_cast<std::size_t>(std::lround(kLookAheadSeconds * sampleRate)))),
       m_releaseCoefficient(1 - std::exp(-1.0 / (kReleaseSeconds * sampleRate))),
       m_averageSum(static_cast<double>(m_lookAhead)) {
     m_delay.assign(m_lookAhead * 2, 0.0f);
@@ -43,8 +42,7 @@ void Limiter::process(float* interleaved, std::size_t frames) noexcept {
         const float required = peak > kCeiling ? kCeiling / peak : 1.0f;
 
         // The minimum over the frames now in the delay line and this one.
-        while (m_minimumSize > 0 &&
-               m_minimumGains[(m_minimumHead + m_minimumSize - 1) % window] >= required)
+        while (m_minimumSize > 0 && m_minimumGains[(m_minimumHead + m_minimumSize - 1) % window] >= required)
             --m_minimumSize;
         const std::size_t tail = (m_minimumHead + m_minimumSize) % window;
         m_minimumGains[tail] = required;
@@ -75,8 +73,7 @@ void Limiter::process(float* interleaved, std::size_t frames) noexcept {
             // Summed afresh once per turn, so that rounding never accumulates.
             m_averageSum = std::accumulate(m_average.begin(), m_average.end(), 0.0);
         }
-        m_gain =
-            std::min(1.0f, static_cast<float>(m_averageSum / static_cast<double>(m_lookAhead)));
+        m_gain = std::min(1.0f, static_cast<float>(m_averageSum / static_cast<double>(m_lookAhead)));
 
         for (std::size_t channel = 0; channel < 2; ++channel) {
             float& delayed = m_delay[m_position * 2 + channel];

@@ -1,14 +1,15 @@
 #include "audio/effects/Phaser.h"
 
-#include "audio/effects/Denormal.h"
-
 #include <algorithm>
 #include <cmath>
 #include <numbers>
 
+#include "audio/effects/Denormal.h"
+
 namespace vexo::sound {
 
-Phaser::Phaser(int sampleRate) noexcept : m_sampleRate(sampleRate) {}
+Phaser::Phaser(int sampleRate) noexcept
+    : m_sampleRate(sampleRate) {}
 
 void Phaser::process(float* interleaved, std::size_t frames) noexcept {
     const double step = kSweepHertz / m_sampleRate;
@@ -16,8 +17,7 @@ void Phaser::process(float* interleaved, std::size_t frames) noexcept {
     for (std::size_t frame = 0; frame < frames; ++frame) {
         const double sweep = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * m_phase);
         // Held below Nyquist at low sample rates, where the all-pass would turn unstable.
-        const double corner =
-            std::min(kLowestHertz * std::exp2(octaves * sweep), 0.45 * m_sampleRate);
+        const double corner = std::min(kLowestHertz * std::exp2(octaves * sweep), 0.45 * m_sampleRate);
         const double t = std::tan(std::numbers::pi * corner / m_sampleRate);
         // y[n] = a x[n] + x[n-1] - a y[n-1]: unit gain at every frequency, 90 degrees at the
         // corner.

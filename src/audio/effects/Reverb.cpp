@@ -1,9 +1,9 @@
 #include "audio/effects/Reverb.h"
 
-#include "audio/effects/Denormal.h"
-
 #include <algorithm>
 #include <cmath>
+
+#include "audio/effects/Denormal.h"
 
 namespace vexo::sound {
 
@@ -11,8 +11,7 @@ namespace {
 
 // Freeverb's tunings, in samples at 44.1 kHz; scaled to the sample rate.
 constexpr double kTuningRate = 44100;
-constexpr std::array<std::size_t, Reverb::kCombs> kCombTunings{1116, 1188, 1277, 1356,
-                                                               1422, 1491, 1557, 1617};
+constexpr std::array<std::size_t, Reverb::kCombs> kCombTunings{1116, 1188, 1277, 1356, 1422, 1491, 1557, 1617};
 constexpr std::array<std::size_t, Reverb::kAllPasses> kAllPassTunings{556, 441, 341, 225};
 constexpr std::size_t kStereoSpread = 23;
 
@@ -33,8 +32,7 @@ Reverb::Reverb(int sampleRate)
     const double scale = sampleRate / kTuningRate;
     std::size_t total = 0;
     const auto scaled = [scale](std::size_t tuning) {
-        return std::max<std::size_t>(
-            1, static_cast<std::size_t>(std::lround(static_cast<double>(tuning) * scale)));
+        return std::max<std::size_t>(1, static_cast<std::size_t>(std::lround(static_cast<double>(tuning) * scale)));
     };
     for (std::size_t channel = 0; channel < 2; ++channel) {
         const std::size_t spread = channel * kStereoSpread;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "audio/effects/SmoothedGain.h"
-
 #include <array>
 #include <cstddef>
 #include <vector>
+
+#include "audio/effects/SmoothedGain.h"
 
 // A Freeverb-style room: per channel eight damped feedback combs in parallel and four
 // all-passes in series, fed the mono sum of the sound; the right channel's lines are a few

@@ -14,7 +14,8 @@ public:
 
     // REQUIRES: sampleRate > 0, seconds > 0.
     SmoothedGain(int sampleRate, double seconds, float initial = 0) noexcept
-        : m_value(initial), m_target(initial),
+        : m_value(initial),
+          m_target(initial),
           m_step(static_cast<float>(1.0 / (seconds * sampleRate))) {}
 
     void setTarget(float target) noexcept { m_target = target; }

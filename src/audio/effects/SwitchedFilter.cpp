@@ -15,8 +15,8 @@ SwitchedFilter::SwitchedFilter(Biquad::Shape shape, double frequency, int sample
     : m_mix(sampleRate, SmoothedGain::kSwitchSeconds) {
     for (auto& channel : m_sections)
         for (std::size_t section = 0; section < channel.size(); ++section)
-            channel[section].configure(shape, std::min(frequency, 0.45 * sampleRate),
-                                       kButterworthQ[section], sampleRate);
+            channel[section].configure(shape, std::min(frequency, 0.45 * sampleRate), kButterworthQ[section],
+                                       sampleRate);
 }
 
 void SwitchedFilter::setEnabled(bool enabled) noexcept {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "audio/effects/Biquad.h"
-#include "audio/effects/SmoothedGain.h"
-
 #include <array>
 #include <cstddef>
+
+#include "audio/effects/Biquad.h"
+#include "audio/effects/SmoothedGain.h"
 
 // A stereo 24 dB/octave low-pass or high-pass (a fourth-order Butterworth: two cascaded
 // biquads) that can be switched on and off while sound plays. The filter runs all the time,

@@ -14,9 +14,9 @@ void HalfBandDecimator::process(const float* in, std::size_t count, std::vector<
     for (; position < total; position += 2) {
         const std::size_t oldest = position - 6;
         if (oldest < m_history.size()) {
-            out.push_back((16.0f * at(oldest + 3) + 9.0f * (at(oldest + 2) + at(oldest + 4)) -
-                           (at(oldest) + at(oldest + 6))) *
-                          (1.0f / 32.0f));
+            out.push_back(
+                (16.0f * at(oldest + 3) + 9.0f * (at(oldest + 2) + at(oldest + 4)) - (at(oldest) + at(oldest + 6))) *
+                (1.0f / 32.0f));
             continue;
         }
         const float* x = in + (oldest - m_history.size());

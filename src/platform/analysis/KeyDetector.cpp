@@ -18,8 +18,10 @@ constexpr double kMedianAverage = 10;
 constexpr int kKeys = 24;
 
 // Krumhansl and Kessler's probe-tone ratings of the twelve degrees in a major and a minor key.
-constexpr std::array<double, 12> kMajorProfile = {6.35, 2.23, 3.48, 2.33, 4.38, 4.09, 2.52, 5.19, 2.39, 3.66, 2.29, 2.88};
-constexpr std::array<double, 12> kMinorProfile = {6.33, 2.68, 3.52, 5.38, 2.60, 3.53, 2.54, 4.75, 3.98, 2.69, 3.34, 3.17};
+constexpr std::array<double, 12> kMajorProfile = {6.35, 2.23, 3.48, 2.33, 4.38, 4.09,
+                                                  2.52, 5.19, 2.39, 3.66, 2.29, 2.88};
+constexpr std::array<double, 12> kMinorProfile = {6.33, 2.68, 3.52, 5.38, 2.60, 3.53,
+                                                  2.54, 4.75, 3.98, 2.69, 3.34, 3.17};
 
 double correlation(const std::array<double, 12>& chroma, const std::array<double, 12>& profile, int tonic) {
     double meanChroma = 0, meanProfile = 0;
@@ -110,7 +112,8 @@ struct KeyDetector::State {
     int blocks = 0;
 };
 
-KeyDetector::KeyDetector(int sampleRate) : m_state(std::make_unique<State>(sampleRate)) {}
+KeyDetector::KeyDetector(int sampleRate)
+    : m_state(std::make_unique<State>(sampleRate)) {}
 
 KeyDetector::~KeyDetector() = default;
 

@@ -47,7 +47,8 @@ std::optional<LibraryAnalyzer::Summary> LibraryAnalyzer::analyze(const std::file
     auto store = media::AnalysisStore::open(indexPath, error);
     if (!store)
         return std::nullopt;
-    const std::vector<media::AnalysisStore::Pending> songs = store->pending(kAnalysisVersion, options.force, options.only);
+    const std::vector<media::AnalysisStore::Pending> songs =
+        store->pending(kAnalysisVersion, options.force, options.only);
 
     Summary summary;
     summary.threads = std::min<unsigned>(threadCount(options.threads), std::max<std::size_t>(1, songs.size()));
@@ -56,9 +57,7 @@ std::optional<LibraryAnalyzer::Summary> LibraryAnalyzer::analyze(const std::file
     std::mutex mutex;
     std::condition_variable finishedChanged;
     std::deque<Finished> finished;
-    const auto cancelled = [&] {
-        return stop.load() || (options.cancel != nullptr && options.cancel->load());
-    };
+    const auto cancelled = [&] { return stop.load() || (options.cancel != nullptr && options.cancel->load()); };
 
     // Workers take the next song, analyse it and hand the result to this thread, which alone
     // writes the index.

@@ -14,7 +14,8 @@ struct LoudnessMeter::State {
     }
 };
 
-LoudnessMeter::LoudnessMeter(int sampleRate) : m_state(std::make_unique<State>()) {
+LoudnessMeter::LoudnessMeter(int sampleRate)
+    : m_state(std::make_unique<State>()) {
     // Histogram mode keeps the gating memory constant whatever the song's length.
     m_state->meter = ebur128_init(2, static_cast<unsigned long>(sampleRate),
                                   EBUR128_MODE_I | EBUR128_MODE_TRUE_PEAK | EBUR128_MODE_HISTOGRAM);

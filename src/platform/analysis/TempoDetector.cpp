@@ -247,7 +247,8 @@ double median(std::vector<double> values) {
 
 struct TempoDetector::State {
     explicit State(double rate)
-        : sampleRate(rate), detectionFunction(DFConfig{kStep, kFrame, DF_COMPLEXSD, 3, false, -1, -1}),
+        : sampleRate(rate),
+          detectionFunction(DFConfig{kStep, kFrame, DF_COMPLEXSD, 3, false, -1, -1}),
           pending(kLeadInSamples, 0.0) {}
 
     double sampleRate;
@@ -305,7 +306,8 @@ struct TempoDetector::State {
     }
 };
 
-TempoDetector::TempoDetector(double sampleRate) : m_state(std::make_unique<State>(sampleRate)) {}
+TempoDetector::TempoDetector(double sampleRate)
+    : m_state(std::make_unique<State>(sampleRate)) {}
 
 TempoDetector::~TempoDetector() = default;
 

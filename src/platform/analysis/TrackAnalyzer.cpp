@@ -33,8 +33,11 @@ bool halvedForKey(int sampleRate) {
 class Pipeline {
 public:
     explicit Pipeline(int sampleRate)
-        : m_sampleRate(sampleRate), m_halve(halvedForKey(sampleRate)), m_loudness(sampleRate),
-          m_key(m_halve ? sampleRate / 2 : sampleRate), m_tempo(m_halve ? sampleRate / 4.0 : sampleRate / 2.0) {
+        : m_sampleRate(sampleRate),
+          m_halve(halvedForKey(sampleRate)),
+          m_loudness(sampleRate),
+          m_key(m_halve ? sampleRate / 2 : sampleRate),
+          m_tempo(m_halve ? sampleRate / 4.0 : sampleRate / 2.0) {
         m_mono.reserve(kBlockFrames);
     }
 

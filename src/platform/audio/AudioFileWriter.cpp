@@ -166,7 +166,8 @@ struct AudioFileWriter::State {
         if (av_samples_alloc_array_and_samples(&out, &lineSize, kChannels, room, codec->sample_fmt, 0) < 0)
             return fail("out of memory writing " + path.string(), error);
         const auto* in = reinterpret_cast<const std::uint8_t*>(interleaved);
-        const int made = swr_convert(resampler, out, room, interleaved != nullptr ? &in : nullptr, static_cast<int>(frames));
+        const int made =
+            swr_convert(resampler, out, room, interleaved != nullptr ? &in : nullptr, static_cast<int>(frames));
         if (made > 0)
             av_audio_fifo_write(fifo, reinterpret_cast<void**>(out), made);
         av_freep(&out[0]);
@@ -175,7 +176,8 @@ struct AudioFileWriter::State {
     }
 };
 
-AudioFileWriter::AudioFileWriter(std::unique_ptr<State> state) : m_state(std::move(state)) {}
+AudioFileWriter::AudioFileWriter(std::unique_ptr<State> state)
+    : m_state(std::move(state)) {}
 
 AudioFileWriter::~AudioFileWriter() {
     (void)finish(nullptr);
@@ -207,7 +209,8 @@ std::unique_ptr<AudioFileWriter> AudioFileWriter::create(const std::filesystem::
 
     auto state = std::make_unique<State>();
     state->path = path;
-    if (avformat_alloc_output_context2(&state->format, nullptr, kind->muxer, path.c_str()) < 0 || state->format == nullptr)
+    if (avformat_alloc_output_context2(&state->format, nullptr, kind->muxer, path.c_str()) < 0 ||
+        state->format == nullptr)
         return fail("cannot write " + path.string() + ": this machine's FFmpeg cannot make such files");
     state->stream = avformat_new_stream(state->format, nullptr);
     state->codec = avcodec_alloc_context3(encoder);
@@ -232,9 +235,8 @@ std::unique_ptr<AudioFileWriter> AudioFileWriter::create(const std::filesystem::
         return fail("cannot write " + path.string() + ": " + errorText(opened));
     avcodec_parameters_from_context(state->stream->codecpar, &codec);
     state->stream->time_base = codec.time_base;
-    state->frameSize = (encoder->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE) || codec.frame_size <= 0
-                           ? 4096
-                           : codec.frame_size;
+    state->frameSize =
+        (encoder->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE) || codec.frame_size <= 0 ? 4096 : codec.frame_size;
 
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
     if (swr_alloc_set_opts2(&state->resampler, &codec.ch_layout, codec.sample_fmt, codec.sample_rate, &stereo,

@@ -51,7 +51,6 @@ struct Decoder::State {
     int inputFormat = -1;
     AVChannelLayout inputLayout{};
 
-
     // Converted frames not handed out yet, from `pendingOffset` on.
     std::vector<float> pending;
     std::size_t pendingOffset = 0;
@@ -98,9 +97,9 @@ struct Decoder::State {
         const std::size_t start = pending.size();
         pending.resize(start + static_cast<std::size_t>(room) * kChannels);
         auto* out = reinterpret_cast<std::uint8_t*>(pending.data() + start);
-        const int made = swr_convert(resampler, &out, room,
-                                     input != nullptr ? const_cast<const std::uint8_t**>(input->extended_data) : nullptr,
-                                     inputFrames);
+        const int made = swr_convert(
+            resampler, &out, room, input != nullptr ? const_cast<const std::uint8_t**>(input->extended_data) : nullptr,
+            inputFrames);
         pending.resize(start + static_cast<std::size_t>(std::max(made, 0)) * kChannels);
     }
 
@@ -196,7 +195,8 @@ struct Decoder::State {
     }
 };
 
-Decoder::Decoder(std::unique_ptr<State> state) : m_state(std::move(state)) {}
+Decoder::Decoder(std::unique_ptr<State> state)
+    : m_state(std::move(state)) {}
 
 Decoder::~Decoder() = default;
 
@@ -292,8 +292,8 @@ bool Decoder::seek(std::int64_t frame) {
     const AVStream* audio = state.format->streams[state.stream];
     const std::int64_t start = audio->start_time != AV_NOPTS_VALUE ? audio->start_time : 0;
     const std::int64_t preroll = static_cast<std::int64_t>(kSeekPrerollSeconds * state.sampleRate);
-    const std::int64_t timestamp =
-        start + av_rescale_q(std::max<std::int64_t>(0, frame - preroll), AVRational{1, state.sampleRate}, audio->time_base);
+    const std::int64_t timestamp = start + av_rescale_q(std::max<std::int64_t>(0, frame - preroll),
+                                                        AVRational{1, state.sampleRate}, audio->time_base);
     if (const int sought = av_seek_frame(state.format, state.stream, timestamp, AVSEEK_FLAG_BACKWARD); sought < 0) {
         state.error = "cannot seek in " + state.path.string() + ": " + errorText(sought);
         return false;

@@ -1,9 +1,10 @@
 #include "platform/audio/NullOutput.h"
 
 #include <ctime>
+#include <vector>
+
 #include <pthread.h>
 #include <sched.h>
-#include <vector>
 
 #include "platform/audio/AudioFormat.h"
 

@@ -32,8 +32,8 @@ public:
 private:
     PortAudioOutput(std::unique_ptr<PortAudioSession> session, int device, int sampleRate, std::size_t bufferFrames,
                     std::string description);
-    static int callback(const void* input, void* output, unsigned long frames, const void* timing,
-                        unsigned long flags, void* self);
+    static int callback(const void* input, void* output, unsigned long frames, const void* timing, unsigned long flags,
+                        void* self);
 
     std::unique_ptr<PortAudioSession> m_session;
     int m_device;

@@ -1,9 +1,8 @@
 #include "platform/audio/PortAudioSession.h"
 
 #include <fcntl.h>
-#include <unistd.h>
-
 #include <portaudio.h>
+#include <unistd.h>
 
 namespace vexo::audio {
 

@@ -21,7 +21,9 @@ constexpr std::size_t kWriteChunkFrames = 4096;
 
 struct Recorder::State {
     State(std::filesystem::path path, std::unique_ptr<AudioFileWriter> writer, std::size_t ringSamples)
-        : path(std::move(path)), writer(std::move(writer)), ring(ringSamples) {}
+        : path(std::move(path)),
+          writer(std::move(writer)),
+          ring(ringSamples) {}
 
     std::filesystem::path path;
     std::unique_ptr<AudioFileWriter> writer;
@@ -66,7 +68,8 @@ struct Recorder::State {
     }
 };
 
-Recorder::Recorder(std::unique_ptr<State> state) : m_state(std::move(state)) {}
+Recorder::Recorder(std::unique_ptr<State> state)
+    : m_state(std::move(state)) {}
 
 Recorder::~Recorder() {
     stop();

@@ -1,11 +1,11 @@
 #include "platform/graphics/AssetCatalog.h"
 
-#include "platform/install/InstalledData.h"
-#include "platform/log/Log.h"
-
 #include <cstdlib>
 #include <fstream>
 #include <system_error>
+
+#include "platform/install/InstalledData.h"
+#include "platform/log/Log.h"
 
 #ifndef VEXO_ASSET_DIR
 #error "VEXO_ASSET_DIR must name the build tree's asset directory"
@@ -34,7 +34,8 @@ std::optional<std::string> baseName(std::string_view name) {
 
 } // namespace
 
-AssetCatalog::AssetCatalog(std::filesystem::path directory) : m_directory(std::move(directory)) {}
+AssetCatalog::AssetCatalog(std::filesystem::path directory)
+    : m_directory(std::move(directory)) {}
 
 std::filesystem::path AssetCatalog::defaultDirectory() {
     if (const char* overridden = std::getenv("VEXO_ASSET_DIR"); overridden && *overridden)
@@ -92,12 +93,24 @@ std::optional<std::vector<std::uint8_t>> AssetCatalog::imageNamed(std::string_vi
 const std::vector<std::string>& AssetCatalog::allNames() {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> list = {
-            "turntable-play", "turntable-play-active", "turntable-pause", "turntable-pause-active",
-            "turntable-prev", "turntable-prev-active", "turntable-next", "turntable-next-active",
-            "turntable-button-center", "turntable-button-center-active",
-            "turntable-button-seg2-left", "turntable-button-seg2-left-active",
-            "turntable-button-seg2-right", "turntable-button-seg2-right-active",
-            "turntable-artwork-vexo", "mixer-turntable-artwork-vexo", "default-artwork", "automix",
+            "turntable-play",
+            "turntable-play-active",
+            "turntable-pause",
+            "turntable-pause-active",
+            "turntable-prev",
+            "turntable-prev-active",
+            "turntable-next",
+            "turntable-next-active",
+            "turntable-button-center",
+            "turntable-button-center-active",
+            "turntable-button-seg2-left",
+            "turntable-button-seg2-left-active",
+            "turntable-button-seg2-right",
+            "turntable-button-seg2-right-active",
+            "turntable-artwork-vexo",
+            "mixer-turntable-artwork-vexo",
+            "default-artwork",
+            "automix",
             "library-playlist",
         };
         for (int i = 0; i < 50; ++i) {

@@ -14,10 +14,11 @@ int ceilDiv(int a, int b) {
 } // namespace
 
 BoxReducer::BoxReducer(int sourceWidth, int sourceHeight, int factor, Image::Alpha alpha)
-    : m_sourceWidth(sourceWidth), m_sourceHeight(sourceHeight), m_factor(std::max(factor, 1)),
+    : m_sourceWidth(sourceWidth),
+      m_sourceHeight(sourceHeight),
+      m_factor(std::max(factor, 1)),
       m_sums(static_cast<std::size_t>(ceilDiv(sourceWidth, std::max(factor, 1))) * 4, 0),
-      m_output(ceilDiv(sourceWidth, std::max(factor, 1)),
-               ceilDiv(sourceHeight, std::max(factor, 1)), alpha) {}
+      m_output(ceilDiv(sourceWidth, std::max(factor, 1)), ceilDiv(sourceHeight, std::max(factor, 1)), alpha) {}
 
 int BoxReducer::factorFor(int sourceWidth, int sourceHeight, int targetWidth, int targetHeight) {
     if (targetWidth <= 0 || targetHeight <= 0)
@@ -61,7 +62,8 @@ void BoxReducer::addRgbRow(const std::uint8_t* row) {
     for (; x < m_sourceWidth; x += m_factor, sums += 4) {
         int end = std::min(x + m_factor, m_sourceWidth);
         std::uint32_t r = 0, g = 0, b = 0;
-        for (const std::uint8_t* p = row + static_cast<std::size_t>(x) * 3; p < row + static_cast<std::size_t>(end) * 3; p += 3) {
+        for (const std::uint8_t* p = row + static_cast<std::size_t>(x) * 3; p < row + static_cast<std::size_t>(end) * 3;
+             p += 3) {
             r += p[0];
             g += p[1];
             b += p[2];

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/graphics/Image.h"
-
 #include <cstdint>
 #include <vector>
+
+#include "platform/graphics/Image.h"
 
 // Shrinks an image by a whole factor while it is decoded, a row at a time, averaging
 // each factor x factor block. Decoders use it so that a large picture never has to be
@@ -19,8 +19,7 @@ public:
 
     // The factor that keeps the result at least `targetWidth` x `targetHeight`; 1 when the
     // source is not at least twice the target in both directions or the target is empty.
-    [[nodiscard]] static int factorFor(int sourceWidth, int sourceHeight, int targetWidth,
-                                       int targetHeight);
+    [[nodiscard]] static int factorFor(int sourceWidth, int sourceHeight, int targetWidth, int targetHeight);
 
     // Adds the next source row: `sourceWidth` premultiplied 0xAARRGGBB words. Requires
     // fewer than `sourceHeight` rows added so far.

@@ -1,13 +1,13 @@
 #include "platform/graphics/Canvas.h"
 
-#include "platform/graphics/PngEncoder.h"
-
-#include <cairo.h>
-
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+
+#include <cairo.h>
+
+#include "platform/graphics/PngEncoder.h"
 
 namespace vexo::graphics {
 
@@ -39,7 +39,9 @@ cairo_line_cap_t toCairo(Canvas::LineCap cap) {
 
 } // namespace
 
-Canvas::Canvas(int width, int height) : m_width(width), m_height(height) {
+Canvas::Canvas(int width, int height)
+    : m_width(width),
+      m_height(height) {
     if (width < 1 || height < 1 || width > kMaxSide || height > kMaxSide)
         throw std::invalid_argument("canvas size out of range: " + std::to_string(width) + "x" +
                                     std::to_string(height));
@@ -69,8 +71,8 @@ void Canvas::applyFill(const Fill& fill) {
         addStop(pattern, 1, linear->to);
     } else {
         const auto& radial = std::get<RadialGradient>(fill);
-        pattern = cairo_pattern_create_radial(radial.center.x, radial.center.y, 0, radial.center.x,
-                                              radial.center.y, radial.radius);
+        pattern = cairo_pattern_create_radial(radial.center.x, radial.center.y, 0, radial.center.x, radial.center.y,
+                                              radial.radius);
         addStop(pattern, 0, radial.inner);
         addStop(pattern, 1, radial.outer);
     }

@@ -1,14 +1,14 @@
 #pragma once
 
-#include "platform/graphics/Color.h"
-#include "platform/graphics/Fill.h"
-#include "platform/graphics/Image.h"
-#include "platform/graphics/Rect.h"
-
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <vector>
+
+#include "platform/graphics/Color.h"
+#include "platform/graphics/Fill.h"
+#include "platform/graphics/Image.h"
+#include "platform/graphics/Rect.h"
 
 typedef struct _cairo cairo_t;
 typedef struct _cairo_surface cairo_surface_t;

@@ -10,13 +10,9 @@ struct Color {
     double alpha = 1;
 
     // The colour with its alpha replaced; handy for the translucent variants of a palette.
-    [[nodiscard]] constexpr Color withAlpha(double newAlpha) const {
-        return {red, green, blue, newAlpha};
-    }
+    [[nodiscard]] constexpr Color withAlpha(double newAlpha) const { return {red, green, blue, newAlpha}; }
 
-    static constexpr Color gray(double white, double alpha = 1) {
-        return {white, white, white, alpha};
-    }
+    static constexpr Color gray(double white, double alpha = 1) { return {white, white, white, alpha}; }
     static constexpr Color clear() { return {0, 0, 0, 0}; }
 
     friend constexpr bool operator==(const Color&, const Color&) = default;

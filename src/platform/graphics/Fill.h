@@ -1,9 +1,9 @@
 #pragma once
 
+#include <variant>
+
 #include "platform/graphics/Color.h"
 #include "platform/graphics/Rect.h"
-
-#include <variant>
 
 // What the inside of a shape is painted with: a flat colour or a two-colour gradient.
 namespace vexo::graphics {

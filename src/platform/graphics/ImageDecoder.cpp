@@ -1,11 +1,11 @@
 #include "platform/graphics/ImageDecoder.h"
 
+#include <algorithm>
+#include <string>
+
 #include "platform/graphics/JpegDecoder.h"
 #include "platform/graphics/PngDecoder.h"
 #include "platform/log/Log.h"
-
-#include <algorithm>
-#include <string>
 
 namespace vexo::graphics {
 
@@ -15,7 +15,8 @@ constexpr std::string_view kComponent = "graphics";
 
 } // namespace
 
-ImageDecoder::ImageDecoder(DecodeLimits limits) : m_limits(limits) {}
+ImageDecoder::ImageDecoder(DecodeLimits limits)
+    : m_limits(limits) {}
 
 std::optional<ImageDecoder::Format> ImageDecoder::sniff(std::span<const std::uint8_t> data) {
     static constexpr std::uint8_t png[] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};

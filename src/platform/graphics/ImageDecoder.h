@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/graphics/DecodeLimits.h"
-#include "platform/graphics/Image.h"
-#include "platform/graphics/Rect.h"
-
 #include <cstdint>
 #include <optional>
 #include <span>
+
+#include "platform/graphics/DecodeLimits.h"
+#include "platform/graphics/Image.h"
+#include "platform/graphics/Rect.h"
 
 // Turns encoded JPEG or PNG data into an Image, the way the screens expect of
 // "decode this artwork": anything that is not a whole, reasonably sized JPEG or PNG
@@ -40,8 +40,7 @@ public:
     // the source but is never smaller than `target` in either direction (unless the source
     // is): JPEG is scaled in the DCT, both formats are then box-averaged by a whole factor.
     // Nothing when the data is oversized, corrupt, truncated or of another format.
-    [[nodiscard]] std::optional<Image> decode(std::span<const std::uint8_t> data,
-                                              Size target = {}) const;
+    [[nodiscard]] std::optional<Image> decode(std::span<const std::uint8_t> data, Size target = {}) const;
 
 private:
     DecodeLimits m_limits;

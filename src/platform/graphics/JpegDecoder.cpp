@@ -1,14 +1,14 @@
 #include "platform/graphics/JpegDecoder.h"
 
-#include "platform/graphics/BoxReducer.h"
-#include "platform/log/Log.h"
-
 #include <bit>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include "platform/graphics/BoxReducer.h"
+#include "platform/log/Log.h"
 
 // jpeglib.h needs FILE and size_t declared first.
 #include <jerror.h>
@@ -54,8 +54,7 @@ void emitMessage(j_common_ptr cinfo, int level) {
 }
 
 void checkScans(j_common_ptr cinfo) {
-    if (cinfo->is_decompressor &&
-        reinterpret_cast<j_decompress_ptr>(cinfo)->input_scan_number > kMaxScans) {
+    if (cinfo->is_decompressor && reinterpret_cast<j_decompress_ptr>(cinfo)->input_scan_number > kMaxScans) {
         cinfo->err->msg_code = JERR_BAD_SCAN_SCRIPT;
         fail(cinfo);
     }
@@ -124,9 +123,7 @@ int exifOrientation(jpeg_saved_marker_ptr marker) {
         auto u16 = [&](std::size_t at) {
             return little ? std::uint32_t(p[at] | p[at + 1] << 8) : std::uint32_t(p[at] << 8 | p[at + 1]);
         };
-        auto u32 = [&](std::size_t at) {
-            return little ? u16(at) | u16(at + 2) << 16 : u16(at) << 16 | u16(at + 2);
-        };
+        auto u32 = [&](std::size_t at) { return little ? u16(at) | u16(at + 2) << 16 : u16(at) << 16 | u16(at + 2); };
         std::size_t directory = u32(4);
         if (directory > size - 2)
             continue;
@@ -157,13 +154,32 @@ Image oriented(Image image, int orientation) {
         for (int x = 0; x < out.width(); ++x) {
             int sx = x, sy = y;
             switch (orientation) {
-            case 2: sx = w - 1 - x; break;
-            case 3: sx = w - 1 - x; sy = h - 1 - y; break;
-            case 4: sy = h - 1 - y; break;
-            case 5: sx = y; sy = x; break;
-            case 6: sx = y; sy = h - 1 - x; break;
-            case 7: sx = w - 1 - y; sy = h - 1 - x; break;
-            case 8: sx = w - 1 - y; sy = x; break;
+            case 2:
+                sx = w - 1 - x;
+                break;
+            case 3:
+                sx = w - 1 - x;
+                sy = h - 1 - y;
+                break;
+            case 4:
+                sy = h - 1 - y;
+                break;
+            case 5:
+                sx = y;
+                sy = x;
+                break;
+            case 6:
+                sx = y;
+                sy = h - 1 - x;
+                break;
+            case 7:
+                sx = w - 1 - y;
+                sy = h - 1 - x;
+                break;
+            case 8:
+                sx = w - 1 - y;
+                sy = x;
+                break;
             }
             row[x] = image.pixels()[static_cast<std::size_t>(sy) * w + sx];
         }
@@ -181,8 +197,7 @@ bool readHeaderInto(Session& session, std::span<const std::uint8_t> data) {
 }
 
 // Only trivially destructible locals below the setjmp: see Session.
-bool decodeInto(Session& session, std::span<const std::uint8_t> data, const DecodeLimits& limits,
-                Size target) {
+bool decodeInto(Session& session, std::span<const std::uint8_t> data, const DecodeLimits& limits, Size target) {
     if (setjmp(session.errors.jump))
         return false;
     jpeg_decompress_struct& cinfo = session.cinfo;
@@ -204,8 +219,8 @@ bool decodeInto(Session& session, std::span<const std::uint8_t> data, const Deco
     if (width == 0 || height == 0 || width > limits.maxDimension || height > limits.maxDimension ||
         width * height > limits.maxPixels) {
         std::snprintf(session.errors.message, sizeof session.errors.message,
-                      "declared size %llux%llu is over the limit",
-                      static_cast<unsigned long long>(width), static_cast<unsigned long long>(height));
+                      "declared size %llux%llu is over the limit", static_cast<unsigned long long>(width),
+                      static_cast<unsigned long long>(height));
         return false;
     }
 
@@ -214,8 +229,8 @@ bool decodeInto(Session& session, std::span<const std::uint8_t> data, const Deco
         cinfo.out_color_space = JCS_CMYK;
     else
         cinfo.out_color_space = std::endian::native == std::endian::little ? JCS_EXT_BGRA : JCS_EXT_ARGB;
-    cinfo.scale_num = static_cast<unsigned>(JpegDecoder::scaleNumeratorFor(
-        {static_cast<int>(width), static_cast<int>(height)}, target));
+    cinfo.scale_num = static_cast<unsigned>(
+        JpegDecoder::scaleNumeratorFor({static_cast<int>(width), static_cast<int>(height)}, target));
     cinfo.scale_denom = 8;
     jpeg_start_decompress(&cinfo);
 
@@ -257,8 +272,7 @@ int JpegDecoder::scaleNumeratorFor(Size source, Size target) {
         return 8;
     auto scaled = [](int side, int numerator) { return (static_cast<long long>(side) * numerator + 7) / 8; };
     for (int numerator = 1; numerator < 8; ++numerator) {
-        if (scaled(source.width, numerator) >= target.width &&
-            scaled(source.height, numerator) >= target.height)
+        if (scaled(source.width, numerator) >= target.width && scaled(source.height, numerator) >= target.height)
             return numerator;
     }
     return 8;
@@ -271,8 +285,7 @@ std::optional<Size> JpegDecoder::readSize(std::span<const std::uint8_t> data) {
     return Size{static_cast<int>(session.cinfo.image_width), static_cast<int>(session.cinfo.image_height)};
 }
 
-std::optional<Image> JpegDecoder::decode(std::span<const std::uint8_t> data, const DecodeLimits& limits,
-                                         Size target) {
+std::optional<Image> JpegDecoder::decode(std::span<const std::uint8_t> data, const DecodeLimits& limits, Size target) {
     Session session;
     if (!decodeInto(session, data, limits, target)) {
         log::debug(kComponent, std::string("jpeg not decoded: ") + session.errors.message);

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/graphics/DecodeLimits.h"
-#include "platform/graphics/Image.h"
-#include "platform/graphics/Rect.h"
-
 #include <cstdint>
 #include <optional>
 #include <span>
+
+#include "platform/graphics/DecodeLimits.h"
+#include "platform/graphics/Image.h"
+#include "platform/graphics/Rect.h"
 
 // JPEG through libjpeg-turbo. Library errors never escape: they unwind with longjmp to
 // the decode call, which then returns nothing.
@@ -25,8 +25,8 @@ public:
     // sizes over `limits` after reading the header, before any pixel buffer is allocated;
     // refuses truncated data and progressive files with an absurd number of scans. An EXIF
     // orientation is applied, so the result may be the source turned on its side.
-    [[nodiscard]] static std::optional<Image> decode(std::span<const std::uint8_t> data,
-                                                     const DecodeLimits& limits, Size target);
+    [[nodiscard]] static std::optional<Image> decode(std::span<const std::uint8_t> data, const DecodeLimits& limits,
+                                                     Size target);
 };
 
 } // namespace vexo::graphics

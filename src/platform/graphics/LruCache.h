@@ -9,11 +9,11 @@
 // first. Not thread-safe; the owner locks.
 namespace vexo::graphics {
 
-template <typename Key, typename Value, typename Hash = std::hash<Key>>
-class LruCache {
+template <typename Key, typename Value, typename Hash = std::hash<Key>> class LruCache {
 public:
     // A cache that holds up to `capacity` entries (at least one).
-    explicit LruCache(std::size_t capacity) : m_capacity(capacity > 0 ? capacity : 1) {}
+    explicit LruCache(std::size_t capacity)
+        : m_capacity(capacity > 0 ? capacity : 1) {}
 
     // The entry for `key`, now the most recently used, or nullptr. The pointer stays
     // valid until the next put().

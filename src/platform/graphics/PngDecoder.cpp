@@ -1,8 +1,5 @@
 #include "platform/graphics/PngDecoder.h"
 
-#include "platform/graphics/BoxReducer.h"
-#include "platform/log/Log.h"
-
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -10,6 +7,9 @@
 #include <vector>
 
 #include <png.h>
+
+#include "platform/graphics/BoxReducer.h"
+#include "platform/log/Log.h"
 
 namespace vexo::graphics {
 
@@ -181,8 +181,7 @@ std::optional<Size> PngDecoder::readSize(std::span<const std::uint8_t> data) {
     return Size{static_cast<int>(width), static_cast<int>(height)};
 }
 
-std::optional<Image> PngDecoder::decode(std::span<const std::uint8_t> data, const DecodeLimits& limits,
-                                        Size target) {
+std::optional<Image> PngDecoder::decode(std::span<const std::uint8_t> data, const DecodeLimits& limits, Size target) {
     Session session;
     session.data = data;
     if (!decodeInto(session, limits, target)) {

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/graphics/DecodeLimits.h"
-#include "platform/graphics/Image.h"
-#include "platform/graphics/Rect.h"
-
 #include <cstdint>
 #include <optional>
 #include <span>
+
+#include "platform/graphics/DecodeLimits.h"
+#include "platform/graphics/Image.h"
+#include "platform/graphics/Rect.h"
 
 // PNG through libpng. Library errors never escape: they unwind with longjmp to the
 // decode call, which then returns nothing.
@@ -21,8 +21,8 @@ public:
     // are scaled down, palettes and transparency expanded), then box-reduces towards
     // `target` (see ImageDecoder). Refuses sizes over `limits` before allocating pixels and
     // any data that fails libpng's checks (bad CRC, truncation, malformed chunks).
-    [[nodiscard]] static std::optional<Image> decode(std::span<const std::uint8_t> data,
-                                                     const DecodeLimits& limits, Size target);
+    [[nodiscard]] static std::optional<Image> decode(std::span<const std::uint8_t> data, const DecodeLimits& limits,
+                                                     Size target);
 };
 
 } // namespace vexo::graphics

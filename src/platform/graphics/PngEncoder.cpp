@@ -1,11 +1,11 @@
 #include "platform/graphics/PngEncoder.h"
 
-#include "platform/log/Log.h"
-
 #include <string>
 
 #include <png.h>
 #include <zlib.h>
+
+#include "platform/log/Log.h"
 
 namespace vexo::graphics {
 

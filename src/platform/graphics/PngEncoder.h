@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/graphics/Image.h"
-
 #include <cstdint>
 #include <optional>
 #include <vector>
+
+#include "platform/graphics/Image.h"
 
 // Writes an Image as a PNG file in memory: 8-bit RGBA, or RGB for an opaque image.
 // Tuned for the small pictures the screens send on every repaint, where a fast, light

@@ -1,13 +1,13 @@
 #include "platform/graphics/RoundArtworkRenderer.h"
 
-#include "platform/graphics/Canvas.h"
-#include "platform/graphics/ImageDecoder.h"
-#include "platform/log/Log.h"
-
 #include <bit>
 #include <cstring>
 #include <functional>
 #include <string_view>
+
+#include "platform/graphics/Canvas.h"
+#include "platform/graphics/ImageDecoder.h"
+#include "platform/log/Log.h"
 
 namespace vexo::graphics {
 
@@ -59,7 +59,8 @@ std::size_t RoundArtworkRenderer::KeyHash::operator()(const Key& key) const {
 }
 
 RoundArtworkRenderer::RoundArtworkRenderer(DecodeLimits limits, std::size_t cacheCapacity)
-    : m_limits(limits), m_cache(cacheCapacity) {}
+    : m_limits(limits),
+      m_cache(cacheCapacity) {}
 
 RoundArtworkRenderer& RoundArtworkRenderer::shared() {
     static RoundArtworkRenderer renderer;

@@ -1,16 +1,16 @@
 #pragma once
 
-#include "platform/graphics/DecodeLimits.h"
-#include "platform/graphics/Image.h"
-#include "platform/graphics/LruCache.h"
-#include "platform/graphics/RoundArtworkStyle.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <span>
 #include <vector>
+
+#include "platform/graphics/DecodeLimits.h"
+#include "platform/graphics/Image.h"
+#include "platform/graphics/LruCache.h"
+#include "platform/graphics/RoundArtworkStyle.h"
 
 // Makes the round artwork pictures of the screens: encoded image data in, PNG data out.
 //

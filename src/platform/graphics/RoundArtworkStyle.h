@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/graphics/Color.h"
-
 #include <optional>
+
+#include "platform/graphics/Color.h"
 
 // How a screen turns artwork into its round picture: a square canvas of `size` points,
 // the oval inscribed in it filled with `ring` (when there is one), the image stretched over

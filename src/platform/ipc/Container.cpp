@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,8 +41,8 @@ bool ensureOwnDirectory(const fs::path& directory, FinalLink finalLink, Permissi
         return false;
     }
     struct stat status {};
-    const int result = finalLink == FinalLink::Follow ? ::stat(directory.c_str(), &status)
-                                                      : ::lstat(directory.c_str(), &status);
+    const int result =
+        finalLink == FinalLink::Follow ? ::stat(directory.c_str(), &status) : ::lstat(directory.c_str(), &status);
     if (result != 0) {
         log::debug(kLogComponent, "cannot examine " + directory.string() + ": " + std::strerror(errno));
         return false;
@@ -121,12 +122,11 @@ struct VerifiedContainer {
 std::mutex g_verifiedMutex;
 std::optional<VerifiedContainer> g_verified;
 
-
 // Still a private directory of ours, as it was when verified?
 bool isStillOurs(const fs::path& path) {
     struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-           status.st_uid == ::geteuid() && (status.st_mode & 077) == 0;
+    return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid() &&
+           (status.st_mode & 077) == 0;
 }
 
 } // namespace

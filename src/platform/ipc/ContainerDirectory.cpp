@@ -1,18 +1,19 @@
 #include "platform/ipc/ContainerDirectory.h"
 
-#include "platform/ipc/Container.h"
-#include "platform/log/Log.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/ipc/Container.h"
+#include "platform/log/Log.h"
 
 namespace vexo::ipc {
 namespace {
@@ -91,7 +92,8 @@ std::vector<std::string> entryNames(int directory) {
 } // namespace
 
 ContainerDirectory::ContainerDirectory(std::string group, std::optional<std::string> subdirectory)
-    : m_group(std::move(group)), m_subdirectory(std::move(subdirectory)) {}
+    : m_group(std::move(group)),
+      m_subdirectory(std::move(subdirectory)) {}
 
 bool ContainerDirectory::isPlainFileName(std::string_view name) {
     return !name.empty() && name != "." && name != ".." &&
@@ -125,13 +127,13 @@ bool ContainerDirectory::open(Reopen reopen) {
             if (name.empty() || name == "." || name == "/")
                 continue;
             if (name == "..") {
-                log::warning(kLogComponent, "the message directory \"" + *m_subdirectory +
-                                                "\" would leave the container; not used");
+                log::warning(kLogComponent,
+                             "the message directory \"" + *m_subdirectory + "\" would leave the container; not used");
                 return false;
             }
             if (::mkdirat(current.get(), name.c_str(), 0700) != 0 && errno != EEXIST) {
-                log::debug(kLogComponent, "cannot create " + (*container / *m_subdirectory).string() + ": " +
-                                              errorText(errno));
+                log::debug(kLogComponent,
+                           "cannot create " + (*container / *m_subdirectory).string() + ": " + errorText(errno));
                 return false;
             }
             UniqueFd next(::openat(current.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -141,13 +143,13 @@ bool ContainerDirectory::open(Reopen reopen) {
                     log::warning(kLogComponent, (*container / *m_subdirectory).string() +
                                                     " is a symbolic link or no directory; not used");
                 else
-                    log::debug(kLogComponent, "cannot open " + (*container / *m_subdirectory).string() + ": " +
-                                                  errorText(error));
+                    log::debug(kLogComponent,
+                               "cannot open " + (*container / *m_subdirectory).string() + ": " + errorText(error));
                 return false;
             }
             if (!isOwnDirectory(next.get())) {
-                log::warning(kLogComponent, (*container / *m_subdirectory).string() +
-                                                " belongs to another user; not used");
+                log::warning(kLogComponent,
+                             (*container / *m_subdirectory).string() + " belongs to another user; not used");
                 return false;
             }
             current = std::move(next);
@@ -178,8 +180,8 @@ bool ContainerDirectory::writeAtomically(std::string_view fileName, std::span<co
         // A clash means a leftover of a dead process that had our pid; take the next name.
         for (int clash = 0; clash < 8 && fd < 0; ++clash) {
             std::snprintf(temporary, sizeof temporary, ".%.*s.%ld.%llu%s", static_cast<int>(fileName.size()),
-                          fileName.data(), static_cast<long>(::getpid()),
-                          static_cast<unsigned long long>(m_sequence++), kTemporarySuffix.data());
+                          fileName.data(), static_cast<long>(::getpid()), static_cast<unsigned long long>(m_sequence++),
+                          kTemporarySuffix.data());
             fd = ::openat(m_directory.get(), temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
             if (fd < 0 && errno != EEXIST)
                 break;
@@ -194,8 +196,8 @@ bool ContainerDirectory::writeAtomically(std::string_view fileName, std::span<co
         const bool written = writeAll(fd, bytes);
         const int writeError = errno;
         const bool closed = ::close(fd) == 0;
-        if (written && closed && ::renameat(m_directory.get(), temporary, m_directory.get(),
-                                            std::string(fileName).c_str()) == 0) {
+        if (written && closed &&
+            ::renameat(m_directory.get(), temporary, m_directory.get(), std::string(fileName).c_str()) == 0) {
             if (m_writesFailing) {
                 m_writesFailing = false;
                 log::info(kLogComponent, "messages are written again in " + m_containerPath.string());
@@ -218,8 +220,8 @@ void ContainerDirectory::reportWriteFailure(const std::string& what) {
         return;
     }
     m_writesFailing = true;
-    log::warning(kLogComponent, what + " (in " + m_containerPath.string() +
-                                    "); messages are not stored until writing works again");
+    log::warning(kLogComponent,
+                 what + " (in " + m_containerPath.string() + "); messages are not stored until writing works again");
 }
 
 std::optional<std::span<const std::uint8_t>> ContainerDirectory::read(std::string_view fileName) {
@@ -247,8 +249,7 @@ std::optional<std::span<const std::uint8_t>> ContainerDirectory::read(std::strin
         log::warning(kLogComponent, name + " belongs to another user; not read");
         return std::nullopt;
     }
-    if (!S_ISREG(status.st_mode) ||
-        static_cast<std::uintmax_t>(status.st_size) > kMaximumReadSize) {
+    if (!S_ISREG(status.st_mode) || static_cast<std::uintmax_t>(status.st_size) > kMaximumReadSize) {
         log::debug(kLogComponent, "not reading " + name + ": not a regular file of at most " +
                                       std::to_string(kMaximumReadSize >> 20) + " MiB");
         return std::nullopt;
@@ -273,7 +274,8 @@ std::optional<std::span<const std::uint8_t>> ContainerDirectory::read(std::strin
     }
     // A large buffer is not kept for ever: artwork comes now and then, deck status often.
     if (m_readBuffer.capacity() > (std::size_t{1} << 20) && size < (std::size_t{1} << 16)) {
-        std::vector<std::uint8_t> smaller(m_readBuffer.begin(), m_readBuffer.begin() + static_cast<std::ptrdiff_t>(size));
+        std::vector<std::uint8_t> smaller(m_readBuffer.begin(),
+                                          m_readBuffer.begin() + static_cast<std::ptrdiff_t>(size));
         m_readBuffer.swap(smaller);
     }
     return std::span<const std::uint8_t>(m_readBuffer.data(), size);

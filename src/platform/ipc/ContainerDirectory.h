@@ -1,8 +1,5 @@
 #pragma once
 
-#include "platform/ipc/UniqueFd.h"
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -10,6 +7,9 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/ipc/UniqueFd.h"
+#include "platform/plist/Value.h"
 
 // A directory of an application group's container (or the container itself), held open by
 // descriptor, with the file operations of the message transport done relative to it.

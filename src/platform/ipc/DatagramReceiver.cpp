@@ -2,13 +2,14 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
+#include <utility>
+
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
 
 #include "platform/ipc/SocketDirectory.h"
 #include "platform/ipc/UniqueFd.h"
@@ -29,9 +30,11 @@ std::string errorText(int error) {
 } // namespace
 
 struct DatagramReceiver::State {
-    State(const DatagramEndpoint& endpoint, std::filesystem::path container, runtime::RunLoop& loop,
-          Callback callback)
-        : endpoint(endpoint), container(std::move(container)), loop(loop), callback(std::move(callback)) {}
+    State(const DatagramEndpoint& endpoint, std::filesystem::path container, runtime::RunLoop& loop, Callback callback)
+        : endpoint(endpoint),
+          container(std::move(container)),
+          loop(loop),
+          callback(std::move(callback)) {}
 
     // Stops listening: no callback after this, the socket file removed when it is still ours.
     void stop();
@@ -61,7 +64,8 @@ void DatagramReceiver::State::stop() {
         const std::string name(endpoint.socketName);
         if (::fstatat(directory.descriptor(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
             status.st_ino == socketInode && ::unlinkat(directory.descriptor(), name.c_str(), 0) != 0)
-            log::debug(logComponent, "cannot remove " + directory.path().string() + "/" + name + ": " + errorText(errno));
+            log::debug(logComponent,
+                       "cannot remove " + directory.path().string() + "/" + name + ": " + errorText(errno));
     }
     // A readiness callback in progress checks `closed` before it reads again, so closing here
     // never lets it read a reused descriptor number.
@@ -94,15 +98,16 @@ bool DatagramReceiver::listen() {
     const std::string where = endpoint.socketPath(state.container).string();
 
     const std::string lockName(endpoint.lockName);
-    state.lock.reset(::openat(state.directory.descriptor(), lockName.c_str(),
-                              O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    state.lock.reset(
+        ::openat(state.directory.descriptor(), lockName.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!state.lock.isValid()) {
         log::debug(logComponent, "cannot open the lock beside " + where + ": " + errorText(errno));
         return false;
     }
     if (::flock(state.lock.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EWOULDBLOCK)
-            log::warning(logComponent, "another " + std::string(endpoint.listenerName) + " already listens at " + where);
+            log::warning(logComponent,
+                         "another " + std::string(endpoint.listenerName) + " already listens at " + where);
         else
             log::debug(logComponent, "cannot lock " + where + ": " + errorText(errno));
         return false;
@@ -177,8 +182,7 @@ void DatagramReceiver::receive(const std::shared_ptr<State>& state) {
             log::debug(logComponent, "dropped a datagram from another user");
             continue;
         }
-        if ((message.msg_flags & MSG_TRUNC) != 0 ||
-            static_cast<std::size_t>(length) > endpoint.maximumMessageSize) {
+        if ((message.msg_flags & MSG_TRUNC) != 0 || static_cast<std::size_t>(length) > endpoint.maximumMessageSize) {
             log::debug(logComponent,
                        "dropped a datagram larger than " + std::to_string(endpoint.maximumMessageSize) + " bytes");
             continue;

@@ -2,8 +2,9 @@
 
 #include <cerrno>
 #include <cstring>
-#include <sys/socket.h>
 #include <utility>
+
+#include <sys/socket.h>
 
 #include "platform/ipc/SocketDirectory.h"
 #include "platform/log/Log.h"

@@ -3,8 +3,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
+
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -1,13 +1,14 @@
 #include "platform/ipc/FileManager.h"
 
-#include "platform/ipc/Container.h"
-#include "platform/log/Log.h"
-
 #include <cerrno>
 #include <cstring>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/ipc/Container.h"
+#include "platform/log/Log.h"
 
 namespace vexo::ipc {
 namespace {
@@ -53,8 +54,7 @@ bool FileManager::createDirectoryAtPath(const std::filesystem::path& path) const
     return std::filesystem::is_directory(path, error);
 }
 
-bool FileManager::writeToFileAtomically(const std::filesystem::path& path,
-                                        std::span<const std::uint8_t> bytes) const {
+bool FileManager::writeToFileAtomically(const std::filesystem::path& path, std::span<const std::uint8_t> bytes) const {
     // The temporary file is hidden and unique, so concurrent writers never share one.
     std::string temporary = (path.parent_path() / ("." + path.filename().string() + ".XXXXXX")).string();
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
@@ -114,12 +114,10 @@ bool FileManager::removeItemAtPath(const std::filesystem::path& path) const {
     return !error && removed > 0;
 }
 
-std::vector<std::string>
-FileManager::contentsOfDirectoryAtPath(const std::filesystem::path& path) const {
+std::vector<std::string> FileManager::contentsOfDirectoryAtPath(const std::filesystem::path& path) const {
     std::vector<std::string> names;
     std::error_code error;
-    for (std::filesystem::directory_iterator it(path, error), end; !error && it != end;
-         it.increment(error))
+    for (std::filesystem::directory_iterator it(path, error), end; !error && it != end; it.increment(error))
         names.push_back(it->path().filename().string());
     if (error)
         logFailure("cannot list", path, error.value());

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -9,6 +7,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/plist/Value.h"
 
 // The file operations the transport needs, with the host platform's file-manager contracts:
 // each reports success or yields nothing and never throws; failures are logged at debug level.
@@ -31,8 +31,7 @@ public:
     // Writes `bytes` to a temporary file beside `path` and renames it over `path`, so that a
     // reader in any process sees the old or the new whole file, never a part. True on success;
     // on failure nothing is left behind.
-    bool writeToFileAtomically(const std::filesystem::path& path,
-                               std::span<const std::uint8_t> bytes) const;
+    bool writeToFileAtomically(const std::filesystem::path& path, std::span<const std::uint8_t> bytes) const;
 
     // The whole contents of the regular file at `path`; nothing when it is missing,
     // unreadable, not a regular file or larger than kMaximumReadSize.
@@ -43,8 +42,7 @@ public:
     bool removeItemAtPath(const std::filesystem::path& path) const;
 
     // Names of the entries of the directory at `path`; empty when it cannot be listed.
-    [[nodiscard]] std::vector<std::string>
-    contentsOfDirectoryAtPath(const std::filesystem::path& path) const;
+    [[nodiscard]] std::vector<std::string> contentsOfDirectoryAtPath(const std::filesystem::path& path) const;
 };
 
 } // namespace vexo::ipc

@@ -55,9 +55,9 @@ std::optional<LocalNotification> LocalNotification::fromDictionary(const plist::
     if (dictionary.asDictionary() == nullptr)
         return refuse("it is no dictionary");
     LocalNotification notification;
-    for (const auto& [key, text] : {std::pair{kAlertTitleKey, &notification.alertTitle},
-                                    std::pair{kAlertBodyKey, &notification.alertBody},
-                                    std::pair{kCategoryKey, &notification.category}}) {
+    for (const auto& [key, text] :
+         {std::pair{kAlertTitleKey, &notification.alertTitle}, std::pair{kAlertBodyKey, &notification.alertBody},
+          std::pair{kCategoryKey, &notification.category}}) {
         if (!readText(dictionary, key, *text))
             return refuse("\"" + std::string(key) + "\" is no string");
     }

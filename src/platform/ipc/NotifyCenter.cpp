@@ -5,18 +5,19 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
-#include <fcntl.h>
+#include <ctime>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <random>
+#include <utility>
+
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <ctime>
 #include <unistd.h>
-#include <utility>
 
 #include "platform/ipc/NotifyName.h"
 #include "platform/ipc/SocketDirectory.h"
@@ -77,7 +78,9 @@ std::map<SharedCentreKey, std::weak_ptr<NotifyCenter>>& sharedCentres() {
 
 struct NotifyCenter::Registration {
     Registration(const void* observer, std::string name, Callback callback)
-        : observer(observer), name(std::move(name)), callback(std::make_shared<Callback>(std::move(callback))) {}
+        : observer(observer),
+          name(std::move(name)),
+          callback(std::make_shared<Callback>(std::move(callback))) {}
 
     ~Registration() {
         watch.reset();
@@ -102,7 +105,8 @@ struct NotifyCenter::Registration {
 };
 
 NotifyCenter::NotifyCenter(fs::path container, runtime::RunLoop& loop)
-    : m_container(std::move(container)), m_loop(loop),
+    : m_container(std::move(container)),
+      m_loop(loop),
       m_sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {}
 
 NotifyCenter::~NotifyCenter() {
@@ -144,7 +148,8 @@ bool NotifyCenter::addObserver(const void* observer, std::string_view name, Call
     }
 
     SocketDirectory directory;
-    if (openNameDirectory(m_container, name, SocketDirectory::Create::Yes, directory) != SocketDirectory::Lookup::Opened)
+    if (openNameDirectory(m_container, name, SocketDirectory::Create::Yes, directory) !=
+        SocketDirectory::Lookup::Opened)
         return false;
     auto registration = std::make_shared<Registration>(observer, std::string(name), std::move(callback));
     registration->socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -162,8 +167,7 @@ bool NotifyCenter::addObserver(const void* observer, std::string_view name, Call
             log::debug(kLogComponent, "no socket address fits for " + directory.path().string());
             return false;
         }
-        if (::bind(registration->socket.get(), reinterpret_cast<const sockaddr*>(&*address),
-                   sizeof *address) == 0) {
+        if (::bind(registration->socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0) {
             registration->socketName = socketName;
         } else if (errno != EADDRINUSE) {
             log::debug(kLogComponent, "cannot bind in " + directory.path().string() + ": " + errorText(errno));
@@ -280,11 +284,11 @@ bool NotifyCenter::post(std::string_view name) const {
 
     // The directory held open is still the name's, unless it was deleted or given away.
     struct stat status {};
-    if (target.directory.isOpen() &&
-        (::fstat(target.directory.descriptor(), &status) != 0 || status.st_nlink == 0 ||
-         status.st_uid != ::geteuid())) {
+    if (target.directory.isOpen() && (::fstat(target.directory.descriptor(), &status) != 0 || status.st_nlink == 0 ||
+                                      status.st_uid != ::geteuid())) {
         if (status.st_nlink != 0 && status.st_uid != ::geteuid())
-            log::warning(kLogComponent, target.directory.path().string() + " is not a directory of this user; not used");
+            log::warning(kLogComponent,
+                         target.directory.path().string() + " is not a directory of this user; not used");
         target = PostTarget();
     }
     if (!target.directory.isOpen()) {
@@ -325,8 +329,9 @@ bool NotifyCenter::post(std::string_view name) const {
             bool isSocket = entry->d_type == DT_SOCK;
             if (entry->d_type == DT_UNKNOWN) {
                 struct stat entryStatus {};
-                isSocket = ::fstatat(target.directory.descriptor(), entry->d_name, &entryStatus, AT_SYMLINK_NOFOLLOW) == 0 &&
-                           S_ISSOCK(entryStatus.st_mode);
+                isSocket =
+                    ::fstatat(target.directory.descriptor(), entry->d_name, &entryStatus, AT_SYMLINK_NOFOLLOW) == 0 &&
+                    S_ISSOCK(entryStatus.st_mode);
             }
             if (!isSocket)
                 continue;
@@ -349,14 +354,17 @@ bool NotifyCenter::post(std::string_view name) const {
         if (error == ECONNREFUSED) {
             // Nobody is bound to it: its process died without removing it.
             if (::unlinkat(target.directory.descriptor(), socketName.c_str(), 0) == 0)
-                log::debug(kLogComponent, "removed the dead socket " + socketName + " of \"" + std::string(name) + "\"");
+                log::debug(kLogComponent,
+                           "removed the dead socket " + socketName + " of \"" + std::string(name) + "\"");
             removedAny = true;
         } else if (error == EAGAIN || error == EWOULDBLOCK) {
-            log::debug(kLogComponent, "a listener of \"" + std::string(name) + "\" has a full queue; post dropped for it");
+            log::debug(kLogComponent,
+                       "a listener of \"" + std::string(name) + "\" has a full queue; post dropped for it");
         } else if (error == ENOENT) {
             removedAny = true;
         } else {
-            log::debug(kLogComponent, "cannot post \"" + std::string(name) + "\" to " + socketName + ": " + errorText(error));
+            log::debug(kLogComponent,
+                       "cannot post \"" + std::string(name) + "\" to " + socketName + ": " + errorText(error));
         }
     }
     if (removedAny)

@@ -1,16 +1,15 @@
 #pragma once
 
-#include "platform/ipc/UniqueFd.h"
-
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/ipc/UniqueFd.h"
 #include "platform/runtime/RunLoop.h"
 
 // Cross-process notifications addressed by name alone, with no payload: the user's processes

@@ -43,9 +43,8 @@ public:
     }
 
     // See DatagramEndpoint::openDirectory.
-    [[nodiscard]] static SocketDirectory::Lookup openDirectory(const std::filesystem::path& container,
-                                                               SocketDirectory::Create create,
-                                                               SocketDirectory& directory) {
+    [[nodiscard]] static SocketDirectory::Lookup
+    openDirectory(const std::filesystem::path& container, SocketDirectory::Create create, SocketDirectory& directory) {
         return kEndpoint.openDirectory(container, create, directory);
     }
 };

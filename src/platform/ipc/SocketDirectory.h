@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <optional>
 #include <string_view>
+
 #include <sys/socket.h>
 #include <sys/un.h>
 

@@ -58,7 +58,8 @@ void SocketParentApplication::openParentApplication(const plist::Value& userInfo
         return;
     }
     if (archive->size() > ParentApplicationSocket::kMaximumMessageSize) {
-        log::debug(kLogComponent, dropped(1, "its archive of " + std::to_string(archive->size()) + " bytes is too large"));
+        log::debug(kLogComponent,
+                   dropped(1, "its archive of " + std::to_string(archive->size()) + " bytes is too large"));
         return;
     }
     // Behind others that wait it waits too, so that the phone application sees the order sent.

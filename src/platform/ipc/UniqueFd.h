@@ -8,8 +8,10 @@ namespace vexo::ipc {
 class UniqueFd {
 public:
     UniqueFd() = default;
-    explicit UniqueFd(int fd) : m_fd(fd) {}
-    UniqueFd(UniqueFd&& other) noexcept : m_fd(other.release()) {}
+    explicit UniqueFd(int fd)
+        : m_fd(fd) {}
+    UniqueFd(UniqueFd&& other) noexcept
+        : m_fd(other.release()) {}
     UniqueFd& operator=(UniqueFd&& other) noexcept {
         reset(other.release());
         return *this;

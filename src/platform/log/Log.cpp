@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <string>
+
 #include <unistd.h>
 
 namespace vexo::log {

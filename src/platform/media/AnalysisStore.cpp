@@ -30,7 +30,8 @@ bool isWithin(const fs::path& file, const fs::path& place) {
 
 } // namespace
 
-AnalysisStore::AnalysisStore(std::unique_ptr<SqliteDatabase> database) : m_database(std::move(database)) {}
+AnalysisStore::AnalysisStore(std::unique_ptr<SqliteDatabase> database)
+    : m_database(std::move(database)) {}
 
 AnalysisStore::~AnalysisStore() = default;
 

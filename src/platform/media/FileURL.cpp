@@ -1,9 +1,9 @@
 #include "platform/media/FileURL.h"
 
-#include "platform/plist/NumericText.h"
-
 #include <array>
 #include <cctype>
+
+#include "platform/plist/NumericText.h"
 
 namespace vexo::media {
 namespace {
@@ -13,8 +13,8 @@ namespace {
 constexpr auto kUnreserved = [] {
     std::array<bool, 256> table{};
     for (int c = 0; c < 256; ++c) {
-        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-                   c == '.' || c == '_' || c == '~' || c == '/';
+        table[c] = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+                   c == '_' || c == '~' || c == '/';
     }
     return table;
 }();

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
+#include <utility>
+
 #include <dirent.h>
 #include <fcntl.h>
-#include <set>
 #include <sys/stat.h>
-#include <utility>
 
 namespace vexo::media {
 namespace {
@@ -31,8 +32,7 @@ struct DirectoryStream {
 
 } // namespace
 
-FolderWalker::Listing FolderWalker::list(const fs::path& root,
-                                         const std::function<bool(const fs::path&)>& accept,
+FolderWalker::Listing FolderWalker::list(const fs::path& root, const std::function<bool(const fs::path&)>& accept,
                                          const std::function<void(std::size_t)>& found) {
     Listing listing;
     std::set<std::pair<dev_t, ino_t>> visited;
@@ -90,8 +90,8 @@ FolderWalker::Listing FolderWalker::list(const fs::path& root,
             }
             if (accept && !accept(path))
                 continue;
-            listing.files.push_back({std::move(path), nanoseconds(status.st_mtim),
-                                     static_cast<std::uint64_t>(status.st_size)});
+            listing.files.push_back(
+                {std::move(path), nanoseconds(status.st_mtim), static_cast<std::uint64_t>(status.st_size)});
             if (found && listing.files.size() % kFoundReportInterval == 0)
                 found(listing.files.size());
         }

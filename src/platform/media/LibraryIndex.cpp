@@ -1,8 +1,8 @@
 #include "platform/media/LibraryIndex.h"
 
-#include "platform/log/Log.h"
-
 #include <system_error>
+
+#include "platform/log/Log.h"
 
 namespace vexo::media {
 namespace {
@@ -135,10 +135,12 @@ bool upgradeSchema(SqliteDatabase& database, const std::filesystem::path& path, 
         return fail(error, path.string() + ": cannot upgrade the index: " + database.errorMessage());
     if (version == 1)
         log::info(kLogComponent, path.string() + ": index upgraded to version " +
-                                     std::to_string(LibraryIndex::kSchemaVersion) + "; the next scan reads every file again");
+                                     std::to_string(LibraryIndex::kSchemaVersion) +
+                                     "; the next scan reads every file again");
     else if (version < LibraryIndex::kSchemaVersion)
         log::info(kLogComponent, path.string() + ": index upgraded to version " +
-                                     std::to_string(LibraryIndex::kSchemaVersion) + "; songs are analysed on the next scan");
+                                     std::to_string(LibraryIndex::kSchemaVersion) +
+                                     "; songs are analysed on the next scan");
     return true;
 }
 

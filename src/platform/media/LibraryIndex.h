@@ -44,13 +44,10 @@ public:
     // upgrading an index of an earlier version. Nothing, with the reason in `error` when
     // given, for a file that is not an index of ours, one of a newer schema, or one that
     // cannot be opened, made or upgraded (a read-only index of an earlier version).
-    [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path,
-                                                              std::string* error);
+    [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path, std::string* error);
 
     [[nodiscard]] static std::int64_t stored(PersistentID id) { return static_cast<std::int64_t>(id); }
-    [[nodiscard]] static PersistentID persistentID(std::int64_t stored) {
-        return static_cast<PersistentID>(stored);
-    }
+    [[nodiscard]] static PersistentID persistentID(std::int64_t stored) { return static_cast<PersistentID>(stored); }
 };
 
 } // namespace vexo::media

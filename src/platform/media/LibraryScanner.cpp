@@ -1,5 +1,16 @@
 #include "platform/media/LibraryScanner.h"
 
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <random>
+#include <unordered_map>
+#include <unordered_set>
+
+#include <dirent.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
 #include "platform/ipc/Container.h"
 #include "platform/ipc/NotifyCenter.h"
 #include "platform/log/Log.h"
@@ -9,17 +20,6 @@
 #include "platform/media/SqliteDatabase.h"
 #include "platform/media/TagReader.h"
 #include "platform/runtime/AsioRunLoop.h"
-
-#include <sqlite3.h>
-
-#include <cerrno>
-#include <chrono>
-#include <cstring>
-#include <dirent.h>
-#include <random>
-#include <sys/stat.h>
-#include <unordered_map>
-#include <unordered_set>
 
 namespace vexo::media {
 namespace {
@@ -50,7 +50,8 @@ bool fileHasGone(const std::string& path) {
 class ScanRun {
 public:
     ScanRun(SqliteDatabase& database, std::size_t batchSize)
-        : m_database(database), m_batchSize(std::max<std::size_t>(1, batchSize)),
+        : m_database(database),
+          m_batchSize(std::max<std::size_t>(1, batchSize)),
           m_random(std::random_device{}()) {}
 
     bool prepare() {
@@ -66,15 +67,15 @@ public:
         m_putArtwork = m_database.prepare("INSERT OR REPLACE INTO artwork (item_id, data) VALUES (?1, ?2)");
         m_deleteArtwork = m_database.prepare("DELETE FROM artwork WHERE item_id = ?1");
         m_markItemGone = m_database.prepare("UPDATE items SET present = 0 WHERE persistent_id = ?1");
-        m_upsertPlaylist = m_database.prepare(
-            "INSERT INTO playlists (persistent_id, path, present, modified_ns, size, name)"
-            " VALUES (?1, ?2, 1, ?3, ?4, ?5)"
-            " ON CONFLICT(path) DO UPDATE SET present = 1, modified_ns = excluded.modified_ns,"
-            " size = excluded.size, name = excluded.name"
-            " RETURNING persistent_id");
+        m_upsertPlaylist =
+            m_database.prepare("INSERT INTO playlists (persistent_id, path, present, modified_ns, size, name)"
+                               " VALUES (?1, ?2, 1, ?3, ?4, ?5)"
+                               " ON CONFLICT(path) DO UPDATE SET present = 1, modified_ns = excluded.modified_ns,"
+                               " size = excluded.size, name = excluded.name"
+                               " RETURNING persistent_id");
         m_deleteEntries = m_database.prepare("DELETE FROM playlist_entries WHERE playlist_id = ?1");
-        m_insertEntry = m_database.prepare(
-            "INSERT INTO playlist_entries (playlist_id, position, path) VALUES (?1, ?2, ?3)");
+        m_insertEntry =
+            m_database.prepare("INSERT INTO playlist_entries (playlist_id, position, path) VALUES (?1, ?2, ?3)");
         m_markPlaylistGone = m_database.prepare("UPDATE playlists SET present = 0 WHERE persistent_id = ?1");
         return m_upsertItem.isValid() && m_putArtwork.isValid() && m_deleteArtwork.isValid() &&
                m_markItemGone.isValid() && m_upsertPlaylist.isValid() && m_deleteEntries.isValid() &&
@@ -83,13 +84,13 @@ public:
 
     std::optional<KnownByPath> load(std::string_view table) {
         KnownByPath known;
-        auto statement = m_database.prepare("SELECT persistent_id, path, modified_ns, size, present FROM " +
-                                            std::string(table));
+        auto statement =
+            m_database.prepare("SELECT persistent_id, path, modified_ns, size, present FROM " + std::string(table));
         SqliteStatement::Step step;
         while ((step = statement.step()) == SqliteStatement::Step::Row) {
             m_usedIDs.insert(statement.integer(0));
-            known.emplace(statement.text(1), Known{statement.integer(0), statement.integer(2),
-                                                   statement.integer(3), statement.integer(4) != 0, false});
+            known.emplace(statement.text(1), Known{statement.integer(0), statement.integer(2), statement.integer(3),
+                                                   statement.integer(4) != 0, false});
         }
         if (step == SqliteStatement::Step::Error)
             return std::nullopt;
@@ -286,7 +287,8 @@ void postChange(const std::string& group) {
     // Posting needs no loop to run; a centre needs one to exist.
     bool posted;
     if (runtime::RunLoop* loop = runtime::RunLoop::current()) {
-        posted = ipc::NotifyCenter::forContainer(*container, *loop)->post(MediaLibrary::kCrossProcessChangeNotification);
+        posted =
+            ipc::NotifyCenter::forContainer(*container, *loop)->post(MediaLibrary::kCrossProcessChangeNotification);
     } else {
         runtime::AsioRunLoop privateLoop;
         posted = ipc::NotifyCenter(*container, privateLoop).post(MediaLibrary::kCrossProcessChangeNotification);
@@ -298,7 +300,8 @@ void postChange(const std::string& group) {
 } // namespace
 
 LibraryScanner::LibraryScanner(fs::path indexPath, Options options)
-    : m_indexPath(std::move(indexPath)), m_options(std::move(options)) {}
+    : m_indexPath(std::move(indexPath)),
+      m_options(std::move(options)) {}
 
 std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& folder, const ProgressCallback& progress,
                                                             std::string* error) {

@@ -72,18 +72,18 @@ public:
 
     // A scanner of the index at `indexPath` (made when missing). Opens nothing yet.
     explicit LibraryScanner(std::filesystem::path indexPath, Options options);
-    explicit LibraryScanner(std::filesystem::path indexPath) : LibraryScanner(std::move(indexPath), Options{}) {}
+    explicit LibraryScanner(std::filesystem::path indexPath)
+        : LibraryScanner(std::move(indexPath), Options{}) {}
 
     // Scans `folder`, calling `progress` (when set) on the calling thread as it goes. Every
     // item whose file has gone loses its asset URL, whichever folder it was found in; items of
     // other folders stay otherwise, as do those in a folder that could not be read.
     // Nothing, with the reason in `error` when given, when the folder is missing or
     // unreadable, the index cannot be opened, writing it fails (batches committed before
-    // stay) or the scan was cancelled (what it read is kept). Unreadable or damaged files inside the folder do not stop the scan: they are
-    // listed in the summary's problems.
+    // stay) or the scan was cancelled (what it read is kept). Unreadable or damaged files inside the folder do not stop
+    // the scan: they are listed in the summary's problems.
     [[nodiscard]] std::optional<Summary> scan(const std::filesystem::path& folder,
-                                              const ProgressCallback& progress = {},
-                                              std::string* error = nullptr);
+                                              const ProgressCallback& progress = {}, std::string* error = nullptr);
 
 private:
     std::filesystem::path m_indexPath;

@@ -8,13 +8,16 @@
 namespace vexo::media {
 
 MediaItem::MediaItem(Properties properties, std::optional<std::vector<std::uint8_t>> artworkData)
-    : m_properties(std::move(properties)), m_hasArtwork(artworkData.has_value()) {
+    : m_properties(std::move(properties)),
+      m_hasArtwork(artworkData.has_value()) {
     if (artworkData)
         m_artworkData = std::make_shared<const std::vector<std::uint8_t>>(std::move(*artworkData));
 }
 
 MediaItem::MediaItem(Properties properties, std::weak_ptr<const MediaLibrary> library, bool hasArtwork)
-    : m_properties(std::move(properties)), m_library(std::move(library)), m_hasArtwork(hasArtwork) {}
+    : m_properties(std::move(properties)),
+      m_library(std::move(library)),
+      m_hasArtwork(hasArtwork) {}
 
 std::optional<std::vector<std::uint8_t>> MediaItem::artworkData() const {
     if (!m_hasArtwork)
@@ -79,9 +82,9 @@ bool operator==(const MediaItem& a, const MediaItem& b) {
     const auto& x = a.m_properties;
     const auto& y = b.m_properties;
     return x.persistentID == y.persistentID && x.title == y.title && x.artist == y.artist &&
-           x.albumTitle == y.albumTitle && x.playbackDuration == y.playbackDuration &&
-           x.mediaType == y.mediaType && x.assetURL == y.assetURL && x.beatsPerMinute == y.beatsPerMinute &&
-           x.initialKey == y.initialKey && x.analysis == y.analysis && a.m_hasArtwork == b.m_hasArtwork;
+           x.albumTitle == y.albumTitle && x.playbackDuration == y.playbackDuration && x.mediaType == y.mediaType &&
+           x.assetURL == y.assetURL && x.beatsPerMinute == y.beatsPerMinute && x.initialKey == y.initialKey &&
+           x.analysis == y.analysis && a.m_hasArtwork == b.m_hasArtwork;
 }
 
 } // namespace vexo::media

@@ -75,8 +75,7 @@ public:
 
     // An item that carries its picture itself (or none); for items made outside an index,
     // such as in tests of the screens.
-    explicit MediaItem(Properties properties,
-                       std::optional<std::vector<std::uint8_t>> artworkData = std::nullopt);
+    explicit MediaItem(Properties properties, std::optional<std::vector<std::uint8_t>> artworkData = std::nullopt);
 
     // An item of `library` whose picture, when `hasArtwork`, is read from the index on demand.
     // Holds the library weakly: once it is gone the item reads as having no picture.

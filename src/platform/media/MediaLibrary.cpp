@@ -1,5 +1,11 @@
 #include "platform/media/MediaLibrary.h"
 
+#include <cstdlib>
+#include <unordered_map>
+
+#include <pwd.h>
+#include <unistd.h>
+
 #include "platform/ipc/Container.h"
 #include "platform/ipc/NotifyCenter.h"
 #include "platform/log/Log.h"
@@ -8,11 +14,6 @@
 #include "platform/media/SqliteDatabase.h"
 #include "platform/runtime/NotificationCenter.h"
 #include "platform/runtime/RunLoop.h"
-
-#include <cstdlib>
-#include <pwd.h>
-#include <unistd.h>
-#include <unordered_map>
 
 namespace vexo::media {
 namespace {
@@ -101,7 +102,8 @@ std::shared_ptr<MediaLibrary> MediaLibrary::open(const fs::path& path, std::stri
 }
 
 MediaLibrary::MediaLibrary(fs::path path, std::unique_ptr<SqliteDatabase> database)
-    : m_path(std::move(path)), m_database(std::move(database)) {}
+    : m_path(std::move(path)),
+      m_database(std::move(database)) {}
 
 MediaLibrary::~MediaLibrary() {
     stopGenerating();
@@ -109,8 +111,8 @@ MediaLibrary::~MediaLibrary() {
 
 std::vector<MediaItem> MediaLibrary::itemsWithPersistentID(PersistentID persistentID) const {
     const std::lock_guard lock(m_mutex);
-    auto statement = m_database->prepare("SELECT " + std::string(kItemColumns) +
-                                         " FROM items i" + std::string(kAnalysisJoin) + " WHERE i.persistent_id = ?1");
+    auto statement = m_database->prepare("SELECT " + std::string(kItemColumns) + " FROM items i" +
+                                         std::string(kAnalysisJoin) + " WHERE i.persistent_id = ?1");
     statement.bind(1, LibraryIndex::stored(persistentID));
     std::vector<MediaItem> items;
     SqliteStatement::Step step;
@@ -123,9 +125,9 @@ std::vector<MediaItem> MediaLibrary::itemsWithPersistentID(PersistentID persiste
 
 std::vector<MediaItem> MediaLibrary::items() const {
     const std::lock_guard lock(m_mutex);
-    auto statement = m_database->prepare(
-        "SELECT " + std::string(kItemColumns) +
-        " FROM items i" + std::string(kAnalysisJoin) + " ORDER BY i.title COLLATE NOCASE, i.title, i.persistent_id < 0, i.persistent_id");
+    auto statement =
+        m_database->prepare("SELECT " + std::string(kItemColumns) + " FROM items i" + std::string(kAnalysisJoin) +
+                            " ORDER BY i.title COLLATE NOCASE, i.title, i.persistent_id < 0, i.persistent_id");
     std::vector<MediaItem> items;
     SqliteStatement::Step step;
     while ((step = statement.step()) == SqliteStatement::Step::Row)
@@ -151,9 +153,8 @@ std::vector<MediaPlaylist> MediaLibrary::playlists(MediaType filter, EmptyPlayli
     std::unordered_map<std::int64_t, std::size_t> indexByID;
     bool failed = false;
     {
-        auto statement = m_database->prepare(
-            "SELECT persistent_id, name FROM playlists WHERE present = 1"
-            " ORDER BY name COLLATE NOCASE, name, persistent_id < 0, persistent_id");
+        auto statement = m_database->prepare("SELECT persistent_id, name FROM playlists WHERE present = 1"
+                                             " ORDER BY name COLLATE NOCASE, name, persistent_id < 0, persistent_id");
         SqliteStatement::Step step;
         while ((step = statement.step()) == SqliteStatement::Step::Row) {
             indexByID.emplace(statement.integer(0), collected.size());
@@ -163,10 +164,10 @@ std::vector<MediaPlaylist> MediaLibrary::playlists(MediaType filter, EmptyPlayli
     }
     if (!failed) {
         // In the entries' own key order (playlist, position): no sort needed.
-        auto statement = m_database->prepare(
-            "SELECT e.playlist_id, " + std::string(kItemColumns) +
-            " FROM playlist_entries e JOIN items i ON i.path = e.path" + std::string(kAnalysisJoin) +
-            " WHERE (i.media_type & ?1) != 0 ORDER BY e.playlist_id, e.position");
+        auto statement = m_database->prepare("SELECT e.playlist_id, " + std::string(kItemColumns) +
+                                             " FROM playlist_entries e JOIN items i ON i.path = e.path" +
+                                             std::string(kAnalysisJoin) +
+                                             " WHERE (i.media_type & ?1) != 0 ORDER BY e.playlist_id, e.position");
         statement.bind(1, static_cast<std::int64_t>(filter));
         const auto library = weak_from_this();
         SqliteStatement::Step step;

@@ -1,14 +1,14 @@
 #include "platform/media/PlaylistFile.h"
 
-#include "platform/media/FileURL.h"
-#include "platform/plist/Utf.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <span>
+
+#include "platform/media/FileURL.h"
+#include "platform/plist/Utf.h"
 
 namespace vexo::media {
 namespace {
@@ -32,8 +32,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
-    return text.size() >= prefix.size() &&
-           std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
+    return text.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
                return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
            });
 }
@@ -98,8 +97,8 @@ PlaylistFile::Contents PlaylistFile::parse(std::string_view text, const fs::path
         text.remove_prefix(kByteOrderMark.size());
     std::string converted;
     if (lowerExtension(path) == ".m3u" && !isValidUtf8(text)) {
-        converted = plist::utf::utf8FromLatin1(
-            std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
+        converted =
+            plist::utf::utf8FromLatin1(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
         text = converted;
     }
 

@@ -20,8 +20,7 @@ class SqliteDatabase {
 public:
     // Opens (creating if missing) the database at `path`. Nothing, with the reason in `error`
     // when given, when the file cannot be opened.
-    [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path,
-                                                              std::string* error);
+    [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path, std::string* error);
 
     ~SqliteDatabase();
     SqliteDatabase(const SqliteDatabase&) = delete;
@@ -43,7 +42,8 @@ public:
     [[nodiscard]] std::int64_t lastInsertRowId() const;
 
 private:
-    explicit SqliteDatabase(sqlite3* handle) : m_handle(handle) {}
+    explicit SqliteDatabase(sqlite3* handle)
+        : m_handle(handle) {}
 
     sqlite3* m_handle;
 };

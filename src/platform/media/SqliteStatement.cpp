@@ -1,8 +1,8 @@
 #include "platform/media/SqliteStatement.h"
 
-#include <sqlite3.h>
-
 #include <utility>
+
+#include <sqlite3.h>
 
 namespace vexo::media {
 
@@ -39,8 +39,7 @@ SqliteStatement& SqliteStatement::bind(int index, std::string_view text) {
 SqliteStatement& SqliteStatement::bind(int index, std::span<const std::uint8_t> blob) {
     // An empty span may have no data pointer, which SQLite would take for NULL.
     static const std::uint8_t kEmpty = 0;
-    sqlite3_bind_blob64(m_statement, index, blob.empty() ? &kEmpty : blob.data(), blob.size(),
-                        SQLITE_TRANSIENT);
+    sqlite3_bind_blob64(m_statement, index, blob.empty() ? &kEmpty : blob.data(), blob.size(), SQLITE_TRANSIENT);
     return *this;
 }
 

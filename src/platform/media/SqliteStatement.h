@@ -20,7 +20,8 @@ public:
 
     // An empty statement: step() gives Error. See SqliteDatabase::prepare.
     SqliteStatement() = default;
-    explicit SqliteStatement(sqlite3_stmt* statement) : m_statement(statement) {}
+    explicit SqliteStatement(sqlite3_stmt* statement)
+        : m_statement(statement) {}
     ~SqliteStatement();
     SqliteStatement(SqliteStatement&& other) noexcept;
     SqliteStatement& operator=(SqliteStatement&& other) noexcept;

@@ -1,7 +1,13 @@
 #include "platform/media/TagReader.h"
 
-#include "platform/log/Log.h"
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
 
+#include <fcntl.h>
 #include <taglib/aifffile.h>
 #include <taglib/apefile.h>
 #include <taglib/apetag.h>
@@ -18,22 +24,16 @@
 #include <taglib/mpegfile.h>
 #include <taglib/oggflacfile.h>
 #include <taglib/opusfile.h>
-#include <taglib/tpropertymap.h>
 #include <taglib/speexfile.h>
 #include <taglib/tdebuglistener.h>
+#include <taglib/tpropertymap.h>
 #include <taglib/vorbisfile.h>
 #include <taglib/wavfile.h>
 #include <taglib/wavpackfile.h>
 #include <taglib/xiphcomment.h>
-
-#include <algorithm>
-#include <array>
-#include <cctype>
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <mutex>
 #include <unistd.h>
+
+#include "platform/log/Log.h"
 
 namespace vexo::media {
 namespace {
@@ -42,8 +42,8 @@ constexpr std::string_view kLogComponent = "media";
 
 // Extensions that TagLib's file type detection recognises, lower case.
 constexpr std::array<std::string_view, 22> kAudioExtensions = {
-    "mp3", "mp2", "flac", "ogg", "oga", "opus", "spx", "m4a", "m4b", "m4p", "mp4", "m4v",
-    "wav", "aif", "aiff", "aifc", "wv", "ape", "mpc", "wma", "asf", "tta",
+    "mp3", "mp2", "flac", "ogg",  "oga",  "opus", "spx", "m4a", "m4b", "m4p", "mp4",
+    "m4v", "wav", "aif",  "aiff", "aifc", "wv",   "ape", "mpc", "wma", "asf", "tta",
 };
 
 // TagLib's own diagnostics go to our debug log rather than straight to standard error.
@@ -386,8 +386,7 @@ std::optional<TagReader::Track> TagReader::read(const std::filesystem::path& pat
     track.mediaType = extracted.mediaType ? *extracted.mediaType : mediaTypeFromGenre(genre, track.mediaType);
     const TagLib::ByteVector& picture = extracted.picture.data;
     if (picture.size() > kMaximumArtworkBytes) {
-        log::debug(kLogComponent, path.string() + ": picture of " + std::to_string(picture.size()) +
-                                      " bytes left out");
+        log::debug(kLogComponent, path.string() + ": picture of " + std::to_string(picture.size()) + " bytes left out");
     } else if (!picture.isEmpty()) {
         track.artwork.emplace(reinterpret_cast<const std::uint8_t*>(picture.data()),
                               reinterpret_cast<const std::uint8_t*>(picture.data()) + picture.size());

@@ -1,9 +1,9 @@
 #include "platform/plist/BinaryPropertyList.h"
 
-#include "platform/plist/Utf.h"
-
 #include <bit>
 #include <cstring>
+
+#include "platform/plist/Utf.h"
 
 namespace vexo::plist {
 namespace {
@@ -23,18 +23,20 @@ std::uint64_t readBigEndian(const std::uint8_t* at, unsigned size) {
 } // namespace
 
 bool BinaryPropertyList::hasSignature(std::span<const std::uint8_t> bytes) {
-    return bytes.size() >= kSignature.size() &&
-           std::memcmp(bytes.data(), kSignature.data(), kSignature.size()) == 0;
+    return bytes.size() >= kSignature.size() && std::memcmp(bytes.data(), kSignature.data(), kSignature.size()) == 0;
 }
 
-BinaryPropertyList::BinaryPropertyList(std::span<const std::uint8_t> bytes, unsigned offsetSize,
-                                       unsigned referenceSize, std::uint64_t objectCount,
-                                       std::uint64_t topObject, std::uint64_t offsetTableOffset)
-    : m_bytes(bytes), m_offsetSize(offsetSize), m_referenceSize(referenceSize),
-      m_objectCount(objectCount), m_topObject(topObject), m_offsetTableOffset(offsetTableOffset) {}
+BinaryPropertyList::BinaryPropertyList(std::span<const std::uint8_t> bytes, unsigned offsetSize, unsigned referenceSize,
+                                       std::uint64_t objectCount, std::uint64_t topObject,
+                                       std::uint64_t offsetTableOffset)
+    : m_bytes(bytes),
+      m_offsetSize(offsetSize),
+      m_referenceSize(referenceSize),
+      m_objectCount(objectCount),
+      m_topObject(topObject),
+      m_offsetTableOffset(offsetTableOffset) {}
 
-std::optional<BinaryPropertyList> BinaryPropertyList::open(std::span<const std::uint8_t> bytes,
-                                                           std::string& error) {
+std::optional<BinaryPropertyList> BinaryPropertyList::open(std::span<const std::uint8_t> bytes, std::string& error) {
     if (!hasSignature(bytes)) {
         error = "not a binary property list";
         return std::nullopt;
@@ -70,8 +72,7 @@ std::optional<BinaryPropertyList> BinaryPropertyList::open(std::span<const std::
         error = "binary property list references are too narrow for its object count";
         return std::nullopt;
     }
-    return BinaryPropertyList(bytes, offsetSize, referenceSize, objectCount, topObject,
-                              tableOffset);
+    return BinaryPropertyList(bytes, offsetSize, referenceSize, objectCount, topObject, tableOffset);
 }
 
 bool BinaryPropertyList::fits(std::uint64_t position, std::uint64_t length) const {
@@ -86,8 +87,7 @@ std::uint64_t BinaryPropertyList::reference(const Object& collection, std::size_
     return readReference(collection.references + i * m_referenceSize);
 }
 
-std::optional<std::uint64_t> BinaryPropertyList::readCount(std::uint8_t nibble,
-                                                           std::uint64_t& position) const {
+std::optional<std::uint64_t> BinaryPropertyList::readCount(std::uint8_t nibble, std::uint64_t& position) const {
     if (nibble != 0xF)
         return nibble;
     if (!fits(position, 1))
@@ -213,12 +213,10 @@ bool BinaryPropertyList::read(std::uint64_t index, Object& object) const {
         const std::uint64_t unitSize = (marker >> 4) == 0x6 ? 2 : 1;
         if (*count > m_offsetTableOffset / unitSize || !fits(position, *count * unitSize))
             return false;
-        object.kind = (marker >> 4) == 0x4   ? Kind::Data
-                      : (marker >> 4) == 0x5 ? Kind::AsciiString
-                                             : Kind::Utf16String;
+        object.kind = (marker >> 4) == 0x4 ? Kind::Data : (marker >> 4) == 0x5 ? Kind::AsciiString : Kind::Utf16String;
         object.count = static_cast<std::size_t>(*count);
-        object.payload = m_bytes.subspan(static_cast<std::size_t>(position),
-                                         static_cast<std::size_t>(*count * unitSize));
+        object.payload =
+            m_bytes.subspan(static_cast<std::size_t>(position), static_cast<std::size_t>(*count * unitSize));
         return true;
     }
 
@@ -240,9 +238,7 @@ bool BinaryPropertyList::read(std::uint64_t index, Object& object) const {
         const std::uint64_t perEntry = ((marker >> 4) == 0xD ? 2u : 1u) * m_referenceSize;
         if (*count > m_offsetTableOffset / perEntry || !fits(position, *count * perEntry))
             return false;
-        object.kind = (marker >> 4) == 0xA   ? Kind::Array
-                      : (marker >> 4) == 0xC ? Kind::Set
-                                             : Kind::Dictionary;
+        object.kind = (marker >> 4) == 0xA ? Kind::Array : (marker >> 4) == 0xC ? Kind::Set : Kind::Dictionary;
         object.count = static_cast<std::size_t>(*count);
         object.references = m_bytes.data() + position;
         return true;

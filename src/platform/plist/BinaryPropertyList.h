@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "platform/plist/Value.h"
 
 // A read-only view of a binary property list ("bplist00"), the container format of keyed
 // archives. Objects are read on demand by their index in the offset table, which is how a
@@ -54,9 +54,7 @@ public:
         const std::uint8_t* references = nullptr;
 
         bool isString() const { return kind == Kind::AsciiString || kind == Kind::Utf16String; }
-        bool isCollection() const {
-            return kind == Kind::Array || kind == Kind::Set || kind == Kind::Dictionary;
-        }
+        bool isCollection() const { return kind == Kind::Array || kind == Kind::Set || kind == Kind::Dictionary; }
     };
 
     // True when `bytes` start with the binary property list signature.
@@ -64,8 +62,7 @@ public:
 
     // Checks the header and trailer. Nothing (with the reason in `error`) when they are
     // inconsistent with the size of `bytes`.
-    static std::optional<BinaryPropertyList> open(std::span<const std::uint8_t> bytes,
-                                                  std::string& error);
+    static std::optional<BinaryPropertyList> open(std::span<const std::uint8_t> bytes, std::string& error);
 
     std::uint64_t objectCount() const { return m_objectCount; }
     std::uint64_t topObject() const { return m_topObject; }
@@ -89,9 +86,7 @@ public:
     // References held by a collection. REQUIRES: `i < collection.count`. The result is an
     // object index that has not been checked against objectCount(); object() checks it.
     std::uint64_t reference(const Object& collection, std::size_t i) const;
-    std::uint64_t key(const Object& dictionary, std::size_t i) const {
-        return reference(dictionary, i);
-    }
+    std::uint64_t key(const Object& dictionary, std::size_t i) const { return reference(dictionary, i); }
     std::uint64_t value(const Object& dictionary, std::size_t i) const {
         return readReference(dictionary.references + (dictionary.count + i) * m_referenceSize);
     }
@@ -103,9 +98,8 @@ public:
     static bool textEquals(const Object& string, std::string_view ascii);
 
 private:
-    BinaryPropertyList(std::span<const std::uint8_t> bytes, unsigned offsetSize,
-                       unsigned referenceSize, std::uint64_t objectCount, std::uint64_t topObject,
-                       std::uint64_t offsetTableOffset);
+    BinaryPropertyList(std::span<const std::uint8_t> bytes, unsigned offsetSize, unsigned referenceSize,
+                       std::uint64_t objectCount, std::uint64_t topObject, std::uint64_t offsetTableOffset);
 
     std::uint64_t readReference(const std::uint8_t* at) const;
     // Where the object at `index` starts; kNoOffset when the index or the offset is out of range.

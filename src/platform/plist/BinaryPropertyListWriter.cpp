@@ -1,11 +1,10 @@
 #include "platform/plist/BinaryPropertyListWriter.h"
 
+#include <bit>
+#include <cassert>
 #include <cstring>
 
 #include "platform/plist/Utf.h"
-
-#include <bit>
-#include <cassert>
 
 namespace vexo::plist {
 namespace {
@@ -35,9 +34,11 @@ bool isAscii(std::string_view text) {
 
 } // namespace
 
-BinaryPropertyListWriter::BinaryPropertyListWriter() : BinaryPropertyListWriter(Data()) {}
+BinaryPropertyListWriter::BinaryPropertyListWriter()
+    : BinaryPropertyListWriter(Data()) {}
 
-BinaryPropertyListWriter::BinaryPropertyListWriter(Data&& buffer) : m_bytes(std::move(buffer)) {
+BinaryPropertyListWriter::BinaryPropertyListWriter(Data&& buffer)
+    : m_bytes(std::move(buffer)) {
     constexpr std::string_view kSignature = "bplist00";
     m_bytes.reserve(256);
     m_bytes.resize(kSignature.size());
@@ -107,8 +108,7 @@ BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addDate(Date value
     return self;
 }
 
-BinaryPropertyListWriter::Reference
-BinaryPropertyListWriter::addData(std::span<const std::uint8_t> bytes) {
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addData(std::span<const std::uint8_t> bytes) {
     const Reference self = beginObject();
     writeMarker(0x4, bytes.size());
     m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
@@ -137,22 +137,18 @@ BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addUid(std::uint64
     return self;
 }
 
-BinaryPropertyListWriter::Reference
-BinaryPropertyListWriter::addArray(std::span<const Reference> elements) {
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addArray(std::span<const Reference> elements) {
     const Reference self = beginObject();
-    m_collections.push_back({self, 0xA, m_collectionReferences.size(), elements.size(),
-                             elements.size()});
+    m_collections.push_back({self, 0xA, m_collectionReferences.size(), elements.size(), elements.size()});
     m_collectionReferences.insert(m_collectionReferences.end(), elements.begin(), elements.end());
     return self;
 }
 
-BinaryPropertyListWriter::Reference
-BinaryPropertyListWriter::addDictionary(std::span<const Reference> keys,
-                                        std::span<const Reference> values) {
+BinaryPropertyListWriter::Reference BinaryPropertyListWriter::addDictionary(std::span<const Reference> keys,
+                                                                            std::span<const Reference> values) {
     assert(keys.size() == values.size());
     const Reference self = beginObject();
-    m_collections.push_back({self, 0xD, m_collectionReferences.size(), 2 * keys.size(),
-                             keys.size()});
+    m_collections.push_back({self, 0xD, m_collectionReferences.size(), 2 * keys.size(), keys.size()});
     m_collectionReferences.insert(m_collectionReferences.end(), keys.begin(), keys.end());
     m_collectionReferences.insert(m_collectionReferences.end(), values.begin(), values.end());
     return self;

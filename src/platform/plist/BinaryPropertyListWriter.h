@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <span>
 #include <string_view>
 #include <vector>
+
+#include "platform/plist/Value.h"
 
 // Builds a binary property list ("bplist00") object by object, the way the host platform
 // writes them: minimal integer widths, 8-byte signed integers for negative values, 16 bytes

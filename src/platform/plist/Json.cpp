@@ -1,9 +1,9 @@
 #include "platform/plist/Json.h"
 
+#include <cmath>
+
 #include "platform/plist/Base64.h"
 #include "platform/plist/KeyedArchiveFormat.h"
-
-#include <cmath>
 
 namespace vexo::plist::json {
 namespace {

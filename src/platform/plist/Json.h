@@ -1,10 +1,11 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/plist/Value.h"
 
 // Values as JSON, for people: the tools print messages this way and accept them this way.
 //

@@ -1,12 +1,12 @@
 #include "platform/plist/KeyedArchiver.h"
 
-#include "platform/log/Log.h"
-#include "platform/plist/BinaryPropertyListWriter.h"
-#include "platform/plist/KeyedArchiveFormat.h"
-
 #include <array>
 #include <string>
 #include <unordered_map>
+
+#include "platform/log/Log.h"
+#include "platform/plist/BinaryPropertyListWriter.h"
+#include "platform/plist/KeyedArchiveFormat.h"
 
 namespace vexo::plist {
 namespace {
@@ -31,7 +31,8 @@ constexpr std::array<ClassChain, static_cast<std::size_t>(ArchivedClass::Count)>
 class Encoder {
 public:
     Encoder() = default;
-    explicit Encoder(Data&& buffer) : m_writer(std::move(buffer)) {}
+    explicit Encoder(Data&& buffer)
+        : m_writer(std::move(buffer)) {}
 
     std::optional<Data> encode(const Value& root) {
         m_objects.push_back(m_writer.addString(kNullObject));
@@ -49,8 +50,7 @@ public:
         const Reference keys[] = {m_writer.addString(kVersionKey), m_writer.addString(kArchiverKey),
                                   m_writer.addString(kTopKey), m_writer.addString(kObjectsKey)};
         const Reference values[] = {m_writer.addInteger(Integer::fromSigned(kVersion)),
-                                    m_writer.addString(kArchiverName),
-                                    m_writer.addDictionary(topKeys, topValues),
+                                    m_writer.addString(kArchiverName), m_writer.addDictionary(topKeys, topValues),
                                     m_writer.addArray(m_objects)};
         return m_writer.finish(m_writer.addDictionary(keys, values));
     }
@@ -59,8 +59,7 @@ private:
     // Archives `value` and returns its UID; nothing when it nests too deep.
     std::optional<std::uint64_t> archive(const Value& value, std::size_t depth) {
         if (depth > kMaxNestingDepth) {
-            log::debug("plist", "not archiving a value nested deeper than " +
-                                    std::to_string(kMaxNestingDepth));
+            log::debug("plist", "not archiving a value nested deeper than " + std::to_string(kMaxNestingDepth));
             return std::nullopt;
         }
         switch (value.type()) {
@@ -122,8 +121,7 @@ private:
             elements.push_back(uidReference(*elementUid));
         }
         const Reference keys[] = {m_structuralKeys.objects, m_structuralKeys.classKey};
-        const Reference values[] = {m_writer.addArray(elements),
-                                    uidReference(classUid(ArchivedClass::Array))};
+        const Reference values[] = {m_writer.addArray(elements), uidReference(classUid(ArchivedClass::Array))};
         m_objects[uid] = m_writer.addDictionary(keys, values);
         return uid;
     }
@@ -141,8 +139,7 @@ private:
                 return std::nullopt;
             valueUids.push_back(uidReference(*valueUid));
         }
-        const Reference keys[] = {m_structuralKeys.keys, m_structuralKeys.objects,
-                                  m_structuralKeys.classKey};
+        const Reference keys[] = {m_structuralKeys.keys, m_structuralKeys.objects, m_structuralKeys.classKey};
         const Reference values[] = {m_writer.addArray(keyUids), m_writer.addArray(valueUids),
                                     uidReference(classUid(ArchivedClass::Dictionary))};
         m_objects[uid] = m_writer.addDictionary(keys, values);
@@ -154,10 +151,8 @@ private:
         auto& uid = m_classUids[static_cast<std::size_t>(archivedClass)];
         if (uid == 0) {
             const ClassChain& chain = kClassChains[static_cast<std::size_t>(archivedClass)];
-            const Reference classes[] = {m_writer.addString(chain.name),
-                                         m_writer.addString(chain.superclass)};
-            const Reference keys[] = {m_writer.addString(kClassNameKey),
-                                      m_writer.addString(kClassesKey)};
+            const Reference classes[] = {m_writer.addString(chain.name), m_writer.addString(chain.superclass)};
+            const Reference keys[] = {m_writer.addString(kClassNameKey), m_writer.addString(kClassesKey)};
             const Reference values[] = {classes[0], m_writer.addArray(classes)};
             uid = append(m_writer.addDictionary(keys, values));
         }

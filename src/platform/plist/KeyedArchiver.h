@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <optional>
+
+#include "platform/plist/Value.h"
 
 namespace vexo::plist {
 

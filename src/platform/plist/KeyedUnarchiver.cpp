@@ -1,12 +1,12 @@
 #include "platform/plist/KeyedUnarchiver.h"
 
+#include <optional>
+#include <vector>
+
 #include "platform/log/Log.h"
 #include "platform/plist/BinaryPropertyList.h"
 #include "platform/plist/KeyedArchiveFormat.h"
 #include "platform/plist/XmlPropertyList.h"
-
-#include <optional>
-#include <vector>
 
 namespace vexo::plist {
 namespace {
@@ -45,15 +45,15 @@ struct Fields {
 class Decoder {
 public:
     Decoder(const BinaryPropertyList& list, std::size_t inputSize)
-        : m_list(list), m_budget(kMinimumValueBudget + kValueBudgetPerByte * inputSize) {}
+        : m_list(list),
+          m_budget(kMinimumValueBudget + kValueBudgetPerByte * inputSize) {}
 
     Value decodeArchive() {
         const Object top = objectAt(m_list.topObject(), "top object");
         if (top.kind != Kind::Dictionary)
             fail("the top object is not a dictionary");
         const auto archiver = field(top, kArchiverKey);
-        if (!archiver || !BinaryPropertyList::textEquals(objectAt(*archiver, "$archiver"),
-                                                         kArchiverName))
+        if (!archiver || !BinaryPropertyList::textEquals(objectAt(*archiver, "$archiver"), kArchiverName))
             fail("not written by NSKeyedArchiver");
 
         const auto objects = field(top, kObjectsKey);
@@ -196,8 +196,7 @@ private:
         case ClassKind::Array:
             return Value(decodeElements(fields.objects, kObjectsField, depth));
         case ClassKind::String:
-            return Value(
-                BinaryPropertyList::text(requiredField(instance, kStringField, Kind::AsciiString)));
+            return Value(BinaryPropertyList::text(requiredField(instance, kStringField, Kind::AsciiString)));
         case ClassKind::Data:
             break;
         case ClassKind::Date:

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <span>
 #include <string>
+
+#include "platform/plist/Value.h"
 
 namespace vexo::plist {
 

@@ -54,8 +54,7 @@ std::int64_t saturatedSigned(bool negative, std::uint64_t magnitude) {
             return std::numeric_limits<std::int64_t>::min();
         return -static_cast<std::int64_t>(magnitude);
     }
-    return magnitude > kMaxPositive ? std::numeric_limits<std::int64_t>::max()
-                                    : static_cast<std::int64_t>(magnitude);
+    return magnitude > kMaxPositive ? std::numeric_limits<std::int64_t>::max() : static_cast<std::int64_t>(magnitude);
 }
 
 // The longest prefix of `text` that has the shape digits [. digits] [e [sign] digits],
@@ -96,13 +95,12 @@ template <typename Floating> Floating scanFloating(std::string_view text) {
     if (number.empty())
         return 0;
     Floating value = 0;
-    const auto result = std::from_chars(number.data(), number.data() + number.size(), value,
-                                        std::chars_format::general);
+    const auto result =
+        std::from_chars(number.data(), number.data() + number.size(), value, std::chars_format::general);
     if (result.ec == std::errc::result_out_of_range) {
         // from_chars leaves the value untouched on overflow and underflow; tell them apart
         // by the exponent's sign, as strtod's HUGE_VAL and 0 would.
-        const bool tiny = number.find("e-") != std::string_view::npos ||
-                          number.find("E-") != std::string_view::npos;
+        const bool tiny = number.find("e-") != std::string_view::npos || number.find("E-") != std::string_view::npos;
         value = tiny ? 0 : std::numeric_limits<Floating>::infinity();
     }
     return negative ? -value : value;
@@ -156,8 +154,7 @@ bool scanBool(std::string_view text) {
 
 std::optional<std::uint64_t> scanHexUnsigned(std::string_view text) {
     text = skipBlanks(text);
-    if (text.size() >= 3 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X') &&
-        hexDigitValue(text[2]) >= 0)
+    if (text.size() >= 3 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X') && hexDigitValue(text[2]) >= 0)
         text.remove_prefix(2);
     std::uint64_t value = 0;
     bool anyDigit = false;
@@ -186,9 +183,8 @@ std::string describeUnsigned(std::uint64_t value) {
 
 std::string describeReal(double value, bool isSinglePrecision) {
     char buffer[64];
-    const auto result = isSinglePrecision
-                            ? std::to_chars(buffer, buffer + sizeof buffer, static_cast<float>(value))
-                            : std::to_chars(buffer, buffer + sizeof buffer, value);
+    const auto result = isSinglePrecision ? std::to_chars(buffer, buffer + sizeof buffer, static_cast<float>(value))
+                                          : std::to_chars(buffer, buffer + sizeof buffer, value);
     return std::string(buffer, result.ptr);
 }
 

@@ -1,9 +1,9 @@
 #include "platform/plist/Value.h"
 
-#include "platform/plist/NumericText.h"
-
 #include <cmath>
 #include <limits>
+
+#include "platform/plist/NumericText.h"
 
 namespace vexo::plist {
 namespace {
@@ -106,8 +106,7 @@ std::uint64_t Value::unsignedLongLongValue() const {
 
 double Value::doubleValue() const {
     if (const auto* integer = asInteger()) {
-        return integer->isUnsigned ? static_cast<double>(integer->bits)
-                                   : static_cast<double>(integer->asSigned());
+        return integer->isUnsigned ? static_cast<double>(integer->bits) : static_cast<double>(integer->asSigned());
     }
     if (const auto* real = asReal())
         return real->value;
@@ -122,8 +121,7 @@ float Value::floatValue() const {
     if (const auto* string = asString())
         return text::scanFloat(*string);
     if (const auto* integer = asInteger()) {
-        return integer->isUnsigned ? static_cast<float>(integer->bits)
-                                   : static_cast<float>(integer->asSigned());
+        return integer->isUnsigned ? static_cast<float>(integer->bits) : static_cast<float>(integer->asSigned());
     }
     return static_cast<float>(doubleValue());
 }
@@ -144,8 +142,7 @@ std::optional<std::string> Value::stringValue() const {
     if (const auto* string = asString())
         return *string;
     if (const auto* integer = asInteger()) {
-        return integer->isUnsigned ? text::describeUnsigned(integer->bits)
-                                   : text::describeInteger(integer->asSigned());
+        return integer->isUnsigned ? text::describeUnsigned(integer->bits) : text::describeInteger(integer->asSigned());
     }
     if (const auto* real = asReal())
         return text::describeReal(real->value, real->isSinglePrecision);

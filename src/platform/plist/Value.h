@@ -40,12 +40,8 @@ struct Integer {
     std::uint64_t bits = 0;
     bool isUnsigned = false;
 
-    static Integer fromSigned(std::int64_t value) {
-        return {static_cast<std::uint64_t>(value), false};
-    }
-    static Integer fromUnsigned(std::uint64_t value) {
-        return {value, value > static_cast<std::uint64_t>(INT64_MAX)};
-    }
+    static Integer fromSigned(std::int64_t value) { return {static_cast<std::uint64_t>(value), false}; }
+    static Integer fromUnsigned(std::uint64_t value) { return {value, value > static_cast<std::uint64_t>(INT64_MAX)}; }
     std::int64_t asSigned() const { return static_cast<std::int64_t>(bits); }
     friend bool operator==(const Integer&, const Integer&) = default;
 };
@@ -66,26 +62,38 @@ public:
     Value() = default;
     Value(std::nullptr_t) {}
 
-    Value(Dictionary dictionary) : m_storage(std::move(dictionary)) {}
-    Value(Array array) : m_storage(std::move(array)) {}
-    Value(std::string string) : m_storage(std::move(string)) {}
-    Value(std::string_view string) : m_storage(std::string(string)) {}
-    Value(const char* string) : m_storage(std::string(string)) {}
-    Value(bool boolean) : m_storage(boolean) {}
-    Value(Data data) : m_storage(std::move(data)) {}
-    Value(Date date) : m_storage(date) {}
-    Value(Integer integer) : m_storage(integer) {}
-    Value(Real real) : m_storage(real) {}
-    Value(double real) : m_storage(Real{real, false}) {}
-    Value(float real) : m_storage(Real{static_cast<double>(real), true}) {}
+    Value(Dictionary dictionary)
+        : m_storage(std::move(dictionary)) {}
+    Value(Array array)
+        : m_storage(std::move(array)) {}
+    Value(std::string string)
+        : m_storage(std::move(string)) {}
+    Value(std::string_view string)
+        : m_storage(std::string(string)) {}
+    Value(const char* string)
+        : m_storage(std::string(string)) {}
+    Value(bool boolean)
+        : m_storage(boolean) {}
+    Value(Data data)
+        : m_storage(std::move(data)) {}
+    Value(Date date)
+        : m_storage(date) {}
+    Value(Integer integer)
+        : m_storage(integer) {}
+    Value(Real real)
+        : m_storage(real) {}
+    Value(double real)
+        : m_storage(Real{real, false}) {}
+    Value(float real)
+        : m_storage(Real{static_cast<double>(real), true}) {}
 
     template <std::signed_integral T>
-        requires(!std::same_as<T, bool> && !std::same_as<T, char>)
-    Value(T integer) : m_storage(Integer::fromSigned(integer)) {}
+    requires(!std::same_as<T, bool> && !std::same_as<T, char>) Value(T integer)
+        : m_storage(Integer::fromSigned(integer)) {}
 
     template <std::unsigned_integral T>
-        requires(!std::same_as<T, bool>)
-    Value(T integer) : m_storage(Integer::fromUnsigned(integer)) {}
+    requires(!std::same_as<T, bool>) Value(T integer)
+        : m_storage(Integer::fromUnsigned(integer)) {}
 
     // An object of a class that the unarchiver does not expand. It reads as nothing in
     // every respect; only `archivedClassName` remembers what it was.
@@ -93,9 +101,7 @@ public:
 
     Type type() const { return static_cast<Type>(m_storage.index()); }
     bool isNull() const { return type() == Type::Null; }
-    bool isNumber() const {
-        return type() == Type::Integer || type() == Type::Real || type() == Type::Boolean;
-    }
+    bool isNumber() const { return type() == Type::Integer || type() == Type::Real || type() == Type::Boolean; }
 
     // The class name of an unknown archived object, or nothing for every other value.
     const std::string* archivedClassName() const;

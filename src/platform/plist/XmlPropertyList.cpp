@@ -1,15 +1,15 @@
 #include "platform/plist/XmlPropertyList.h"
 
-#include "platform/plist/Base64.h"
-#include "platform/plist/BinaryPropertyListWriter.h"
-#include "platform/plist/KeyedArchiveFormat.h"
-#include "platform/plist/Utf.h"
-
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <string_view>
 #include <vector>
+
+#include "platform/plist/Base64.h"
+#include "platform/plist/BinaryPropertyListWriter.h"
+#include "platform/plist/KeyedArchiveFormat.h"
+#include "platform/plist/Utf.h"
 
 namespace vexo::plist {
 namespace {
@@ -50,8 +50,8 @@ template <typename T> bool parseDecimal(std::string_view text, T& value) {
 // "YYYY-MM-DDTHH:MM:SSZ", as property lists write dates.
 std::optional<double> parseDate(std::string_view text) {
     text = trimmed(text);
-    if (text.size() != 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' ||
-        text[13] != ':' || text[16] != ':' || text[19] != 'Z')
+    if (text.size() != 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' || text[13] != ':' ||
+        text[16] != ':' || text[19] != 'Z')
         return std::nullopt;
     int year = 0;
     unsigned month = 0, day = 0, hour = 0, minute = 0, second = 0;
@@ -62,8 +62,7 @@ std::optional<double> parseDate(std::string_view text) {
     if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 60)
         return std::nullopt;
     const double unixSeconds =
-        static_cast<double>(daysFromCivil(year, month, day)) * 86400.0 + hour * 3600.0 +
-        minute * 60.0 + second;
+        static_cast<double>(daysFromCivil(year, month, day)) * 86400.0 + hour * 3600.0 + minute * 60.0 + second;
     return unixSeconds - kReferenceDateUnixSeconds;
 }
 
@@ -115,7 +114,8 @@ struct ParseError {
 // comments, processing instructions and a document type declaration.
 class Reader {
 public:
-    explicit Reader(std::string_view text) : m_text(text) {}
+    explicit Reader(std::string_view text)
+        : m_text(text) {}
 
     // Drives the reader: closing tags of containers are handled here, everything else by
     // the element handlers.
@@ -358,11 +358,9 @@ private:
             const bool hex = entity.size() > 1 && (entity[1] == 'x' || entity[1] == 'X');
             const std::string_view digits = entity.substr(hex ? 2 : 1);
             std::uint32_t code = 0;
-            const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), code,
-                                                hex ? 16 : 10);
-            if (digits.empty() || result.ec != std::errc() ||
-                result.ptr != digits.data() + digits.size() || code == 0 || code > 0x10FFFF ||
-                (code >= 0xD800 && code <= 0xDFFF))
+            const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), code, hex ? 16 : 10);
+            if (digits.empty() || result.ec != std::errc() || result.ptr != digits.data() + digits.size() ||
+                code == 0 || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
                 fail("malformed character reference");
             utf::appendUtf8(out, code);
         } else {
@@ -441,12 +439,10 @@ std::string_view afterBomAndBlanks(std::span<const std::uint8_t> bytes) {
 
 bool XmlPropertyList::hasSignature(std::span<const std::uint8_t> bytes) {
     const std::string_view text = afterBomAndBlanks(bytes);
-    return text.starts_with("<?xml") || text.starts_with("<!DOCTYPE plist") ||
-           text.starts_with("<plist");
+    return text.starts_with("<?xml") || text.starts_with("<!DOCTYPE plist") || text.starts_with("<plist");
 }
 
-std::optional<Data> XmlPropertyList::toBinary(std::span<const std::uint8_t> bytes,
-                                              std::string& error) {
+std::optional<Data> XmlPropertyList::toBinary(std::span<const std::uint8_t> bytes, std::string& error) {
     try {
         return Reader(afterBomAndBlanks(bytes)).run();
     } catch (const ParseError& parseError) {

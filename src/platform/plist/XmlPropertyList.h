@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+
+#include "platform/plist/Value.h"
 
 namespace vexo::plist {
 

@@ -1,16 +1,16 @@
 #include "platform/runtime/AsioRunLoop.h"
 
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <system_error>
+
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
-
-#include <cerrno>
-#include <cstring>
 #include <poll.h>
-#include <string>
-#include <system_error>
 
 #include "platform/log/Log.h"
 
@@ -48,7 +48,8 @@ Readiness readinessOf(int fd) {
 } // namespace
 
 struct AsioRunLoop::WakeUp {
-    explicit WakeUp(asio::io_context& context) : timer(context) {}
+    explicit WakeUp(asio::io_context& context)
+        : timer(context) {}
 
     asio::steady_timer timer;
     std::optional<double> armedFor;
@@ -64,7 +65,9 @@ class AsioRunLoop::Watch final : public FdWatch {
 public:
     struct State {
         State(asio::io_context& context, int fd, std::function<void()> callback)
-            : descriptor(context, fd), fd(fd), callback(std::move(callback)) {}
+            : descriptor(context, fd),
+              fd(fd),
+              callback(std::move(callback)) {}
 
         asio::posix::stream_descriptor descriptor;
         int fd;
@@ -72,7 +75,10 @@ public:
         bool cancelled = false;
     };
 
-    explicit Watch(std::shared_ptr<State> state) : m_state(std::move(state)) { arm(m_state); }
+    explicit Watch(std::shared_ptr<State> state)
+        : m_state(std::move(state)) {
+        arm(m_state);
+    }
 
     ~Watch() override {
         // A callback may be running (and destroying us); the pending handlers keep the state

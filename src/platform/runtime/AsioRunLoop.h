@@ -25,8 +25,7 @@ public:
 
     void post(std::function<void()> work) override;
     [[nodiscard]] double now() const override;
-    [[nodiscard]] std::unique_ptr<FdWatch> watchReadable(int fd,
-                                                         std::function<void()> callback) override;
+    [[nodiscard]] std::unique_ptr<FdWatch> watchReadable(int fd, std::function<void()> callback) override;
     void run() override;
     void stop() override;
     bool runUntil(const std::function<bool()>& predicate, double timeout) override;

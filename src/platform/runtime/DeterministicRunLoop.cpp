@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+
 #include <poll.h>
 
 #include "platform/log/Log.h"
@@ -24,7 +25,8 @@ double nonNegative(double seconds) {
 class DeterministicRunLoop::Watch final : public FdWatch {
 public:
     Watch(DeterministicRunLoop& loop, std::shared_ptr<WatchState> state)
-        : m_loop(loop), m_state(std::move(state)) {}
+        : m_loop(loop),
+          m_state(std::move(state)) {}
 
     ~Watch() override {
         m_state->cancelled = true;

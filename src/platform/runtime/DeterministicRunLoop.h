@@ -25,8 +25,7 @@ public:
 
     void post(std::function<void()> work) override;
     [[nodiscard]] double now() const override { return m_now; }
-    [[nodiscard]] std::unique_ptr<FdWatch> watchReadable(int fd,
-                                                         std::function<void()> callback) override;
+    [[nodiscard]] std::unique_ptr<FdWatch> watchReadable(int fd, std::function<void()> callback) override;
 
     // Runs until stop(), moving virtual time to each next timer; returns early when nothing
     // is left that could ever run (no work, no timer, no readable descriptor).

@@ -15,8 +15,7 @@ public:
 
     // Called synchronously on the thread that changed `keyPath` of `object`. The observer may
     // add or remove observations, also its own, from inside the call.
-    virtual void observeValueForKeyPath(std::string_view keyPath, Observable& object,
-                                        const KeyValueChange& change) = 0;
+    virtual void observeValueForKeyPath(std::string_view keyPath, Observable& object, const KeyValueChange& change) = 0;
 
 protected:
     KeyValueObserver() = default;

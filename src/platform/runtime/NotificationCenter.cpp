@@ -9,12 +9,11 @@ NotificationCenter& NotificationCenter::defaultCenter() {
     return center;
 }
 
-void NotificationCenter::addObserver(const void* observer, Handler handler, std::string_view name,
-                                     const void* sender) {
+void NotificationCenter::addObserver(const void* observer, Handler handler, std::string_view name, const void* sender) {
     if (observer == nullptr || !handler)
         return;
-    m_registrations.push_back(std::make_shared<Registration>(
-        Registration{observer, std::string(name), sender, std::move(handler)}));
+    m_registrations.push_back(
+        std::make_shared<Registration>(Registration{observer, std::string(name), sender, std::move(handler)}));
 }
 
 template <class Predicate> void NotificationCenter::removeIf(Predicate predicate) {
@@ -40,8 +39,7 @@ void NotificationCenter::removeObserver(const void* observer) {
 void NotificationCenter::post(std::string_view name, const void* sender, plist::Value userInfo) {
     std::vector<std::shared_ptr<Registration>> recipients;
     for (const auto& registration : m_registrations) {
-        if (registration->name == name &&
-            (registration->sender == nullptr || registration->sender == sender))
+        if (registration->name == name && (registration->sender == nullptr || registration->sender == sender))
             recipients.push_back(registration);
     }
     if (recipients.empty())

@@ -34,8 +34,7 @@ public:
     // Calls `handler` for every post of `name`, or only for those by `sender` when it is not
     // nullptr. Registering twice gives two calls per post, as on the host platform. A null
     // observer or an empty handler registers nothing.
-    void addObserver(const void* observer, Handler handler, std::string_view name,
-                     const void* sender = nullptr);
+    void addObserver(const void* observer, Handler handler, std::string_view name, const void* sender = nullptr);
 
     // Removes every registration of `observer` for `name`, whatever their senders.
     void removeObserver(const void* observer, std::string_view name);

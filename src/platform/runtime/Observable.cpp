@@ -6,10 +6,8 @@
 
 namespace vexo::runtime {
 
-void Observable::addObserver(KeyValueObserver& observer, std::string_view keyPath,
-                             ObservingOptions options) {
-    auto registration =
-        std::make_shared<Registration>(Registration{&observer, std::string(keyPath), options});
+void Observable::addObserver(KeyValueObserver& observer, std::string_view keyPath, ObservingOptions options) {
+    auto registration = std::make_shared<Registration>(Registration{&observer, std::string(keyPath), options});
     m_registrations.push_back(registration);
     if (!contains(options, ObservingOptions::Initial))
         return;
@@ -22,13 +20,11 @@ void Observable::addObserver(KeyValueObserver& observer, std::string_view keyPat
 
 void Observable::removeObserver(KeyValueObserver& observer, std::string_view keyPath) {
     const auto found = std::find_if(m_registrations.rbegin(), m_registrations.rend(),
-                                     [&](const std::shared_ptr<Registration>& registration) {
-                                         return registration->observer == &observer &&
-                                                registration->keyPath == keyPath;
-                                     });
+                                    [&](const std::shared_ptr<Registration>& registration) {
+                                        return registration->observer == &observer && registration->keyPath == keyPath;
+                                    });
     if (found == m_registrations.rend()) {
-        log::debug("observable", "removeObserver for a key path it does not observe: " +
-                                     std::string(keyPath));
+        log::debug("observable", "removeObserver for a key path it does not observe: " + std::string(keyPath));
         return;
     }
     (*found)->removed = true;
@@ -50,8 +46,7 @@ std::any Observable::valueForKey(std::string_view) const {
 bool Observable::isObservedWith(std::string_view key, ObservingOptions option) const {
     return std::any_of(m_registrations.begin(), m_registrations.end(),
                        [&](const std::shared_ptr<Registration>& registration) {
-                           return registration->keyPath == key &&
-                                  contains(registration->options, option);
+                           return registration->keyPath == key && contains(registration->options, option);
                        });
 }
 

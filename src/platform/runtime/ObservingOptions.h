@@ -19,8 +19,7 @@ constexpr ObservingOptions operator|(ObservingOptions a, ObservingOptions b) {
 
 // True when `options` contains every option of `wanted`.
 constexpr bool contains(ObservingOptions options, ObservingOptions wanted) {
-    return (static_cast<unsigned>(options) & static_cast<unsigned>(wanted)) ==
-           static_cast<unsigned>(wanted);
+    return (static_cast<unsigned>(options) & static_cast<unsigned>(wanted)) == static_cast<unsigned>(wanted);
 }
 
 } // namespace vexo::runtime

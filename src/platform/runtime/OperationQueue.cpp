@@ -54,8 +54,9 @@ void OperationQueueState::forget(const Operation* operation) {
     std::shared_ptr<Operation> removed;
     {
         const std::lock_guard lock(mutex);
-        const auto it = std::find_if(waiting.begin(), waiting.end(),
-                                     [operation](const auto& waitingOperation) { return waitingOperation.get() == operation; });
+        const auto it = std::find_if(waiting.begin(), waiting.end(), [operation](const auto& waitingOperation) {
+            return waitingOperation.get() == operation;
+        });
         if (it != waiting.end()) {
             removed = std::move(*it);
             waiting.erase(it);
@@ -87,7 +88,8 @@ std::size_t OperationQueueState::limit() const {
 
 } // namespace detail
 
-OperationQueue::OperationQueue() : m_state(std::make_shared<detail::OperationQueueState>()) {}
+OperationQueue::OperationQueue()
+    : m_state(std::make_shared<detail::OperationQueueState>()) {}
 
 OperationQueue::~OperationQueue() {
     std::vector<std::shared_ptr<Operation>> operations;

@@ -42,7 +42,8 @@ public:
     // Installs `loop` as the calling thread's current loop for the lifetime of the scope.
     class CurrentScope {
     public:
-        explicit CurrentScope(RunLoop* loop) : m_previous(setCurrent(loop)) {}
+        explicit CurrentScope(RunLoop* loop)
+            : m_previous(setCurrent(loop)) {}
         ~CurrentScope() { setCurrent(m_previous); }
         CurrentScope(const CurrentScope&) = delete;
         CurrentScope& operator=(const CurrentScope&) = delete;
@@ -64,8 +65,7 @@ public:
     // returned handle is destroyed, also from inside the callback. Gives nullptr when the
     // descriptor cannot be watched. REQUIRES: `fd` stays open while the handle lives, and no
     // other handle of this loop watches it. Loop thread only.
-    [[nodiscard]] virtual std::unique_ptr<FdWatch> watchReadable(int fd,
-                                                                 std::function<void()> callback) = 0;
+    [[nodiscard]] virtual std::unique_ptr<FdWatch> watchReadable(int fd, std::function<void()> callback) = 0;
 
     // Runs the loop on the calling thread until stop() is called.
     virtual void run() = 0;

@@ -33,8 +33,7 @@ std::shared_ptr<Timer> Timer::scheduledTimer(double interval, Repeats repeats, C
     return scheduledTimer(*loop, interval, repeats, std::move(callback));
 }
 
-std::shared_ptr<Timer> Timer::scheduledTimer(RunLoop& loop, double interval, Repeats repeats,
-                                             Callback callback) {
+std::shared_ptr<Timer> Timer::scheduledTimer(RunLoop& loop, double interval, Repeats repeats, Callback callback) {
     std::shared_ptr<Timer> timer(new Timer(loop, interval, repeats, std::move(callback)));
     timer->m_key = loop.addTimer(timer, loop.now() + timer->m_interval);
     return timer;

@@ -36,8 +36,7 @@ public:
     static std::shared_ptr<Timer> scheduledTimer(double interval, Repeats repeats, Callback callback);
 
     // Schedules a timer on `loop`. REQUIRES: called on `loop`'s thread.
-    static std::shared_ptr<Timer> scheduledTimer(RunLoop& loop, double interval, Repeats repeats,
-                                                 Callback callback);
+    static std::shared_ptr<Timer> scheduledTimer(RunLoop& loop, double interval, Repeats repeats, Callback callback);
 
     // Unschedules the timer and releases its callback (after the callback returns, when
     // called from inside it). Idempotent.

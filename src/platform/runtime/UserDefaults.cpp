@@ -4,12 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
+#include <vector>
+
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 #include "platform/log/Log.h"
 #include "platform/plist/KeyedArchiver.h"
@@ -103,7 +104,9 @@ void writeAtomically(const fs::path& path, const plist::Data& bytes) {
 
 } // namespace
 
-UserDefaults::UserDefaults(fs::path file) : m_file(std::move(file)), m_values(load()) {}
+UserDefaults::UserDefaults(fs::path file)
+    : m_file(std::move(file)),
+      m_values(load()) {}
 
 fs::path UserDefaults::standardPath(std::string_view domain) {
     fs::path base;

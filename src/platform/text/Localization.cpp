@@ -1,12 +1,12 @@
 #include "platform/text/Localization.h"
 
-#include "platform/install/InstalledData.h"
-#include "platform/log/Log.h"
-#include "platform/text/LocaleSettings.h"
-
 #include <cstdlib>
 #include <system_error>
 #include <vector>
+
+#include "platform/install/InstalledData.h"
+#include "platform/log/Log.h"
+#include "platform/text/LocaleSettings.h"
 
 #ifndef VEXO_RESOURCE_DIR
 #error "VEXO_RESOURCE_DIR must name the source tree's resources directory"
@@ -32,7 +32,8 @@ bool isPlainName(std::string_view name) {
 } // namespace
 
 Localization::Localization(std::filesystem::path resourceDirectory, std::string_view language)
-    : m_directory(std::move(resourceDirectory)), m_language(kDevelopmentLanguage) {
+    : m_directory(std::move(resourceDirectory)),
+      m_language(kDevelopmentLanguage) {
     std::vector<std::string> candidates;
     if (isPlainName(language)) {
         candidates.emplace_back(language);
@@ -75,8 +76,7 @@ const StringTable& Localization::tableNamed(std::string_view name) const {
     return m_tables.emplace(std::string(name), std::move(table)).first->second;
 }
 
-std::string Localization::localizedString(std::string_view key, std::string_view value,
-                                          std::string_view table) const {
+std::string Localization::localizedString(std::string_view key, std::string_view value, std::string_view table) const {
     std::lock_guard lock(m_mutex);
     if (const std::string* found = tableNamed(table.empty() ? kDefaultTable : table).find(key))
         return *found;

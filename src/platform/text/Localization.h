@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/text/StringTable.h"
-
 #include <filesystem>
 #include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
+
+#include "platform/text/StringTable.h"
 
 // The localised texts of one language, as the host platform's bundle serves them: tables
 // in "<resources>/<language>.lproj/<table>.strings", read on first use and kept.

@@ -1,13 +1,13 @@
 #include "platform/text/NumberFormatter.h"
 
-#include "platform/log/Log.h"
-#include "platform/text/LocaleSettings.h"
+#include <algorithm>
+#include <cstdio>
 
 #include <unicode/locid.h>
 #include <unicode/numberformatter.h>
 
-#include <algorithm>
-#include <cstdio>
+#include "platform/log/Log.h"
+#include "platform/text/LocaleSettings.h"
 
 namespace vexo::text {
 
@@ -16,7 +16,8 @@ struct NumberFormatter::Impl {
 };
 
 NumberFormatter::NumberFormatter(std::string_view locale, int maximumFractionDigits)
-    : m_locale(locale), m_impl(std::make_unique<Impl>()) {
+    : m_locale(locale),
+      m_impl(std::make_unique<Impl>()) {
     int digits = std::clamp(maximumFractionDigits, 0, 15);
     m_impl->formatter = icu::number::NumberFormatter::withLocale(icu::Locale(m_locale.c_str()))
                             .precision(icu::number::Precision::maxFraction(digits))

@@ -62,7 +62,8 @@ bool isValidUtf8(std::string_view text) {
 
 class Parser {
 public:
-    explicit Parser(std::string_view text) : m_text(text) {}
+    explicit Parser(std::string_view text)
+        : m_text(text) {}
 
     bool run(StringTable& table) {
         while (skipSpaceAndComments()) {
@@ -163,8 +164,10 @@ private:
         int value = 0;
         for (std::size_t i = 0; i < count; ++i) {
             char c = m_text[m_position + i];
-            int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                                                   : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+            int digit = c >= '0' && c <= '9'   ? c - '0'
+                        : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                        : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                               : -1;
             if (digit < 0)
                 return -1;
             value = value * 16 + digit;
@@ -176,13 +179,27 @@ private:
     bool readEscape(std::string& out) {
         char c = m_text[m_position++];
         switch (c) {
-        case 'n': out += '\n'; return true;
-        case 't': out += '\t'; return true;
-        case 'r': out += '\r'; return true;
-        case 'a': out += '\a'; return true;
-        case 'b': out += '\b'; return true;
-        case 'f': out += '\f'; return true;
-        case 'v': out += '\v'; return true;
+        case 'n':
+            out += '\n';
+            return true;
+        case 't':
+            out += '\t';
+            return true;
+        case 'r':
+            out += '\r';
+            return true;
+        case 'a':
+            out += '\a';
+            return true;
+        case 'b':
+            out += '\b';
+            return true;
+        case 'f':
+            out += '\f';
+            return true;
+        case 'v':
+            out += '\v';
+            return true;
         case 'U':
         case 'u': {
             int unit = hexDigits(4);

@@ -4,7 +4,9 @@
 
 namespace vexo::watchkit {
 
-Button::Button(ObjectInit init) : InterfaceObject(kKind, std::move(init)), m_enabled(layout().enabled) {
+Button::Button(ObjectInit init)
+    : InterfaceObject(kKind, std::move(init)),
+      m_enabled(layout().enabled) {
     m_title = layoutText();
     if (layout().image)
         m_backgroundImage = ImageContent::named(*layout().image);

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/watchkit/Color.h"
-#include "platform/watchkit/InterfaceObject.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/watchkit/Color.h"
+#include "platform/watchkit/InterfaceObject.h"
 
 // A button: a title or content objects over a background image or colour; a tap sends its
 // action (or performs its segue) unless it is disabled or hidden. See InterfaceObject for

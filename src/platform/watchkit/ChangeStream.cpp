@@ -1,10 +1,10 @@
 #include "platform/watchkit/ChangeStream.h"
 
-#include "platform/log/Log.h"
-#include "platform/watchkit/InterfaceObject.h"
-
 #include <algorithm>
 #include <exception>
+
+#include "platform/log/Log.h"
+#include "platform/watchkit/InterfaceObject.h"
 
 namespace vexo::watchkit {
 

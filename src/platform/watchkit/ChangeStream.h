@@ -4,10 +4,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 // The bookkeeping of the host's change records: who listens, and what changed since the
 // last batch (objects, screens that came and went, navigation). The host turns a taken

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/watchkit/ObjectKind.h"
-
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
+
+#include "platform/watchkit/ObjectKind.h"
 
 // What the layout loader and the host know of an interface controller class or a row
 // controller class: its outlets (name, object kind, how to connect one) and its actions
@@ -45,9 +45,12 @@ enum class ActionUse { Layout, Code };
 
 [[nodiscard]] inline std::string_view actionKindName(ActionKind kind) {
     switch (kind) {
-    case ActionKind::Plain: return "no value";
-    case ActionKind::Float: return "a float";
-    case ActionKind::Bool: return "a bool";
+    case ActionKind::Plain:
+        return "no value";
+    case ActionKind::Float:
+        return "a float";
+    case ActionKind::Bool:
+        return "a bool";
     }
     return "?";
 }

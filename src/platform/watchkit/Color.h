@@ -10,14 +10,24 @@ using Color = graphics::Color;
 namespace colors {
 
 // The host platform's whiteColor and lightGrayColor (white 2/3).
-constexpr Color white() { return Color::gray(1.0); }
-constexpr Color lightGray() { return Color::gray(2.0 / 3.0); }
-constexpr Color darkGray() { return Color::gray(1.0 / 3.0); }
-constexpr Color black() { return Color::gray(0.0); }
+constexpr Color white() {
+    return Color::gray(1.0);
+}
+constexpr Color lightGray() {
+    return Color::gray(2.0 / 3.0);
+}
+constexpr Color darkGray() {
+    return Color::gray(1.0 / 3.0);
+}
+constexpr Color black() {
+    return Color::gray(0.0);
+}
 
 // The application's orange: the selection and tint colour of switches, sliders and
 // selected rows.
-constexpr Color selection() { return {0.918, 0.545, 0.145, 1.0}; }
+constexpr Color selection() {
+    return {0.918, 0.545, 0.145, 1.0};
+}
 
 } // namespace colors
 

@@ -1,13 +1,14 @@
 #include "platform/watchkit/Context.h"
 
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+#include <cxxabi.h>
+
 #include "platform/plist/Json.h"
 #include "platform/plist/Value.h"
 #include "platform/watchkit/SnapshotFormat.h"
-
-#include <cstdint>
-#include <cstdlib>
-#include <cxxabi.h>
-#include <memory>
 
 namespace vexo::watchkit {
 
@@ -32,9 +33,9 @@ nlohmann::json describeValue(const std::any& value) {
     nlohmann::json out;
     if (const std::string* text = std::any_cast<std::string>(&value))
         return snapshot::text(*text);
-    if (put<bool>(value, out) || put<int>(value, out) ||
-        put<long>(value, out) || put<long long>(value, out) || put<unsigned>(value, out) ||
-        put<unsigned long>(value, out) || put<double>(value, out) || put<float>(value, out))
+    if (put<bool>(value, out) || put<int>(value, out) || put<long>(value, out) || put<long long>(value, out) ||
+        put<unsigned>(value, out) || put<unsigned long>(value, out) || put<double>(value, out) ||
+        put<float>(value, out))
         return out;
     if (const char* const* text = std::any_cast<const char*>(&value))
         return *text ? snapshot::text(std::string(*text)) : nlohmann::json(nullptr);

@@ -3,10 +3,11 @@
 #include <any>
 #include <initializer_list>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include <nlohmann/json.hpp>
 
 // What a presenting controller hands to the controller it presents (awakeWithContext):
 // a dictionary whose values are anything, property-list values or C++ objects alike (the
@@ -18,7 +19,8 @@ class Context {
 public:
     Context() = default;
     // Context{{"turntable", std::any(deck)}, {"turntableNumber", std::any(std::int64_t{1})}}.
-    Context(std::initializer_list<std::pair<const std::string, std::any>> entries) : m_entries(entries) {}
+    Context(std::initializer_list<std::pair<const std::string, std::any>> entries)
+        : m_entries(entries) {}
 
     [[nodiscard]] bool empty() const { return m_entries.empty(); }
     [[nodiscard]] bool contains(std::string_view key) const { return m_entries.find(key) != m_entries.end(); }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/watchkit/Context.h"
-
 #include <string_view>
+
+#include "platform/watchkit/Context.h"
 
 namespace vexo::watchkit {
 

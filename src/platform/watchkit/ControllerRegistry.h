@@ -1,16 +1,16 @@
 #pragma once
 
-#include "platform/watchkit/ClassDescription.h"
-#include "platform/watchkit/InterfaceClass.h"
-#include "platform/watchkit/InterfaceController.h"
-#include "platform/watchkit/RowController.h"
-
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/watchkit/ClassDescription.h"
+#include "platform/watchkit/InterfaceClass.h"
+#include "platform/watchkit/InterfaceController.h"
+#include "platform/watchkit/RowController.h"
 
 // The controller classes a layout may name, by class name: how to make one (the host
 // platform's init) and what outlets and actions it has. The layout maps controller names
@@ -49,8 +49,7 @@ public:
     // default std::make_shared<C>(); a class without a default constructor needs one), with the outlets and actions of
     // C::describeInterface(InterfaceClass<C>&) when C has one. False (and a log line) when
     // the name is taken already; the first registration stays.
-    template <class C>
-    bool registerClass(std::string className, std::function<std::shared_ptr<C>()> factory = {}) {
+    template <class C> bool registerClass(std::string className, std::function<std::shared_ptr<C>()> factory = {}) {
         static_assert(std::is_base_of_v<InterfaceController, C>);
         auto entry = std::make_unique<ControllerClass>();
         entry->name = className;
@@ -60,8 +59,7 @@ public:
     }
 
     // Registers the row controller class `C` as `className`, as registerClass() does.
-    template <class C>
-    bool registerRowClass(std::string className, std::function<std::shared_ptr<C>()> factory = {}) {
+    template <class C> bool registerRowClass(std::string className, std::function<std::shared_ptr<C>()> factory = {}) {
         static_assert(std::is_base_of_v<RowController, C>);
         auto entry = std::make_unique<RowClass>();
         entry->name = className;

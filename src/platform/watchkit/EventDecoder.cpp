@@ -1,11 +1,11 @@
 #include "platform/watchkit/EventDecoder.h"
 
-#include "platform/plist/Json.h"
-
 #include <cstdint>
 #include <cstdlib>
 #include <initializer_list>
 #include <string_view>
+
+#include "platform/plist/Json.h"
 
 namespace vexo::watchkit {
 
@@ -70,8 +70,8 @@ std::optional<input::Event> decodeFields(const std::string& type, const nlohmann
                     error = "needs either \"value\" or \"step\"";
                 else if (value != event.end() && !value->is_number())
                     error = "needs \"value\" as a number";
-                else if (step != event.end() &&
-                         (!step->is_number_integer() || std::abs(step->get<std::int64_t>()) > EventDecoder::kMaximumSteps))
+                else if (step != event.end() && (!step->is_number_integer() ||
+                                                 std::abs(step->get<std::int64_t>()) > EventDecoder::kMaximumSteps))
                     error = "needs \"step\" as a whole number of steps";
                 else if (value != event.end())
                     return input::Slide{*id, value->get<float>(), std::nullopt};
@@ -128,7 +128,8 @@ std::optional<input::Event> decodeFields(const std::string& type, const nlohmann
                 std::optional<plist::Value> converted = plist::json::fromJson(*info, conversionError);
                 if (converted && info->is_object())
                     return input::NotificationAction{*identifier, std::move(*converted)};
-                error = "needs \"userInfo\" as an object" + (conversionError.empty() ? std::string() : ": " + conversionError);
+                error = "needs \"userInfo\" as an object" +
+                        (conversionError.empty() ? std::string() : ": " + conversionError);
             }
     } else {
         error = "unknown type '" + type + "'";

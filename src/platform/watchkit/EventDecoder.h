@@ -1,12 +1,13 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-
 #include <cstddef>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <variant>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/plist/Value.h"
 
 // The JSON form of the user's input (ExtensionHost::handleEvent) read into typed events,
 // without looking at what is on screen: whether an event fits the screen is the host's

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+
+#include <nlohmann/json.hpp>
 
 // The answer to an input event: done, or refused with the reason (for the log, a test, or
 // the browser that sent it). A refusal is either about the event itself (malformed: not an
@@ -35,7 +36,8 @@ public:
     }
 
 private:
-    explicit EventResult(std::optional<std::string> error) : m_error(std::move(error)) {}
+    explicit EventResult(std::optional<std::string> error)
+        : m_error(std::move(error)) {}
 
     std::optional<std::string> m_error;
     bool m_malformed = false;

@@ -1,5 +1,8 @@
 #include "platform/watchkit/ExtensionHost.h"
 
+#include <algorithm>
+#include <exception>
+
 #include "platform/log/Log.h"
 #include "platform/runtime/RunLoop.h"
 #include "platform/text/Localization.h"
@@ -10,9 +13,6 @@
 #include "platform/watchkit/Menu.h"
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/StackLayout.h"
-
-#include <algorithm>
-#include <exception>
 
 namespace vexo::watchkit {
 
@@ -142,7 +142,8 @@ void ExtensionHost::deactivate(Slot& slot) {
     slot.active = false;
     slot.screen->menu().setOpen(false);
     noteNavigation();
-    callController(slot.controller, "didDeactivate", [](InterfaceController& controller) { controller.didDeactivate(); });
+    callController(slot.controller, "didDeactivate",
+                   [](InterfaceController& controller) { controller.didDeactivate(); });
 }
 
 ExtensionHost::Slot* ExtensionHost::visibleSlot() const {
@@ -190,8 +191,8 @@ EventResult ExtensionHost::present(Slot* presenter, std::string_view name, Conte
     const ControllerLayout* layout = m_layout.controller(name);
     std::string from = presenter ? " from '" + presenter->layout->identifier + "'" : std::string();
     if (!layout) {
-        log::error(kComponent, "presentControllerWithName" + from + ": the layout has no controller '" +
-                                   std::string(name) + "'");
+        log::error(kComponent,
+                   "presentControllerWithName" + from + ": the layout has no controller '" + std::string(name) + "'");
         return EventResult::failure("the layout has no controller '" + std::string(name) + "'");
     }
     std::string error;
@@ -424,7 +425,8 @@ nlohmann::json ExtensionHost::localeRecord() const {
     std::replace(identifier.begin(), identifier.end(), '_', '-');
     nlohmann::json texts = nlohmann::json::object();
     for (std::string_view text : kPlatformTexts)
-        texts[std::string(text)] = m_options.localization ? m_options.localization->localizedString(text) : std::string(text);
+        texts[std::string(text)] =
+            m_options.localization ? m_options.localization->localizedString(text) : std::string(text);
     return {{"language", m_options.localization ? m_options.localization->language()
                                                 : std::string(text::Localization::kDevelopmentLanguage)},
             {"identifier", std::move(identifier)},

@@ -1,5 +1,18 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
 #include "platform/plist/Value.h"
 #include "platform/watchkit/ChangeSink.h"
 #include "platform/watchkit/ChangeStream.h"
@@ -10,18 +23,6 @@
 #include "platform/watchkit/ImageStore.h"
 #include "platform/watchkit/InterfaceLayout.h"
 #include "platform/watchkit/SnapshotWriter.h"
-
-#include <chrono>
-#include <cstddef>
-#include <cstdint>
-#include <deque>
-#include <functional>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace vexo::runtime {
 class RunLoop;
@@ -132,8 +133,7 @@ public:
 
     // REQUIRES: `loop` and `registry` outlive the host; `layout` was loaded against
     // `registry`. Nothing is made until start().
-    ExtensionHost(runtime::RunLoop& loop, const ControllerRegistry& registry, InterfaceLayout layout,
-                  Options options);
+    ExtensionHost(runtime::RunLoop& loop, const ControllerRegistry& registry, InterfaceLayout layout, Options options);
     ExtensionHost(runtime::RunLoop& loop, const ControllerRegistry& registry, InterfaceLayout layout);
     // Releases every controller without lifecycle calls, as a process that ends does; any
     // controller still held elsewhere is off screen for good.

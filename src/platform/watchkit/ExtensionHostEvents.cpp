@@ -1,22 +1,21 @@
 // Input events of the ExtensionHost: the C++ calls and their JSON form.
 
-#include "platform/watchkit/ExtensionHost.h"
+#include <cmath>
+#include <limits>
+#include <set>
 
 #include "platform/log/Log.h"
 #include "platform/runtime/RunLoop.h"
 #include "platform/watchkit/Button.h"
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/EventDecoder.h"
+#include "platform/watchkit/ExtensionHost.h"
 #include "platform/watchkit/InterfaceController.h"
 #include "platform/watchkit/Menu.h"
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/Slider.h"
 #include "platform/watchkit/Switch.h"
 #include "platform/watchkit/Table.h"
-
-#include <cmath>
-#include <limits>
-#include <set>
 
 namespace vexo::watchkit {
 
@@ -96,14 +95,14 @@ EventResult ExtensionHost::sendAction(const Target& target, const ActionValue& v
         const TableRow& row = target.table->rows().at(target.rowIndex);
         const auto* action = row.rowClass ? row.rowClass->description.action(name) : nullptr;
         if (!action)
-            return EventResult::failure("the row controller of row " + std::to_string(target.rowIndex) + " has no action " +
-                                        inQuotes(name));
+            return EventResult::failure("the row controller of row " + std::to_string(target.rowIndex) +
+                                        " has no action " + inQuotes(name));
         std::shared_ptr<RowController> controller = row.controller;
         try {
             action->invoke(*controller, value);
         } catch (const std::exception& exception) {
-            std::string message = "action " + inQuotes(name) + " of row " + std::to_string(target.rowIndex) + " threw: " +
-                                  exception.what();
+            std::string message = "action " + inQuotes(name) + " of row " + std::to_string(target.rowIndex) +
+                                  " threw: " + exception.what();
             log::error(kComponent, message);
             return EventResult::failure(message);
         }
@@ -126,8 +125,8 @@ EventResult ExtensionHost::tap(std::string_view objectId) {
         if (!target)
             return refused("tap", error);
         if (target->object->kind() != ObjectKind::Button) {
-            return refused("tap", "object " + inQuotes(objectId) + " is a " + std::string(kindName(target->object->kind())) +
-                                      "; only buttons take taps");
+            return refused("tap", "object " + inQuotes(objectId) + " is a " +
+                                      std::string(kindName(target->object->kind())) + "; only buttons take taps");
         }
         if (!static_cast<Button&>(*target->object).isEnabled())
             return refused("tap", "button " + inQuotes(objectId) + " is disabled");
@@ -149,12 +148,13 @@ EventResult ExtensionHost::selectRow(std::string_view tableId, std::size_t rowIn
             return refused("selectRow", "object " + inQuotes(tableId) + " is no table");
         auto& table = static_cast<Table&>(*target->object);
         if (rowIndex >= table.numberOfRows()) {
-            return refused("selectRow", "table " + inQuotes(tableId) + " has no row " + std::to_string(rowIndex) + " (it has " +
-                                            std::to_string(table.numberOfRows()) + ")");
+            return refused("selectRow", "table " + inQuotes(tableId) + " has no row " + std::to_string(rowIndex) +
+                                            " (it has " + std::to_string(table.numberOfRows()) + ")");
         }
         const TableRow& row = table.rows()[rowIndex];
         if (!row.type || !row.type->selectable)
-            return refused("selectRow", "row " + std::to_string(rowIndex) + " (" + row.typeName + ") cannot be selected");
+            return refused("selectRow",
+                           "row " + std::to_string(rowIndex) + " (" + row.typeName + ") cannot be selected");
         std::shared_ptr<InterfaceObject> keep = target->object;
         callController(target->slot->controller, "tableDidSelectRowAtIndex",
                        [&](InterfaceController& controller) { controller.tableDidSelectRowAtIndex(table, rowIndex); });
@@ -184,7 +184,7 @@ EventResult ExtensionHost::slide(std::string_view sliderId, float value) {
 EventResult ExtensionHost::stepSlider(std::string_view sliderId, int steps) {
     std::shared_ptr<InterfaceObject> found = object(sliderId);
     if (!found || found->kind() != ObjectKind::Slider)
-        return slide(sliderId, 0);  // refused there, with the reason
+        return slide(sliderId, 0); // refused there, with the reason
     return slide(sliderId, static_cast<Slider&>(*found).stepped(steps));
 }
 
@@ -347,9 +347,7 @@ EventResult ExtensionHost::deliverNotificationAction(std::string identifier, pli
 
 namespace {
 
-template <class... Handlers> struct Overloaded : Handlers... {
-    using Handlers::operator()...;
-};
+template <class... Handlers> struct Overloaded : Handlers... { using Handlers::operator()...; };
 template <class... Handlers> Overloaded(Handlers...) -> Overloaded<Handlers...>;
 
 } // namespace
@@ -358,55 +356,54 @@ EventResult ExtensionHost::handleEvent(const nlohmann::json& event) {
     EventDecoder::Result decoded = EventDecoder::decode(event);
     if (!decoded.event)
         return malformed(decoded.type, decoded.error);
-    return std::visit(
-        Overloaded{
-            [&](const input::Tap& tapEvent) { return tap(tapEvent.object); },
-            [&](const input::SelectRow& select) { return selectRow(select.object, select.row); },
-            [&](const input::Slide& slideEvent) {
-                return slideEvent.value ? slide(slideEvent.object, *slideEvent.value)
-                                        : stepSlider(slideEvent.object, *slideEvent.step);
-            },
-            [&](const input::Flip& flipEvent) {
-                // A switch that shows the state asked for already is left as it is.
-                std::shared_ptr<InterfaceObject> found = object(flipEvent.object);
-                if (flipEvent.on && found && found->kind() == ObjectKind::Switch &&
-                    static_cast<Switch&>(*found).isOn() == *flipEvent.on)
-                    return EventResult::success();
-                return flip(flipEvent.object);
-            },
-            [&](const input::Swipe& swipe) {
-                if (swipe.page)
-                    return swipeToPage(*swipe.page);
-                if (swipe.direction == input::Swipe::Direction::Left)
-                    return swipeToPage(m_currentPage + 1);
-                if (m_currentPage == 0)
-                    return refused("swipe", "there is no page left of the first");
-                return swipeToPage(m_currentPage - 1);
-            },
-            [&](const input::OpenMenu&) { return openMenu(); },
-            [&](const input::PickMenuItem& pick) { return pickMenuItem(pick.index); },
-            [&](const input::CloseMenu&) { return closeMenu(); },
-            [&](const input::CloseModal&) { return closeModal(); },
-            [&](const input::ShowGlance&) { return showGlance(); },
-            [&](const input::HideGlance&) { return hideGlance(); },
-            [&](const input::NotificationAction& action) {
-                return deliverNotificationAction(action.identifier, action.userInfo);
-            },
-        },
-        *decoded.event);
+    return std::visit(Overloaded{
+                          [&](const input::Tap& tapEvent) { return tap(tapEvent.object); },
+                          [&](const input::SelectRow& select) { return selectRow(select.object, select.row); },
+                          [&](const input::Slide& slideEvent) {
+                              return slideEvent.value ? slide(slideEvent.object, *slideEvent.value)
+                                                      : stepSlider(slideEvent.object, *slideEvent.step);
+                          },
+                          [&](const input::Flip& flipEvent) {
+                              // A switch that shows the state asked for already is left as it is.
+                              std::shared_ptr<InterfaceObject> found = object(flipEvent.object);
+                              if (flipEvent.on && found && found->kind() == ObjectKind::Switch &&
+                                  static_cast<Switch&>(*found).isOn() == *flipEvent.on)
+                                  return EventResult::success();
+                              return flip(flipEvent.object);
+                          },
+                          [&](const input::Swipe& swipe) {
+                              if (swipe.page)
+                                  return swipeToPage(*swipe.page);
+                              if (swipe.direction == input::Swipe::Direction::Left)
+                                  return swipeToPage(m_currentPage + 1);
+                              if (m_currentPage == 0)
+                                  return refused("swipe", "there is no page left of the first");
+                              return swipeToPage(m_currentPage - 1);
+                          },
+                          [&](const input::OpenMenu&) { return openMenu(); },
+                          [&](const input::PickMenuItem& pick) { return pickMenuItem(pick.index); },
+                          [&](const input::CloseMenu&) { return closeMenu(); },
+                          [&](const input::CloseModal&) { return closeModal(); },
+                          [&](const input::ShowGlance&) { return showGlance(); },
+                          [&](const input::HideGlance&) { return hideGlance(); },
+                          [&](const input::NotificationAction& action) {
+                              return deliverNotificationAction(action.identifier, action.userInfo);
+                          },
+                      },
+                      *decoded.event);
 }
 
 void ExtensionHost::postEvent(nlohmann::json event, std::function<void(const EventResult&)> completion) {
-    m_loop.post([alive = std::weak_ptr<ExtensionHost*>(m_alive), event = std::move(event),
-                 completion = std::move(completion)] {
-        if (auto host = alive.lock()) {
-            EventResult result = (*host)->handleEvent(event);
-            if (completion)
-                completion(result);
-        } else if (completion) {
-            completion(EventResult::failure("the interface has gone"));
-        }
-    });
+    m_loop.post(
+        [alive = std::weak_ptr<ExtensionHost*>(m_alive), event = std::move(event), completion = std::move(completion)] {
+            if (auto host = alive.lock()) {
+                EventResult result = (*host)->handleEvent(event);
+                if (completion)
+                    completion(result);
+            } else if (completion) {
+                completion(EventResult::failure("the interface has gone"));
+            }
+        });
 }
 
 } // namespace vexo::watchkit

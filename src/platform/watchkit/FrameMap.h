@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/graphics/Rect.h"
-
 #include <unordered_map>
+
+#include "platform/graphics/Rect.h"
 
 namespace vexo::watchkit {
 

@@ -5,7 +5,8 @@
 
 namespace vexo::watchkit {
 
-Group::Group(ObjectInit init) : InterfaceObject(kKind, std::move(init)) {
+Group::Group(ObjectInit init)
+    : InterfaceObject(kKind, std::move(init)) {
     if (layout().image)
         m_backgroundImage = ImageContent::named(*layout().image);
     m_backgroundColor = layout().backgroundColor;

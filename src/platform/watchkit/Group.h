@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/watchkit/Color.h"
-#include "platform/watchkit/InterfaceObject.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/watchkit/Color.h"
+#include "platform/watchkit/InterfaceObject.h"
 
 // A container that stacks its objects, with a background image (by asset name or as data),
 // a background colour, and the image animation its layout gives it. See InterfaceObject

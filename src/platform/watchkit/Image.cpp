@@ -2,7 +2,8 @@
 
 namespace vexo::watchkit {
 
-Image::Image(ObjectInit init) : InterfaceObject(kKind, std::move(init)) {
+Image::Image(ObjectInit init)
+    : InterfaceObject(kKind, std::move(init)) {
     if (layout().image)
         m_image = ImageContent::named(*layout().image);
 }

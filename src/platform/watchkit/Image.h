@@ -1,11 +1,11 @@
 #pragma once
 
-#include "platform/watchkit/InterfaceObject.h"
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/watchkit/InterfaceObject.h"
 
 // A picture, by asset name or as encoded data. See InterfaceObject for ownership and threads.
 namespace vexo::watchkit {

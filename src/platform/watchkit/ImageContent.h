@@ -1,11 +1,12 @@
 #pragma once
 
-#include "platform/watchkit/ImageData.h"
-
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/watchkit/ImageData.h"
 
 // What an image slot of an interface object shows: nothing, an asset by name, or image
 // data from the image store. A copyable value.

@@ -1,10 +1,10 @@
 #include "platform/watchkit/ImageStore.h"
 
-#include "platform/log/Log.h"
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
+
+#include "platform/log/Log.h"
 
 namespace vexo::watchkit {
 
@@ -25,8 +25,8 @@ std::uint64_t hashBytes(const std::vector<std::uint8_t>& bytes) {
 
 std::string identifierFor(const std::vector<std::uint8_t>& bytes) {
     std::array<char, 48> text{};
-    std::snprintf(text.data(), text.size(), "%016llx-%zu",
-                  static_cast<unsigned long long>(hashBytes(bytes)), bytes.size());
+    std::snprintf(text.data(), text.size(), "%016llx-%zu", static_cast<unsigned long long>(hashBytes(bytes)),
+                  bytes.size());
     return text.data();
 }
 
@@ -59,8 +59,8 @@ void describe(ImageData& image) {
 
 std::shared_ptr<const ImageData> ImageStore::add(std::vector<std::uint8_t> bytes) {
     if (bytes.size() > kMaxImageBytes) {
-        log::warning(kComponent, "image data of " + std::to_string(bytes.size()) +
-                                     " bytes refused; the limit is " + std::to_string(kMaxImageBytes));
+        log::warning(kComponent, "image data of " + std::to_string(bytes.size()) + " bytes refused; the limit is " +
+                                     std::to_string(kMaxImageBytes));
         return nullptr;
     }
     std::string id = identifierFor(bytes);
@@ -98,8 +98,8 @@ std::shared_ptr<const ImageData> ImageStore::find(std::string_view id) const {
 
 std::size_t ImageStore::size() const {
     std::lock_guard lock(m_mutex);
-    return static_cast<std::size_t>(std::count_if(m_images.begin(), m_images.end(),
-                                                  [](const auto& entry) { return !entry.second.expired(); }));
+    return static_cast<std::size_t>(
+        std::count_if(m_images.begin(), m_images.end(), [](const auto& entry) { return !entry.second.expired(); }));
 }
 
 void ImageStore::pruneExpired() {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "platform/watchkit/ImageData.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -11,6 +9,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/watchkit/ImageData.h"
 
 // The image bytes that interface objects show, by content hash, so that a web server can
 // serve them while the objects refer to them only by identifier.

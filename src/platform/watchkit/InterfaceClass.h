@@ -1,13 +1,13 @@
 #pragma once
 
+#include <memory>
+#include <string>
+#include <type_traits>
+
 #include "platform/watchkit/ClassDescription.h"
 #include "platform/watchkit/InterfaceController.h"
 #include "platform/watchkit/Outlet.h"
 #include "platform/watchkit/RowController.h"
-
-#include <memory>
-#include <string>
-#include <type_traits>
 
 // Declares the outlets and actions of the controller class `C` (an InterfaceController or a
 // RowController) by name, for the registry; see InterfaceController.h for the pattern.
@@ -24,10 +24,10 @@ public:
     // The outlet `name`, connected to an object of T's kind.
     template <class T, class Owner> InterfaceClass& outlet(std::string name, Outlet<T> Owner::*member) {
         static_assert(std::is_base_of_v<Owner, C>);
-        m_description.addOutlet({std::move(name), T::kKind,
-                                 [member](Base& instance, const std::shared_ptr<InterfaceObject>& object) {
-                                     (static_cast<C&>(instance).*member).connect(std::dynamic_pointer_cast<T>(object));
-                                 }});
+        m_description.addOutlet(
+            {std::move(name), T::kKind, [member](Base& instance, const std::shared_ptr<InterfaceObject>& object) {
+                 (static_cast<C&>(instance).*member).connect(std::dynamic_pointer_cast<T>(object));
+             }});
         return *this;
     }
 
@@ -35,8 +35,9 @@ public:
     template <class Owner>
     InterfaceClass& action(std::string name, void (Owner::*method)(), ActionUse use = ActionUse::Layout) {
         static_assert(std::is_base_of_v<Owner, C>);
-        m_description.addAction({std::move(name), ActionKind::Plain, use,
-                                 [method](Base& instance, const ActionValue&) { (static_cast<C&>(instance).*method)(); }});
+        m_description.addAction({std::move(name), ActionKind::Plain, use, [method](Base& instance, const ActionValue&) {
+                                     (static_cast<C&>(instance).*method)();
+                                 }});
         return *this;
     }
 
@@ -44,11 +45,11 @@ public:
     template <class Owner>
     InterfaceClass& action(std::string name, void (Owner::*method)(float), ActionUse use = ActionUse::Layout) {
         static_assert(std::is_base_of_v<Owner, C>);
-        m_description.addAction({std::move(name), ActionKind::Float, use,
-                                 [method](Base& instance, const ActionValue& value) {
-                                     const float* number = std::get_if<float>(&value);
-                                     (static_cast<C&>(instance).*method)(number ? *number : 0.0f);
-                                 }});
+        m_description.addAction(
+            {std::move(name), ActionKind::Float, use, [method](Base& instance, const ActionValue& value) {
+                 const float* number = std::get_if<float>(&value);
+                 (static_cast<C&>(instance).*method)(number ? *number : 0.0f);
+             }});
         return *this;
     }
 
@@ -56,11 +57,11 @@ public:
     template <class Owner>
     InterfaceClass& action(std::string name, void (Owner::*method)(bool), ActionUse use = ActionUse::Layout) {
         static_assert(std::is_base_of_v<Owner, C>);
-        m_description.addAction({std::move(name), ActionKind::Bool, use,
-                                 [method](Base& instance, const ActionValue& value) {
-                                     const bool* on = std::get_if<bool>(&value);
-                                     (static_cast<C&>(instance).*method)(on && *on);
-                                 }});
+        m_description.addAction(
+            {std::move(name), ActionKind::Bool, use, [method](Base& instance, const ActionValue& value) {
+                 const bool* on = std::get_if<bool>(&value);
+                 (static_cast<C&>(instance).*method)(on && *on);
+             }});
         return *this;
     }
 

@@ -68,7 +68,8 @@ void InterfaceController::addMenuItemWithImageNamed(std::string imageName, std::
     const auto* declared = m_description->action(action);
     if (!declared || declared->kind != ActionKind::Plain) {
         log::error(kComponent, "screen " + m_screen->id() + " (" + m_screen->layout().className + "): menu item '" +
-                                   title + "' names '" + action + "', which is no plain action of the class; not added");
+                                   title + "' names '" + action +
+                                   "', which is no plain action of the class; not added");
         return;
     }
     if (!m_screen->menu().addMenuItemWithImageNamed(std::move(imageName), title, std::move(action))) {

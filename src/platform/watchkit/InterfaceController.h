@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/plist/Value.h"
-#include "platform/watchkit/ClassDescription.h"
-#include "platform/watchkit/Context.h"
-
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
+
+#include "platform/plist/Value.h"
+#include "platform/watchkit/ClassDescription.h"
+#include "platform/watchkit/Context.h"
 
 // The base of every screen's controller (the host platform's interface controller).
 //

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/watchkit/ObjectLayout.h"
-
 #include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/watchkit/ObjectLayout.h"
 
 // The interface layout of the watch application (the host platform's storyboard), as the
 // LayoutLoader reads it from resources/Interface.json: the pages side by side, the glance,

@@ -1,18 +1,19 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
 #include "platform/graphics/Rect.h"
 #include "platform/watchkit/FrameMap.h"
 #include "platform/watchkit/ImageContent.h"
 #include "platform/watchkit/ObjectKind.h"
 #include "platform/watchkit/ObjectLayout.h"
-
-#include <cstdint>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 // The common part of every interface object (group, button, label, ...): identity, the
 // layout it was made from, visibility, the objects it contains, and reporting of changes.

@@ -4,7 +4,8 @@
 
 namespace vexo::watchkit {
 
-Label::Label(ObjectInit init) : InterfaceObject(kKind, std::move(init)) {
+Label::Label(ObjectInit init)
+    : InterfaceObject(kKind, std::move(init)) {
     m_text = layoutText();
     m_textColor = layout().textColor;
 }

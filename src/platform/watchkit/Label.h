@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/watchkit/Color.h"
-#include "platform/watchkit/InterfaceObject.h"
-
 #include <optional>
 #include <string>
+
+#include "platform/watchkit/Color.h"
+#include "platform/watchkit/InterfaceObject.h"
 
 // A text with a colour. See InterfaceObject for ownership and threads.
 namespace vexo::watchkit {

@@ -1,13 +1,13 @@
 #include "platform/watchkit/LayoutLoader.h"
 
-#include "platform/watchkit/ControllerRegistry.h"
-
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
+
+#include "platform/watchkit/ControllerRegistry.h"
 
 namespace vexo::watchkit {
 
@@ -45,8 +45,8 @@ bool isContainer(ObjectKind kind) {
 
 std::optional<Color> namedColor(std::string_view name) {
     static const std::map<std::string, Color, std::less<>> names = {
-        {"white", colors::white()},   {"lightGray", colors::lightGray()}, {"darkGray", colors::darkGray()},
-        {"black", colors::black()},   {"clear", Color::clear()},          {"selection", colors::selection()},
+        {"white", colors::white()}, {"lightGray", colors::lightGray()}, {"darkGray", colors::darkGray()},
+        {"black", colors::black()}, {"clear", Color::clear()},          {"selection", colors::selection()},
     };
     auto found = names.find(name);
     if (found != names.end())
@@ -79,7 +79,9 @@ struct Connections {
 class Parser {
 public:
     Parser(std::string source, const ControllerRegistry& registry, MissingClasses missing)
-        : m_source(std::move(source)), m_registry(registry), m_missing(missing) {}
+        : m_source(std::move(source)),
+          m_registry(registry),
+          m_missing(missing) {}
 
     LayoutLoadResult run(std::string_view text) {
         LayoutLoadResult result;
@@ -164,10 +166,12 @@ private:
         auto found = object.find(key);
         if (found == object.end())
             return;
-        std::optional<Color> color = found->is_string() ? namedColor(found->get_ref<const std::string&>()) : std::nullopt;
+        std::optional<Color> color =
+            found->is_string() ? namedColor(found->get_ref<const std::string&>()) : std::nullopt;
         if (!color)
-            fail(where, "'" + std::string(key) + "' must be \"#rrggbb\", \"#rrggbbaa\" or one of white, lightGray, "
-                        "darkGray, black, clear, selection");
+            fail(where, "'" + std::string(key) +
+                            "' must be \"#rrggbb\", \"#rrggbbaa\" or one of white, lightGray, "
+                            "darkGray, black, clear, selection");
         else
             out = color;
     }
@@ -401,8 +405,9 @@ private:
                 fail(here, "must be an object");
                 continue;
             }
-            checkKeys(row, {"class", "selectable", "height", "layout", "spacing", "insets", "backgroundColor",
-                            "backgroundImage", "objects"},
+            checkKeys(row,
+                      {"class", "selectable", "height", "layout", "spacing", "insets", "backgroundColor",
+                       "backgroundImage", "objects"},
                       {}, here);
             rowType.className = readString(row, "class", here);
             readBool(row, "selectable", rowType.selectable, here);
@@ -485,7 +490,8 @@ private:
             return layout;
         }
         for (const auto& [identifier, object] : controllers->items())
-            layout.controllers.emplace(identifier, readController(identifier, resolveLike(identifier, object, *controllers)));
+            layout.controllers.emplace(identifier,
+                                       readController(identifier, resolveLike(identifier, object, *controllers)));
 
         auto pages = document.find("pages");
         if (pages == document.end() || !pages->is_array() || pages->empty()) {
@@ -643,8 +649,9 @@ LayoutLoadResult LayoutLoader::loadFile(const std::filesystem::path& path, const
     std::uintmax_t size = std::filesystem::file_size(path, error);
     if (error || size > kMaxLayoutBytes) {
         LayoutLoadResult result;
-        result.errors.push_back(path.string() + ": " +
-                                (error ? "cannot be read: " + error.message() : std::string("is too large for a layout")));
+        result.errors.push_back(
+            path.string() + ": " +
+            (error ? "cannot be read: " + error.message() : std::string("is too large for a layout")));
         return result;
     }
     std::ifstream file(path, std::ios::binary);

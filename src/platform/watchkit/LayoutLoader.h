@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/watchkit/InterfaceLayout.h"
-
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/watchkit/InterfaceLayout.h"
 
 // Reads an interface layout (JSON, comments allowed) and checks it against the registered
 // controller classes, as the host platform checks a storyboard against its classes:
@@ -48,7 +48,8 @@ struct LayoutLoadResult {
 class LayoutLoader {
 public:
     // Reads and checks the layout file at `path`.
-    [[nodiscard]] static LayoutLoadResult loadFile(const std::filesystem::path& path, const ControllerRegistry& registry,
+    [[nodiscard]] static LayoutLoadResult loadFile(const std::filesystem::path& path,
+                                                   const ControllerRegistry& registry,
                                                    MissingClasses missing = MissingClasses::Refuse);
 
     // Reads and checks layout `text`; `sourceName` stands for the file in messages.

@@ -4,7 +4,8 @@
 
 namespace vexo::watchkit {
 
-Menu::Menu(ObjectInit init) : InterfaceObject(kKind, std::move(init)) {}
+Menu::Menu(ObjectInit init)
+    : InterfaceObject(kKind, std::move(init)) {}
 
 Menu& Menu::nil() {
     static Menu standIn{ObjectInit{}};

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/watchkit/InterfaceObject.h"
-
 #include <cstddef>
 #include <string>
 #include <vector>
+
+#include "platform/watchkit/InterfaceObject.h"
 
 // A screen's force-touch menu: up to four items, each an image, a title and the name of
 // one of the controller's actions. Controllers fill it through InterfaceController; the

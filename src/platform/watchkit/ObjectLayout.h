@@ -1,13 +1,14 @@
 #pragma once
 
-#include "platform/watchkit/Color.h"
-#include "platform/watchkit/ObjectKind.h"
-
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/watchkit/Color.h"
+#include "platform/watchkit/ObjectKind.h"
 
 // One interface object as the layout file describes it: what it is, how it is placed,
 // what the loader wires to it, and the state it starts with. Plain data, made by the
@@ -20,10 +21,10 @@ namespace vexo::watchkit {
 
 struct Dimension {
     enum class Mode {
-        Fill,      // the room left in the stacking direction, shared; the whole room across it
-        Fit,       // the size of the content
-        Fixed,     // `value` pixels
-        Relative,  // `value` times the size of the container
+        Fill,     // the room left in the stacking direction, shared; the whole room across it
+        Fit,      // the size of the content
+        Fixed,    // `value` pixels
+        Relative, // `value` times the size of the container
     };
     Mode mode = Mode::Fill;
     double value = 0;
@@ -77,27 +78,27 @@ struct ObjectLayout {
     Insets insets;
 
     // Initial state; each kind reads the fields it has.
-    std::optional<std::string> text;             // label text, button and switch title
-    std::optional<std::string> image;            // image, or background image of a group or button
-    std::optional<Color> textColor;              // label
-    std::optional<Color> backgroundColor;        // group, button
-    std::optional<Color> color;                  // slider, switch
+    std::optional<std::string> text;      // label text, button and switch title
+    std::optional<std::string> image;     // image, or background image of a group or button
+    std::optional<Color> textColor;       // label
+    std::optional<Color> backgroundColor; // group, button
+    std::optional<Color> color;           // slider, switch
     bool hidden = false;
-    bool enabled = true;                         // button, slider, switch
-    bool on = false;                             // switch
-    bool running = false;                        // timer: counting from the start
-    double value = 0;                            // slider
-    double minimum = 0;                          // slider
-    double maximum = 1;                          // slider
-    int steps = 10;                              // slider
-    std::optional<AnimationLayout> animation;    // group
+    bool enabled = true;                      // button, slider, switch
+    bool on = false;                          // switch
+    bool running = false;                     // timer: counting from the start
+    double value = 0;                         // slider
+    double minimum = 0;                       // slider
+    double maximum = 1;                       // slider
+    int steps = 10;                           // slider
+    std::optional<AnimationLayout> animation; // group
 
     // Presentation hints (font, alignment, corner radius, ...) handed to the snapshot as
     // they are written; the runtime does not read them.
     nlohmann::json style = nlohmann::json::object();
 
-    std::vector<ObjectLayout> children;          // groups and buttons
-    std::vector<RowTypeLayout> rowTypes;         // tables
+    std::vector<ObjectLayout> children;  // groups and buttons
+    std::vector<RowTypeLayout> rowTypes; // tables
 
     // The row type named `identifier`, or nullptr. Tables only.
     [[nodiscard]] const RowTypeLayout* rowType(std::string_view identifier) const;

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/log/Log.h"
-
 #include <memory>
 #include <string>
+
+#include "platform/log/Log.h"
 
 // A controller's weak handle on an interface object (the host platform's weak IBOutlet).
 //

@@ -81,7 +81,9 @@ std::optional<ObjectLocation> locateIn(const std::vector<std::shared_ptr<Interfa
 } // namespace
 
 Screen::Screen(std::string id, const ControllerLayout& layout, ScreenServices services)
-    : m_id(std::move(id)), m_layout(&layout), m_services(std::move(services)) {
+    : m_id(std::move(id)),
+      m_layout(&layout),
+      m_services(std::move(services)) {
     for (const ObjectLayout& child : layout.root.children)
         m_objects.push_back(makeObject(child));
     m_menu = std::make_shared<Menu>(ObjectInit{this, &menuLayout(), m_id + ".menu"});
@@ -110,7 +112,8 @@ void Screen::connectOutlets(InterfaceController& controller,
         std::shared_ptr<InterfaceObject> object = objectForOutlet(outlet.name);
         if (!object || object->kind() != outlet.kind) {
             log::error(kComponent, "screen " + m_id + " (" + m_layout->identifier + "): outlet '" + outlet.name +
-                                       "' has no " + std::string(kindName(outlet.kind)) + " in the layout; it stays empty");
+                                       "' has no " + std::string(kindName(outlet.kind)) +
+                                       " in the layout; it stays empty");
             continue;
         }
         outlet.connect(controller, object);
@@ -176,15 +179,33 @@ std::shared_ptr<InterfaceObject> Screen::makeObject(const ObjectLayout& layout) 
     ObjectInit init{this, &layout, nextObjectId()};
     std::shared_ptr<InterfaceObject> object;
     switch (layout.kind) {
-    case ObjectKind::Group: object = std::make_shared<Group>(std::move(init)); break;
-    case ObjectKind::Button: object = std::make_shared<Button>(std::move(init)); break;
-    case ObjectKind::Label: object = std::make_shared<Label>(std::move(init)); break;
-    case ObjectKind::Image: object = std::make_shared<Image>(std::move(init)); break;
-    case ObjectKind::Slider: object = std::make_shared<Slider>(std::move(init)); break;
-    case ObjectKind::Switch: object = std::make_shared<Switch>(std::move(init)); break;
-    case ObjectKind::Table: object = std::make_shared<Table>(std::move(init)); break;
-    case ObjectKind::Timer: object = std::make_shared<Timer>(std::move(init)); break;
-    case ObjectKind::Menu: object = std::make_shared<Menu>(std::move(init)); break;
+    case ObjectKind::Group:
+        object = std::make_shared<Group>(std::move(init));
+        break;
+    case ObjectKind::Button:
+        object = std::make_shared<Button>(std::move(init));
+        break;
+    case ObjectKind::Label:
+        object = std::make_shared<Label>(std::move(init));
+        break;
+    case ObjectKind::Image:
+        object = std::make_shared<Image>(std::move(init));
+        break;
+    case ObjectKind::Slider:
+        object = std::make_shared<Slider>(std::move(init));
+        break;
+    case ObjectKind::Switch:
+        object = std::make_shared<Switch>(std::move(init));
+        break;
+    case ObjectKind::Table:
+        object = std::make_shared<Table>(std::move(init));
+        break;
+    case ObjectKind::Timer:
+        object = std::make_shared<Timer>(std::move(init));
+        break;
+    case ObjectKind::Menu:
+        object = std::make_shared<Menu>(std::move(init));
+        break;
     }
     for (const ObjectLayout& child : layout.children)
         object->appendChild(makeObject(child));

@@ -1,18 +1,19 @@
 #pragma once
 
-#include "platform/watchkit/ClassDescription.h"
-#include "platform/watchkit/FrameMap.h"
-#include "platform/watchkit/InterfaceLayout.h"
-
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/watchkit/ClassDescription.h"
+#include "platform/watchkit/FrameMap.h"
+#include "platform/watchkit/InterfaceLayout.h"
 
 namespace vexo::text {
 class Localization;
@@ -97,7 +98,8 @@ public:
 
     // Connects every outlet of `description` to the object of that name on this screen;
     // an outlet without an object stays empty (and is logged).
-    void connectOutlets(InterfaceController& controller, const ClassDescription<InterfaceController>& description) const;
+    void connectOutlets(InterfaceController& controller,
+                        const ClassDescription<InterfaceController>& description) const;
 
     // {"objects": [...], "menu": {...}}, each object with its frame from `frames`.
     [[nodiscard]] nlohmann::json toJson(const FrameMap& frames) const;

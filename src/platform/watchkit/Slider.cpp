@@ -1,10 +1,10 @@
 #include "platform/watchkit/Slider.h"
 
-#include "platform/watchkit/SnapshotFormat.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+
+#include "platform/watchkit/SnapshotFormat.h"
 
 namespace vexo::watchkit {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <optional>
+
 #include "platform/watchkit/Color.h"
 #include "platform/watchkit/InterfaceObject.h"
-
-#include <optional>
 
 // A value between the layout's minimum and maximum that the user moves in steps. See
 // InterfaceObject for ownership and threads.

@@ -23,7 +23,11 @@ nlohmann::json text(const std::optional<std::string>& text) {
     std::size_t i = 0;
     while (i < in.size()) {
         auto byte = static_cast<unsigned char>(in[i]);
-        std::size_t length = byte < 0x80 ? 1 : (byte >> 5) == 0x6 ? 2 : (byte >> 4) == 0xe ? 3 : (byte >> 3) == 0x1e ? 4 : 0;
+        std::size_t length = byte < 0x80           ? 1
+                             : (byte >> 5) == 0x6  ? 2
+                             : (byte >> 4) == 0xe  ? 3
+                             : (byte >> 3) == 0x1e ? 4
+                                                   : 0;
         bool valid = length > 0 && i + length <= in.size();
         std::uint32_t code = length == 1 ? byte : length == 2 ? byte & 0x1f : length == 3 ? byte & 0x0f : byte & 0x07;
         for (std::size_t k = 1; valid && k < length; ++k) {

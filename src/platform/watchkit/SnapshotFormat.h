@@ -1,12 +1,13 @@
 #pragma once
 
-#include "platform/graphics/Rect.h"
-#include "platform/watchkit/Color.h"
-
 #include <chrono>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/graphics/Rect.h"
+#include "platform/watchkit/Color.h"
 
 // How values appear in snapshots and change records, so that every writer spells them alike.
 namespace vexo::watchkit::snapshot {

@@ -1,5 +1,11 @@
 #include "platform/watchkit/SnapshotWriter.h"
 
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
 #include "platform/watchkit/Context.h"
 #include "platform/watchkit/Group.h"
 #include "platform/watchkit/InterfaceLayout.h"
@@ -7,12 +13,6 @@
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/StackLayout.h"
 #include "platform/watchkit/Table.h"
-
-#include <functional>
-#include <map>
-#include <memory>
-#include <set>
-#include <string>
 
 namespace vexo::watchkit {
 
@@ -44,7 +44,8 @@ nlohmann::json SnapshotWriter::screen(const ScreenView& view, bool markReported)
     out["class"] = view.layout->className;
     out["role"] = view.role;
     // The title of the close control is a layout text like any other.
-    out["title"] = view.layout->title ? nlohmann::json(view.screen->localized(*view.layout->title)) : nlohmann::json(nullptr);
+    out["title"] =
+        view.layout->title ? nlohmann::json(view.screen->localized(*view.layout->title)) : nlohmann::json(nullptr);
     out["active"] = view.active;
     out["context"] = view.context->describe();
     out["contentHeight"] = layout.contentHeight;
@@ -155,7 +156,8 @@ nlohmann::json SnapshotWriter::changeRecords(const ChangeStream::Pending& pendin
                 object->setReportedFrame(frame->second);
         }
         for (const auto& object : objects)
-            changes.push_back({{"change", "object"}, {"screen", screenId}, {"object", object->toJson(layout.frames, false)}});
+            changes.push_back(
+                {{"change", "object"}, {"screen", screenId}, {"object", object->toJson(layout.frames, false)}});
     }
     return changes;
 }

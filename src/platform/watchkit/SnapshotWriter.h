@@ -1,12 +1,13 @@
 #pragma once
 
-#include "platform/watchkit/ChangeStream.h"
-
 #include <cstddef>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string_view>
 #include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/watchkit/ChangeStream.h"
 
 // What is on screen as JSON: the host's snapshots and its change batches (the format is
 // documented in ExtensionHost.h). The host hands in plain views of its screens; the writer
@@ -25,7 +26,7 @@ public:
     struct ScreenView {
         const Screen* screen = nullptr;
         const ControllerLayout* layout = nullptr;
-        std::string_view role;  // "page", "modal" or "glance"
+        std::string_view role; // "page", "modal" or "glance"
         const Context* context = nullptr;
         bool active = false;
     };
@@ -44,7 +45,9 @@ public:
     };
 
     // A face of `width` x `height` pixels.
-    SnapshotWriter(double width, double height) : m_width(width), m_height(height) {}
+    SnapshotWriter(double width, double height)
+        : m_width(width),
+          m_height(height) {}
 
     // The whole snapshot after change batch `revision`.
     [[nodiscard]] nlohmann::json snapshot(std::uint64_t revision, const Navigation& navigation) const;
@@ -57,7 +60,8 @@ public:
 
     // The records of one change batch for what `pending` holds, in the documented order;
     // empty when nothing is left to tell (screens that went before anyone saw them, say).
-    [[nodiscard]] nlohmann::json changeRecords(const ChangeStream::Pending& pending, const Navigation& navigation) const;
+    [[nodiscard]] nlohmann::json changeRecords(const ChangeStream::Pending& pending,
+                                               const Navigation& navigation) const;
 
 private:
     // Every screen that is there: pages, modals, the glance.

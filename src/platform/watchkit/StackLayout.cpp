@@ -1,13 +1,13 @@
 #include "platform/watchkit/StackLayout.h"
 
+#include <algorithm>
+#include <memory>
+#include <vector>
+
 #include "platform/watchkit/Group.h"
 #include "platform/watchkit/InterfaceObject.h"
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/Table.h"
-
-#include <algorithm>
-#include <memory>
-#include <vector>
 
 namespace vexo::watchkit {
 
@@ -20,12 +20,15 @@ using Objects = std::vector<std::shared_ptr<InterfaceObject>>;
 double naturalHeight(ObjectKind kind) {
     switch (kind) {
     case ObjectKind::Label:
-    case ObjectKind::Timer: return 28;
+    case ObjectKind::Timer:
+        return 28;
     case ObjectKind::Button:
     case ObjectKind::Slider:
     case ObjectKind::Switch:
-    case ObjectKind::Image: return 44;
-    default: return 0;
+    case ObjectKind::Image:
+        return 44;
+    default:
+        return 0;
     }
 }
 
@@ -45,17 +48,22 @@ Objects visibleOf(const Objects& objects) {
 // A dimension other than Fill, resolved against the container's size; Fit asks `fit`.
 template <class Fit> double resolve(const Dimension& dimension, double containerSize, Fit fit) {
     switch (dimension.mode) {
-    case Dimension::Mode::Fixed: return std::max(0.0, dimension.value);
-    case Dimension::Mode::Relative: return std::max(0.0, dimension.value * containerSize);
-    case Dimension::Mode::Fit: return fit();
-    case Dimension::Mode::Fill: return containerSize;
+    case Dimension::Mode::Fixed:
+        return std::max(0.0, dimension.value);
+    case Dimension::Mode::Relative:
+        return std::max(0.0, dimension.value * containerSize);
+    case Dimension::Mode::Fit:
+        return fit();
+    case Dimension::Mode::Fill:
+        return containerSize;
     }
     return 0;
 }
 
 class Placer {
 public:
-    explicit Placer(FrameMap& frames) : m_frames(frames) {}
+    explicit Placer(FrameMap& frames)
+        : m_frames(frames) {}
 
     // Lays out `children` of a container laid out by `container` inside `inner`.
     void stack(const Objects& children, const ObjectLayout& container, const Rect& inner) {
@@ -97,12 +105,13 @@ public:
                 main[i] = share;
             if (!vertical) {
                 const InterfaceObject& child = *visible[i];
-                cross[i] = resolve(child.layout().height, crossRoom, [&] { return fitHeight(child, main[i], crossRoom); });
+                cross[i] =
+                    resolve(child.layout().height, crossRoom, [&] { return fitHeight(child, main[i], crossRoom); });
             }
         }
 
-        std::vector<double> start = mainPositions(visible, main, container, vertical ? inner.y : inner.x, mainRoom,
-                                                  fillCount > 0);
+        std::vector<double> start =
+            mainPositions(visible, main, container, vertical ? inner.y : inner.x, mainRoom, fillCount > 0);
         for (std::size_t i = 0; i < visible.size(); ++i) {
             const ObjectLayout& layout = visible[i]->layout();
             double offset = 0;
@@ -149,14 +158,17 @@ public:
             if (isVertical(layout)) {
                 if (childLayout.height.mode == Dimension::Mode::Fill)
                     continue;
-                double childWidth = resolve(childLayout.width, innerWidth, [&] { return fitWidth(*child, innerWidth, room); });
+                double childWidth =
+                    resolve(childLayout.width, innerWidth, [&] { return fitWidth(*child, innerWidth, room); });
                 height += resolve(childLayout.height, room, [&] { return fitHeight(*child, childWidth, room); });
             } else {
-                double childWidth = childLayout.width.mode == Dimension::Mode::Fill
-                                        ? innerWidth
-                                        : resolve(childLayout.width, innerWidth, [&] { return fitWidth(*child, innerWidth, room); });
+                double childWidth =
+                    childLayout.width.mode == Dimension::Mode::Fill
+                        ? innerWidth
+                        : resolve(childLayout.width, innerWidth, [&] { return fitWidth(*child, innerWidth, room); });
                 if (childLayout.height.mode != Dimension::Mode::Fill)
-                    height = std::max(height, resolve(childLayout.height, room, [&] { return fitHeight(*child, childWidth, room); }));
+                    height = std::max(
+                        height, resolve(childLayout.height, room, [&] { return fitHeight(*child, childWidth, room); }));
             }
         }
         if (isVertical(layout) && visible.size() > 1)
@@ -166,8 +178,7 @@ public:
 
 private:
     static Rect inset(const Rect& frame, const Insets& insets) {
-        return {frame.x + insets.left, frame.y + insets.top,
-                std::max(0.0, frame.width - insets.left - insets.right),
+        return {frame.x + insets.left, frame.y + insets.top, std::max(0.0, frame.width - insets.left - insets.right),
                 std::max(0.0, frame.height - insets.top - insets.bottom)};
     }
 

@@ -5,7 +5,10 @@
 namespace vexo::watchkit {
 
 Switch::Switch(ObjectInit init)
-    : InterfaceObject(kKind, std::move(init)), m_on(layout().on), m_color(layout().color), m_enabled(layout().enabled) {
+    : InterfaceObject(kKind, std::move(init)),
+      m_on(layout().on),
+      m_color(layout().color),
+      m_enabled(layout().enabled) {
     m_title = layoutText();
 }
 

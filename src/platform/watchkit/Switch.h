@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/watchkit/Color.h"
-#include "platform/watchkit/InterfaceObject.h"
-
 #include <optional>
 #include <string>
+
+#include "platform/watchkit/Color.h"
+#include "platform/watchkit/InterfaceObject.h"
 
 // An on/off switch with a title; a tap flips it and sends its action. See InterfaceObject
 // for ownership and threads.

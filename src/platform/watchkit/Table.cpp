@@ -1,9 +1,9 @@
 #include "platform/watchkit/Table.h"
 
+#include <stdexcept>
+
 #include "platform/log/Log.h"
 #include "platform/watchkit/Group.h"
-
-#include <stdexcept>
 
 namespace vexo::watchkit {
 
@@ -18,7 +18,8 @@ void detachRows(const std::vector<TableRow>& rows) {
 
 } // namespace
 
-Table::Table(ObjectInit init) : InterfaceObject(kKind, std::move(init)) {}
+Table::Table(ObjectInit init)
+    : InterfaceObject(kKind, std::move(init)) {}
 
 Table::~Table() {
     detachRows(m_rows);

@@ -1,14 +1,14 @@
 #pragma once
 
-#include "platform/watchkit/InterfaceObject.h"
-#include "platform/watchkit/Screen.h"
-
 #include <cstddef>
 #include <memory>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/watchkit/InterfaceObject.h"
+#include "platform/watchkit/Screen.h"
 
 // A list of rows, each of a row type from the layout, each with its own objects and row
 // controller. See InterfaceObject for ownership and threads.

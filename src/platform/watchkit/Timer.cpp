@@ -5,7 +5,9 @@
 
 namespace vexo::watchkit {
 
-Timer::Timer(ObjectInit init) : InterfaceObject(kKind, std::move(init)), m_running(layout().running) {
+Timer::Timer(ObjectInit init)
+    : InterfaceObject(kKind, std::move(init)),
+      m_running(layout().running) {
     m_date = now();
 }
 

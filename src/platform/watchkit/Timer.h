@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/watchkit/InterfaceObject.h"
-
 #include <chrono>
 #include <optional>
+
+#include "platform/watchkit/InterfaceObject.h"
 
 // A running clock that shows the time from or to its date; the face does the counting.
 // The date starts as the moment the timer was made. See InterfaceObject for ownership and

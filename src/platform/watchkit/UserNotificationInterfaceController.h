@@ -1,9 +1,9 @@
 #pragma once
 
+#include <functional>
+
 #include "platform/plist/Value.h"
 #include "platform/watchkit/InterfaceController.h"
-
-#include <functional>
 
 // The base of the controller that shows a notification's long look (the host platform's
 // user-notification interface controller).

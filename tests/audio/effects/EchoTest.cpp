@@ -1,9 +1,9 @@
 #include "audio/effects/Echo.h"
 
+#include <gtest/gtest.h>
+
 #include "audio/SignalMeasure.h"
 #include "audio/effects/EffectSignals.h"
-
-#include <gtest/gtest.h>
 
 namespace vexo::sound::testing {
 namespace {
@@ -36,9 +36,9 @@ TEST(EchoTest, DelayIsBeatsTimesTheBeatHeldAtTheLongest) {
         std::size_t expected;
     };
     const std::vector<Row> rows{
-        {0.75, 24000, 18000}, // dotted eighth at 120 BPM
-        {0.75, 19200, 14400}, // at 150 BPM
-        {1, 3, 3},            // tiny delays are fine
+        {0.75, 24000, 18000},                                                     // dotted eighth at 120 BPM
+        {0.75, 19200, 14400},                                                     // at 150 BPM
+        {1, 3, 3},                                                                // tiny delays are fine
         {4, 48000, static_cast<std::size_t>(Echo::kMaximumDelaySeconds * kRate)}, // 4 s held at 2.5
     };
     for (const Row& row : rows) {
@@ -81,9 +81,7 @@ TEST(EchoTest, EchoOutRingsOnAfterTheSendClosesAndFadesToTrueSilence) {
         [](std::size_t) {
             return BeatClock{24000, 0};
         },
-        [](std::size_t frame) {
-            return static_cast<float>(std::max(0.0, 1 - static_cast<double>(frame) / kRate));
-        },
+        [](std::size_t frame) { return static_cast<float>(std::max(0.0, 1 - static_cast<double>(frame) / kRate)); },
         0.5f);
     const std::size_t end = framesOf(1);
     EXPECT_GT(rms(channel(out, 0, end, framesOf(1))), 0.02) << "echoes after the song";

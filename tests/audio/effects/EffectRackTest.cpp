@@ -1,13 +1,14 @@
 #include "audio/effects/EffectRack.h"
 
-#include "audio/SignalMeasure.h"
-#include "audio/effects/EffectSignals.h"
-
 #include <array>
 #include <functional>
-#include <gtest/gtest.h>
 #include <string>
 #include <utility>
+
+#include <gtest/gtest.h>
+
+#include "audio/SignalMeasure.h"
+#include "audio/effects/EffectSignals.h"
 
 namespace vexo::sound::testing {
 namespace {
@@ -20,8 +21,7 @@ using Switch = std::function<void(EffectRack&)>;
 // Switches applied at the start of the block that holds their frame.
 using Switches = std::vector<std::pair<std::size_t, Switch>>;
 
-Frames render(EffectRack& rack, Frames signal, const Switches& switches = {},
-              BeatClock clock = {kFramesPerBeat, 0}) {
+Frames render(EffectRack& rack, Frames signal, const Switches& switches = {}, BeatClock clock = {kFramesPerBeat, 0}) {
     const std::size_t frames = signal.size() / 2;
     for (std::size_t start = 0; start < frames; start += kBlock) {
         const std::size_t count = std::min(kBlock, frames - start);
@@ -85,8 +85,8 @@ TEST(EffectRackTest, FiltersCutTheBandTheirNameSays) {
         EffectRack rack(kRate);
         const Frames output = render(rack, input, {{0, row.enable}});
         const auto after = channel(output, 0, framesOf(0.5));
-        const double change = decibels(toneAmplitude(after, row.frequency, kRate) /
-                                       toneAmplitude(measured, row.frequency, kRate));
+        const double change =
+            decibels(toneAmplitude(after, row.frequency, kRate) / toneAmplitude(measured, row.frequency, kRate));
         EXPECT_GE(change, row.lowest);
         EXPECT_LE(change, row.highest);
     }
@@ -99,10 +99,8 @@ double largestSwing(const Frames& output, std::span<const double> tones) {
     for (const double tone : tones) {
         double low = 1e9;
         double high = -1e9;
-        for (std::size_t first = framesOf(0.25); first + 4096 < output.size() / 2;
-             first += framesOf(0.25)) {
-            const double level =
-                decibels(toneAmplitude(channel(output, 0, first, 4096), tone, kRate));
+        for (std::size_t first = framesOf(0.25); first + 4096 < output.size() / 2; first += framesOf(0.25)) {
+            const double level = decibels(toneAmplitude(channel(output, 0, first, 4096), tone, kRate));
             low = std::min(low, level);
             high = std::max(high, level);
         }
@@ -228,24 +226,17 @@ TEST(EffectRackTest, SwitchingAndSelectingNeverClick) {
     std::vector<Row> rows;
     for (std::size_t i = 0; i < kEffectKindCount; ++i) {
         const auto kind = static_cast<EffectKind>(i);
-        rows.push_back({nameOf(kind) + " on and off",
-                        {{on, turnOn(kind)}, {off, kEffectOff}},
-                        {turnOn(kind)}});
+        rows.push_back({nameOf(kind) + " on and off", {{on, turnOn(kind)}, {off, kEffectOff}}, {turnOn(kind)}});
     }
     rows.push_back({"Flanger to Bitcrusher",
-                    {{on, turnOn(EffectKind::Flanger)},
-                     {change, turnOn(EffectKind::Bitcrusher)},
-                     {off, kEffectOff}},
+                    {{on, turnOn(EffectKind::Flanger)}, {change, turnOn(EffectKind::Bitcrusher)}, {off, kEffectOff}},
                     {turnOn(EffectKind::Flanger), turnOn(EffectKind::Bitcrusher)}});
     rows.push_back(
         {"Echo to Gate to Phaser",
-         {{on, turnOn(EffectKind::Echo)},
-          {change, turnOn(EffectKind::Gate)},
-          {off, turnOn(EffectKind::Phaser)}},
+         {{on, turnOn(EffectKind::Echo)}, {change, turnOn(EffectKind::Gate)}, {off, turnOn(EffectKind::Phaser)}},
          {turnOn(EffectKind::Echo), turnOn(EffectKind::Gate), turnOn(EffectKind::Phaser)}});
     rows.push_back({"low-pass on and off", {{on, kLowPassOn}, {off, kLowPassOff}}, {kLowPassOn}});
-    rows.push_back(
-        {"high-pass on and off", {{on, kHighPassOn}, {off, kHighPassOff}}, {kHighPassOn}});
+    rows.push_back({"high-pass on and off", {{on, kHighPassOn}, {off, kHighPassOff}}, {kHighPassOn}});
 
     const double dryStep = largestStep(channel(input, 0));
     for (const Row& row : rows) {
@@ -308,8 +299,7 @@ TEST(EffectRackTest, ResetSilencesTailsAndKeepsTheSettings) {
     const std::array<double, 2> tones{100, 8000};
     const Frames input = sines(tones, 0.25, framesOf(0.5));
     const Frames after = render(rack, input);
-    EXPECT_LT(toneAmplitude(channel(after, 0, framesOf(0.25)), 8000, kRate), 0.25 * 0.1)
-        << "still low-passed";
+    EXPECT_LT(toneAmplitude(channel(after, 0, framesOf(0.25)), 8000, kRate), 0.25 * 0.1) << "still low-passed";
     EffectRack lowPassOnly(kRate);
     const Frames plain = render(lowPassOnly, input, {{0, kLowPassOn}});
     double difference = 0;

@@ -20,14 +20,12 @@ using Frames = std::vector<float>;
 }
 
 // A sum of sines of `amplitude` each, with phases spread so that the peaks do not line up.
-[[nodiscard]] inline Frames sines(std::span<const double> frequencies, double amplitude,
-                                  std::size_t frames) {
+[[nodiscard]] inline Frames sines(std::span<const double> frequencies, double amplitude, std::size_t frames) {
     Frames out(frames * 2);
     for (std::size_t i = 0; i < frames; ++i) {
         double value = 0;
         for (std::size_t k = 0; k < frequencies.size(); ++k)
-            value += amplitude * std::sin(2 * std::numbers::pi * frequencies[k] *
-                                              static_cast<double>(i) / kRate +
+            value += amplitude * std::sin(2 * std::numbers::pi * frequencies[k] * static_cast<double>(i) / kRate +
                                           static_cast<double>(k) * 1.1);
         out[i * 2] = out[i * 2 + 1] = static_cast<float>(value);
     }

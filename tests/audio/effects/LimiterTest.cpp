@@ -1,12 +1,13 @@
 #include "audio/effects/Limiter.h"
 
-#include "audio/SignalMeasure.h"
-#include "audio/effects/EffectSignals.h"
-
 #include <algorithm>
-#include <gtest/gtest.h>
 #include <limits>
 #include <string>
+
+#include <gtest/gtest.h>
+
+#include "audio/SignalMeasure.h"
+#include "audio/effects/EffectSignals.h"
 
 namespace vexo::sound::testing {
 namespace {
@@ -77,8 +78,7 @@ TEST(LimiterTest, NoSampleEverPassesTheCeilingAndQuietSoundPassesUntouched) {
             }
             EXPECT_EQ(limiter.gain(), 1);
         } else {
-            EXPECT_GT(peak(output), Limiter::kCeiling * 0.97)
-                << "loud sound is held near the ceiling";
+            EXPECT_GT(peak(output), Limiter::kCeiling * 0.97) << "loud sound is held near the ceiling";
         }
         if (row.name == "loud then quiet") {
             // From 1.5 s after the loud part: the quiet sine again, untouched.

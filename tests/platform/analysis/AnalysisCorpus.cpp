@@ -13,7 +13,8 @@ constexpr double kTwoPi = 2 * std::numbers::pi;
 // A fixed noise source, so the same recipe gives the same samples.
 class Noise {
 public:
-    explicit Noise(std::uint32_t seed) : m_state(seed) {}
+    explicit Noise(std::uint32_t seed)
+        : m_state(seed) {}
     double next() {
         m_state = m_state * 1664525u + 1013904223u;
         return static_cast<double>(m_state >> 8) / static_cast<double>(1u << 23) - 1.0;
@@ -156,7 +157,8 @@ std::vector<float> beatSong(const BeatRecipe& recipe) {
     }
     if (recipe.withChords) {
         // Am F C G, a chord a bar.
-        static constexpr std::array<std::array<int, 3>, 4> kChords = {{{57, 60, 64}, {53, 57, 60}, {48, 52, 55}, {55, 59, 62}}};
+        static constexpr std::array<std::array<int, 3>, 4> kChords = {
+            {{57, 60, 64}, {53, 57, 60}, {48, 52, 55}, {55, 59, 62}}};
         const double bar = 4 * beat;
         for (int n = 0; recipe.firstBeatSeconds + n * bar < recipe.seconds; ++n) {
             const double from = recipe.firstBeatSeconds + n * bar;
@@ -174,10 +176,8 @@ std::vector<float> keySong(const KeyRecipe& recipe) {
     const int third = recipe.minor ? 3 : 4;
     if (!recipe.melody) {
         // I IV V I, or i iv V i (the harmonic minor's major dominant), 1.5 s a chord.
-        const std::array<std::array<int, 3>, 4> chords = {{{0, third, 7},
-                                                           {5, 5 + third, 12},
-                                                           {7, 11, 14},
-                                                           {0, third, 7}}};
+        const std::array<std::array<int, 3>, 4> chords = {
+            {{0, third, 7}, {5, 5 + third, 12}, {7, 11, 14}, {0, third, 7}}};
         constexpr double kChordSeconds = 1.5;
         for (int n = 0; n * kChordSeconds < recipe.seconds; ++n) {
             const auto& chord = chords[static_cast<std::size_t>(n % 4)];
@@ -189,8 +189,8 @@ std::vector<float> keySong(const KeyRecipe& recipe) {
         }
     } else {
         // A tune on the scale that starts and ends on the tonic, over a quiet tonic drone.
-        const std::array<int, 7> scale = recipe.minor ? std::array<int, 7>{0, 2, 3, 5, 7, 8, 11}
-                                                    : std::array<int, 7>{0, 2, 4, 5, 7, 9, 11};
+        const std::array<int, 7> scale =
+            recipe.minor ? std::array<int, 7>{0, 2, 3, 5, 7, 8, 11} : std::array<int, 7>{0, 2, 4, 5, 7, 9, 11};
         static constexpr std::array<int, 16> kTune = {0, 2, 4, 7, 4, 3, 2, 1, 0, 4, 5, 4, 6, 7, 4, 0};
         constexpr double kNoteSeconds = 0.375;
         for (int n = 0; n * kNoteSeconds < recipe.seconds; ++n) {

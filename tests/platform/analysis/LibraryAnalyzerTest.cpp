@@ -32,7 +32,9 @@ void writeSong(const fs::path& path, double bpm) {
 
 class LibraryAnalyzerTest : public ::testing::Test {
 protected:
-    LibraryAnalyzerTest() : m_music(m_folder.path() / "music"), m_index(m_folder.path() / "library.sqlite") {
+    LibraryAnalyzerTest()
+        : m_music(m_folder.path() / "music"),
+          m_index(m_folder.path() / "library.sqlite") {
         fs::create_directories(m_music);
         writeSong(m_music / "a.wav", 96);
         writeSong(m_music / "b.flac", 128);
@@ -47,9 +49,9 @@ protected:
         EXPECT_TRUE(media::LibraryScanner(m_index, options).scan(m_music));
     }
 
-    std::optional<LibraryAnalyzer::Summary> analyze(LibraryAnalyzer::Options options = {},
-                                                    const std::function<void(const LibraryAnalyzer::Progress&)>&
-                                                        progress = {}) {
+    std::optional<LibraryAnalyzer::Summary>
+    analyze(LibraryAnalyzer::Options options = {},
+            const std::function<void(const LibraryAnalyzer::Progress&)>& progress = {}) {
         std::string error;
         auto summary = LibraryAnalyzer::analyze(m_index, options, progress, &error);
         EXPECT_TRUE(summary) << error;
@@ -80,7 +82,8 @@ TEST_F(LibraryAnalyzerTest, BadSongsGetAReasonAndTheRestIsStoredOnce) {
     ASSERT_TRUE(library);
     std::map<std::string, media::ItemAnalysis> byFile;
     for (const auto& item : library->items())
-        byFile[fs::path(item.assetURL().value_or("")).filename().string()] = item.analysis().value_or(media::ItemAnalysis{});
+        byFile[fs::path(item.assetURL().value_or("")).filename().string()] =
+            item.analysis().value_or(media::ItemAnalysis{});
     EXPECT_NEAR(byFile["a.wav"].beatsPerMinute.value_or(0), 96, 0.5);
     EXPECT_NEAR(byFile["b.flac"].beatsPerMinute.value_or(0), 128, 0.5);
     EXPECT_NEAR(byFile["c.wav"].beatsPerMinute.value_or(0), 140, 0.5);

@@ -57,12 +57,18 @@ void expectTempoAndFirstBeat(const std::vector<TempoRow>& rows) {
 TEST(TrackAnalyzerTest, TempoAndFirstBeatFrom70To123Bpm) {
     using enum Rhythm;
     expectTempoAndFirstBeat({
-        {70, Backbeat, 0.5, 0, false},         {75, Clicks, 0.5, 0, false},
-        {80, FourOnTheFloor, 0.5, 0.4, true},  {87, Backbeat, 0.5, 0, false},
-        {87, Clicks, 2.0 / 3, 1.1, false},     {90, Backbeat, 2.0 / 3, 0, true},
-        {95, FourOnTheFloor, 2.0 / 3, 0, false}, {100, Clicks, 0.5, 2.5, false},
-        {105, Backbeat, 0.5, 0.05, false},     {110, FourOnTheFloor, 0.5, 0, true},
-        {118, Breakbeat, 0.5, 0, false},       {120, FourOnTheFloor, 0.5, 0, false},
+        {70, Backbeat, 0.5, 0, false},
+        {75, Clicks, 0.5, 0, false},
+        {80, FourOnTheFloor, 0.5, 0.4, true},
+        {87, Backbeat, 0.5, 0, false},
+        {87, Clicks, 2.0 / 3, 1.1, false},
+        {90, Backbeat, 2.0 / 3, 0, true},
+        {95, FourOnTheFloor, 2.0 / 3, 0, false},
+        {100, Clicks, 0.5, 2.5, false},
+        {105, Backbeat, 0.5, 0.05, false},
+        {110, FourOnTheFloor, 0.5, 0, true},
+        {118, Breakbeat, 0.5, 0, false},
+        {120, FourOnTheFloor, 0.5, 0, false},
         {123.5, FourOnTheFloor, 0.5, 0.77, false},
     });
 }
@@ -70,12 +76,18 @@ TEST(TrackAnalyzerTest, TempoAndFirstBeatFrom70To123Bpm) {
 TEST(TrackAnalyzerTest, TempoAndFirstBeatFrom123To180Bpm) {
     using enum Rhythm;
     expectTempoAndFirstBeat({
-        {123.5, Backbeat, 2.0 / 3, 0, true},   {126, Clicks, 2.0 / 3, 0, false},
-        {128, FourOnTheFloor, 2.0 / 3, 3.3, false}, {132, Backbeat, 0.5, 0, false},
-        {140, Breakbeat, 0.5, 0.2, false},     {145, FourOnTheFloor, 0.5, 0, true},
-        {150, Clicks, 0.5, 0, false},          {160, Backbeat, 2.0 / 3, 0, false},
-        {170, Breakbeat, 0.5, 0, true},        {174, Breakbeat, 0.5, 0.6, false},
-        {174, FourOnTheFloor, 0.5, 0, false},  {180, Clicks, 0.5, 0, false},
+        {123.5, Backbeat, 2.0 / 3, 0, true},
+        {126, Clicks, 2.0 / 3, 0, false},
+        {128, FourOnTheFloor, 2.0 / 3, 3.3, false},
+        {132, Backbeat, 0.5, 0, false},
+        {140, Breakbeat, 0.5, 0.2, false},
+        {145, FourOnTheFloor, 0.5, 0, true},
+        {150, Clicks, 0.5, 0, false},
+        {160, Backbeat, 2.0 / 3, 0, false},
+        {170, Breakbeat, 0.5, 0, true},
+        {174, Breakbeat, 0.5, 0.6, false},
+        {174, FourOnTheFloor, 0.5, 0, false},
+        {180, Clicks, 0.5, 0, false},
         {180, Backbeat, 0.5, 1.0, false},
     });
 }
@@ -88,8 +100,8 @@ TEST(TrackAnalyzerTest, SlowTempoWithOffBeatsIsHalvedOnlyByStrongOnes) {
         double offBeatGain;
         double expected;
     };
-    for (const Row& row : std::vector<Row>{{70, 0.14, 70}, {70, 0.16, 70}, {71, 0.14, 71}, {74, 0.14, 74},
-                                           {70, 0.3, 140}, {74, 0.3, 148}}) {
+    for (const Row& row : std::vector<Row>{
+             {70, 0.14, 70}, {70, 0.16, 70}, {71, 0.14, 71}, {74, 0.14, 74}, {70, 0.3, 140}, {74, 0.3, 148}}) {
         BeatRecipe recipe;
         recipe.beatsPerMinute = row.bpm;
         recipe.rhythm = Rhythm::Clicks;
@@ -129,17 +141,35 @@ int keysRight(const std::vector<KeyRow>& rows, bool melody) {
 
 // The 24 keys in two tests, each in a process of its own.
 TEST(TrackAnalyzerTest, KeyOfChordsInThe12MajorKeysInCamelotNotation) {
-    EXPECT_EQ(keysRight({{0, false, "8B"},  {1, false, "3B"},  {2, false, "10B"}, {3, false, "5B"},
-                         {4, false, "12B"}, {5, false, "7B"},  {6, false, "2B"},  {7, false, "9B"},
-                         {8, false, "4B"},  {9, false, "11B"}, {10, false, "6B"}, {11, false, "1B"}},
+    EXPECT_EQ(keysRight({{0, false, "8B"},
+                         {1, false, "3B"},
+                         {2, false, "10B"},
+                         {3, false, "5B"},
+                         {4, false, "12B"},
+                         {5, false, "7B"},
+                         {6, false, "2B"},
+                         {7, false, "9B"},
+                         {8, false, "4B"},
+                         {9, false, "11B"},
+                         {10, false, "6B"},
+                         {11, false, "1B"}},
                         false),
               12);
 }
 
 TEST(TrackAnalyzerTest, KeyOfChordsInThe12MinorKeysInCamelotNotation) {
-    EXPECT_EQ(keysRight({{0, true, "5A"}, {1, true, "12A"}, {2, true, "7A"},  {3, true, "2A"},
-                         {4, true, "9A"}, {5, true, "4A"},  {6, true, "11A"}, {7, true, "6A"},
-                         {8, true, "1A"}, {9, true, "8A"},  {10, true, "3A"}, {11, true, "10A"}},
+    EXPECT_EQ(keysRight({{0, true, "5A"},
+                         {1, true, "12A"},
+                         {2, true, "7A"},
+                         {3, true, "2A"},
+                         {4, true, "9A"},
+                         {5, true, "4A"},
+                         {6, true, "11A"},
+                         {7, true, "6A"},
+                         {8, true, "1A"},
+                         {9, true, "8A"},
+                         {10, true, "3A"},
+                         {11, true, "10A"}},
                         false),
               12);
 }
@@ -215,9 +245,7 @@ void writeOverlongWave(const std::filesystem::path& path, double seconds) {
 TEST(TrackAnalyzerTest, BadInputGetsNoTempoOrKeyAndAReason) {
     vexo::testing::TemporaryDirectory folder;
     const auto path = [&](const char* name) { return folder.path() / name; };
-    {
-        std::ofstream(path("notes.mp3")) << "not audio at all";
-    }
+    { std::ofstream(path("notes.mp3")) << "not audio at all"; }
     audio::testing::ToneRecipe silence;
     silence.frequency = 0;
     silence.seconds = 8;
@@ -234,10 +262,8 @@ TEST(TrackAnalyzerTest, BadInputGetsNoTempoOrKeyAndAReason) {
         bool loudness;
     };
     const Row rows[] = {
-        {"missing.flac", "no such file", false},
-        {"notes.mp3", "not an audio file", false},
-        {"silence.wav", "silent", false},
-        {"short.wav", "shorter than 5 s", true},
+        {"missing.flac", "no such file", false}, {"notes.mp3", "not an audio file", false},
+        {"silence.wav", "silent", false},        {"short.wav", "shorter than 5 s", true},
         {"long.wav", "longer than 2 h", false},
     };
     for (const Row& row : rows) {

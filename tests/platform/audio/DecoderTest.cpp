@@ -43,7 +43,7 @@ TEST(DecoderTest, EveryScannedFormatDecodesToItsToneAndLength) {
         double lengthTolerance;
     };
     const Row rows[] = {
-        {".wav", 48000, 0},    {".flac", 44100, 2}, {".aiff", 22050, 2}, {".mp3", 44100, 2400},
+        {".wav", 48000, 0},    {".flac", 44100, 2},   {".aiff", 22050, 2},    {".mp3", 44100, 2400},
         {".m4a", 48000, 2400}, {".ogg", 44100, 2400}, {".opus", 48000, 2400},
     };
     vexo::testing::TemporaryDirectory folder;
@@ -82,7 +82,8 @@ TEST(DecoderTest, ASeekLandsOnTheFrameAStraightReadGives) {
         ASSERT_TRUE(straight);
         const std::vector<float> all = readAll(*straight);
         auto decoder = Decoder::open(path, kRate);
-        for (const std::int64_t frame : {std::int64_t{100000}, std::int64_t{12345}, std::int64_t{0}, std::int64_t{77777}}) {
+        for (const std::int64_t frame :
+             {std::int64_t{100000}, std::int64_t{12345}, std::int64_t{0}, std::int64_t{77777}}) {
             ASSERT_TRUE(decoder->seek(frame)) << decoder->error();
             std::vector<float> got(256 * 2);
             ASSERT_EQ(decoder->read(got.data(), 256), 256u);

@@ -1,10 +1,10 @@
-#include "platform/audio/AudioOutput.h"
-
 #include <atomic>
 #include <chrono>
 #include <thread>
 
 #include <gtest/gtest.h>
+
+#include "platform/audio/AudioOutput.h"
 
 namespace vexo::audio {
 namespace {

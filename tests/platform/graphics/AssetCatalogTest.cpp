@@ -1,14 +1,15 @@
 #include "platform/graphics/AssetCatalog.h"
-#include "platform/graphics/ImageDecoder.h"
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <unistd.h>
 #include <string>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "platform/graphics/ImageDecoder.h"
 
 namespace vexo::graphics {
 namespace {
@@ -34,13 +35,31 @@ TEST(AssetCatalogTest, EveryNamedImageIsDrawn) {
     EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size()) << "duplicate names";
 
     std::vector<std::string> required = {
-        "turntable-play", "turntable-play-active", "turntable-pause-active", "turntable-prev",
-        "turntable-prev-active", "turntable-next", "turntable-next-active", "turntable-button-center",
-        "turntable-button-center-active", "turntable-button-seg2-left", "turntable-button-seg2-left-active",
-        "turntable-button-seg2-right", "turntable-button-seg2-right-active", "turntable-artwork-vexo",
-        "mixer-turntable-artwork-vexo", "default-artwork", "automix", "library-playlist.png",
-        "tracking-0-f.png", "tracking-49-f.png", "tracking-active-0-f.png", "tracking-active-49-f.png",
-        "mixer-crossfader-manual0-f", "mixer-crossfader-manual4-f", "mixer-crossfader-auto0-f",
+        "turntable-play",
+        "turntable-play-active",
+        "turntable-pause-active",
+        "turntable-prev",
+        "turntable-prev-active",
+        "turntable-next",
+        "turntable-next-active",
+        "turntable-button-center",
+        "turntable-button-center-active",
+        "turntable-button-seg2-left",
+        "turntable-button-seg2-left-active",
+        "turntable-button-seg2-right",
+        "turntable-button-seg2-right-active",
+        "turntable-artwork-vexo",
+        "mixer-turntable-artwork-vexo",
+        "default-artwork",
+        "automix",
+        "library-playlist.png",
+        "tracking-0-f.png",
+        "tracking-49-f.png",
+        "tracking-active-0-f.png",
+        "tracking-active-49-f.png",
+        "mixer-crossfader-manual0-f",
+        "mixer-crossfader-manual4-f",
+        "mixer-crossfader-auto0-f",
         "mixer-crossfader-auto4-f",
     };
     for (const std::string& name : required)
@@ -77,8 +96,8 @@ TEST(AssetCatalogTest, ProgressArcGrowsWithTheIndex) {
 }
 
 TEST(AssetCatalogTest, NamesAreLookedUpInsideTheDirectoryOnly) {
-    std::filesystem::path directory = std::filesystem::temp_directory_path() /
-                                      ("vexo-assets-" + std::to_string(::getpid()));
+    std::filesystem::path directory =
+        std::filesystem::temp_directory_path() / ("vexo-assets-" + std::to_string(::getpid()));
     std::filesystem::create_directories(directory / "sub");
     std::ofstream(directory / "plain.png") << "x";
     std::ofstream(directory / ".hidden.png") << "x";
@@ -91,9 +110,12 @@ TEST(AssetCatalogTest, NamesAreLookedUpInsideTheDirectoryOnly) {
         bool found;
     };
     std::vector<Case> cases = {
-        {"plain", true},       {"plain.png", true},     {"missing", false},     {"", false},
-        {".png", false},       {".hidden", false},      {"sub/inner", false},   {"../plain", false},
-        {"..", false},         {std::string("pl\0ain", 6), false},               {"sub\\inner", false},
+        {"plain", true},       {"plain.png", true},
+        {"missing", false},    {"", false},
+        {".png", false},       {".hidden", false},
+        {"sub/inner", false},  {"../plain", false},
+        {"..", false},         {std::string("pl\0ain", 6), false},
+        {"sub\\inner", false},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(top.imageNamed(c.name).has_value(), c.found) << c.name;

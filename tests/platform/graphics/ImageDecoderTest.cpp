@@ -1,13 +1,13 @@
-#include "platform/graphics/BoxReducer.h"
 #include "platform/graphics/ImageDecoder.h"
-#include "platform/graphics/JpegDecoder.h"
-
-#include "TestImages.h"
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
+
+#include <gtest/gtest.h>
+
+#include "TestImages.h"
+#include "platform/graphics/BoxReducer.h"
+#include "platform/graphics/JpegDecoder.h"
 
 namespace vexo::graphics {
 namespace {
@@ -91,9 +91,8 @@ TEST(ImageDecoderTest, JpegIsScaledInTheDctButNeverBelowTheTarget) {
     };
     // Numerator n over 8: the smallest that keeps both sides at or above the target.
     std::vector<Case> cases = {
-        {3000, 3000, {92, 92}, 1},  {736, 736, {92, 92}, 1},  {727, 727, {92, 92}, 2},
-        {400, 100, {92, 92}, 8},    {800, 200, {92, 92}, 4},  {200, 200, {0, 0}, 8},
-        {1000, 1000, {144, 144}, 2}, {50, 50, {92, 92}, 8},
+        {3000, 3000, {92, 92}, 1}, {736, 736, {92, 92}, 1}, {727, 727, {92, 92}, 2},     {400, 100, {92, 92}, 8},
+        {800, 200, {92, 92}, 4},   {200, 200, {0, 0}, 8},   {1000, 1000, {144, 144}, 2}, {50, 50, {92, 92}, 8},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(JpegDecoder::scaleNumeratorFor({c.width, c.height}, c.target), c.expectedNumerator)
@@ -147,7 +146,8 @@ TEST(ImageDecoderTest, JpegIsTurnedByItsExifOrientation) {
         {9, false, 40, 20, {5, 10}},
     };
     for (const Case& c : cases) {
-        std::optional<Image> image = ImageDecoder().decode(test::withExifOrientation(jpeg, static_cast<std::uint16_t>(c.orientation), c.bigEndian));
+        std::optional<Image> image = ImageDecoder().decode(
+            test::withExifOrientation(jpeg, static_cast<std::uint16_t>(c.orientation), c.bigEndian));
         ASSERT_TRUE(image) << c.orientation;
         EXPECT_EQ(image->width(), c.width) << c.orientation;
         EXPECT_EQ(image->height(), c.height) << c.orientation;

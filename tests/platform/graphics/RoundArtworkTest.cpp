@@ -1,12 +1,11 @@
-#include "platform/graphics/ImageDecoder.h"
-#include "platform/graphics/RoundArtworkRenderer.h"
-
-#include "TestImages.h"
+#include <cmath>
+#include <string>
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <string>
+#include "TestImages.h"
+#include "platform/graphics/ImageDecoder.h"
+#include "platform/graphics/RoundArtworkRenderer.h"
 
 namespace vexo::graphics {
 namespace {
@@ -41,9 +40,8 @@ std::string describe(Rgba8 p) {
 
 TEST(RoundArtworkTest, DeckBadgeHasAGreyRingAroundTheImage) {
     RoundArtworkRenderer renderer;
-    Image badge = decodePicture(renderer.render(test::makeJpeg(300, 300, test::solid(kGreen)),
-                                                RoundArtworkStyle::deckPage()),
-                                92);
+    Image badge = decodePicture(
+        renderer.render(test::makeJpeg(300, 300, test::solid(kGreen)), RoundArtworkStyle::deckPage()), 92);
     struct Probe {
         int x, y;
         Rgba8 expected;
@@ -75,8 +73,10 @@ TEST(RoundArtworkTest, MixerAndGlancePicturesStretchAWideImageIntoTheDisc) {
         int size = style.size, inset = static_cast<int>(style.inset), mid = size / 2;
         // Down the disc, two points either side of the centre line (and off the blended seam).
         for (int y = inset + 3; y <= size - inset - 4; ++y) {
-            EXPECT_TRUE(near(picture.pixel(mid - 3, y), kRed, 6)) << "y " << y << " " << describe(picture.pixel(mid - 3, y));
-            EXPECT_TRUE(near(picture.pixel(mid + 2, y), kBlue, 6)) << "y " << y << " " << describe(picture.pixel(mid + 2, y));
+            EXPECT_TRUE(near(picture.pixel(mid - 3, y), kRed, 6))
+                << "y " << y << " " << describe(picture.pixel(mid - 3, y));
+            EXPECT_TRUE(near(picture.pixel(mid + 2, y), kBlue, 6))
+                << "y " << y << " " << describe(picture.pixel(mid + 2, y));
         }
         // Across the middle: colour up to the disc's edge, transparency in the margin.
         EXPECT_TRUE(near(picture.pixel(inset + 2, mid), kRed, 6));

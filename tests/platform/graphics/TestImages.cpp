@@ -91,8 +91,8 @@ Bytes makePalettePng(int width, int height, Rgba8 opaque) {
 namespace {
 
 // Compresses rows of `components` bytes per pixel that `fillRow` writes for each line.
-Bytes compressJpeg(int width, int height, int components, J_COLOR_SPACE colorSpace, int quality,
-                   bool progressive, const std::function<void(int y, std::uint8_t* row)>& fillRow) {
+Bytes compressJpeg(int width, int height, int components, J_COLOR_SPACE colorSpace, int quality, bool progressive,
+                   const std::function<void(int y, std::uint8_t* row)>& fillRow) {
     jpeg_compress_struct cinfo{};
     jpeg_error_mgr errors{};
     cinfo.err = jpeg_std_error(&errors);
@@ -146,7 +146,8 @@ Bytes withExifOrientation(const Bytes& jpeg, std::uint16_t orientation, bool big
     Bytes tiff;
     auto u16 = [&](std::uint32_t v) {
         std::uint8_t a = static_cast<std::uint8_t>(v >> 8), b = static_cast<std::uint8_t>(v);
-        tiff.insert(tiff.end(), bigEndian ? std::initializer_list<std::uint8_t>{a, b} : std::initializer_list<std::uint8_t>{b, a});
+        tiff.insert(tiff.end(),
+                    bigEndian ? std::initializer_list<std::uint8_t>{a, b} : std::initializer_list<std::uint8_t>{b, a});
     };
     auto u32 = [&](std::uint32_t v) {
         if (bigEndian) {
@@ -159,14 +160,14 @@ Bytes withExifOrientation(const Bytes& jpeg, std::uint16_t orientation, bool big
     };
     tiff = bigEndian ? Bytes{'M', 'M'} : Bytes{'I', 'I'};
     u16(42);
-    u32(8);              // first directory right after the header
-    u16(1);              // one entry
-    u16(0x0112);         // orientation
-    u16(3);              // SHORT
-    u32(1);              // one value
+    u32(8);      // first directory right after the header
+    u16(1);      // one entry
+    u16(0x0112); // orientation
+    u16(3);      // SHORT
+    u32(1);      // one value
     u16(orientation);
-    u16(0);              // padding of the value field
-    u32(0);              // no next directory
+    u16(0); // padding of the value field
+    u32(0); // no next directory
     Bytes segment = {0xFF, 0xE1, 0, 0, 'E', 'x', 'i', 'f', 0, 0};
     segment.insert(segment.end(), tiff.begin(), tiff.end());
     std::size_t length = segment.size() - 2;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/graphics/Image.h"
-
 #include <cstdint>
 #include <functional>
 #include <vector>
+
+#include "platform/graphics/Image.h"
 
 // Test pictures made in code: encoded with libpng and libjpeg directly, so that the
 // decoder under test never checks its own encoder's output.

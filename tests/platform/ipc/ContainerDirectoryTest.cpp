@@ -2,10 +2,10 @@
 
 #include <fstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
@@ -44,10 +44,10 @@ TEST(ContainerDirectoryTest, TheFirstWriteOfANameRemovesOnlyTheLeftoversOfDeadWr
     const Row rows[] = {
         {".mixerStatus.archive." + dead + ".0.tmp", true},
         {".mixerStatus.archive." + dead + ".17.tmp", true},
-        {".mixerStatus.archive." + alive + ".0.tmp", false},   // its writer may be renaming it now
-        {".mixerStatus.archive." + std::to_string(::getpid()) + ".3.tmp", false},  // ours
-        {".libraryItems.archive." + dead + ".0.tmp", false},   // another name: its own first write
-        {".mixerStatus.archive." + dead + ".0", false},        // not our pattern
+        {".mixerStatus.archive." + alive + ".0.tmp", false},                      // its writer may be renaming it now
+        {".mixerStatus.archive." + std::to_string(::getpid()) + ".3.tmp", false}, // ours
+        {".libraryItems.archive." + dead + ".0.tmp", false},                      // another name: its own first write
+        {".mixerStatus.archive." + dead + ".0", false},                           // not our pattern
         {".mixerStatus.archive.x.0.tmp", false},
         {"mixerStatus.archive.tmp", false},
     };

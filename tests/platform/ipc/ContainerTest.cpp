@@ -2,10 +2,10 @@
 
 #include <fstream>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
@@ -96,7 +96,7 @@ TEST(ContainerTest, UsesOnlyDirectoriesOfTheCallingUser) {
     EXPECT_FALSE(Container::pathForGroup("group").has_value()) << "the root cannot be made";
 
     if (::geteuid() != 0)
-        return;  // only root can make a directory of another user
+        return; // only root can make a directory of another user
     for (const char* foreign : {"foreign", "foreign-root"}) {
         fs::create_directory(root.path() / foreign);
         ASSERT_EQ(::chown((root.path() / foreign).c_str(), 65534, 65534), 0);

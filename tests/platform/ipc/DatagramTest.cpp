@@ -1,12 +1,11 @@
-#include "platform/ipc/DatagramEndpoint.h"
-#include "platform/ipc/DatagramReceiver.h"
-#include "platform/ipc/DatagramSender.h"
-
 #include <filesystem>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "platform/ipc/DatagramEndpoint.h"
+#include "platform/ipc/DatagramReceiver.h"
+#include "platform/ipc/DatagramSender.h"
 #include "platform/ipc/LocalNotificationReceiver.h"
 #include "platform/ipc/LocalNotificationSender.h"
 #include "platform/ipc/ParentApplicationReceiver.h"
@@ -27,7 +26,8 @@ namespace {
 
 class DatagramTest : public ::testing::Test {
 protected:
-    DatagramTest() : m_container(m_temporary.path() / "group") {
+    DatagramTest()
+        : m_container(m_temporary.path() / "group") {
         fs::create_directory(m_container);
         fs::permissions(m_container, fs::perms::owner_all);
     }

@@ -1,17 +1,17 @@
 #include "platform/ipc/LocalNotification.h"
-#include "platform/ipc/LocalNotificationReceiver.h"
-#include "platform/ipc/LocalNotificationSender.h"
-#include "platform/ipc/LocalNotificationSocket.h"
 
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include "platform/ipc/LocalNotificationReceiver.h"
+#include "platform/ipc/LocalNotificationSender.h"
+#include "platform/ipc/LocalNotificationSocket.h"
 #include "platform/ipc/UniqueFd.h"
 #include "platform/plist/KeyedArchiver.h"
 #include "platform/runtime/DeterministicRunLoop.h"
@@ -50,7 +50,8 @@ void sendRaw(const fs::path& path, const Data& bytes) {
 
 class LocalNotificationTest : public ::testing::Test {
 protected:
-    LocalNotificationTest() : m_container(m_temporary.path() / "group") {
+    LocalNotificationTest()
+        : m_container(m_temporary.path() / "group") {
         fs::create_directory(m_container);
         fs::permissions(m_container, fs::perms::owner_all);
     }
@@ -77,8 +78,8 @@ TEST(LocalNotificationDictionaryTest, ReadsWhatIsWellFormedAndRefusesTheRest) {
     } rows[] = {
         {"empty dictionary: all defaults", Value(Dictionary{}), true},
         {"complete", loadNotification(2).dictionary(), true},
-        {"action without title", Value(Dictionary{{"actions", Value(Array{Value(Dictionary{{"identifier", Value("a")}})})}}),
-         true},
+        {"action without title",
+         Value(Dictionary{{"actions", Value(Array{Value(Dictionary{{"identifier", Value("a")}})})}}), true},
         {"not a dictionary", Value(Array{}), false},
         {"nothing", Value(), false},
         {"title is a number", Value(Dictionary{{"alertTitle", Value(3)}}), false},
@@ -86,12 +87,13 @@ TEST(LocalNotificationDictionaryTest, ReadsWhatIsWellFormedAndRefusesTheRest) {
         {"user info is an array", Value(Dictionary{{"userInfo", Value(Array{})}}), false},
         {"actions is a dictionary", Value(Dictionary{{"actions", Value(Dictionary{})}}), false},
         {"action is a string", Value(Dictionary{{"actions", Value(Array{Value("a")})}}), false},
-        {"action without identifier", Value(Dictionary{{"actions", Value(Array{Value(Dictionary{{"title", Value("A")}})})}}),
-         false},
+        {"action without identifier",
+         Value(Dictionary{{"actions", Value(Array{Value(Dictionary{{"title", Value("A")}})})}}), false},
         {"action with empty identifier",
          Value(Dictionary{{"actions", Value(Array{Value(Dictionary{{"identifier", Value("")}})})}}), false},
         {"action title is a number",
-         Value(Dictionary{{"actions", Value(Array{Value(Dictionary{{"identifier", Value("a")}, {"title", Value(1)}})})}}),
+         Value(
+             Dictionary{{"actions", Value(Array{Value(Dictionary{{"identifier", Value("a")}, {"title", Value(1)}})})}}),
          false},
     };
     for (const auto& row : rows)
@@ -153,8 +155,9 @@ TEST_F(LocalNotificationTest, WhatIsNoNotificationIsDroppedAndTheNextOneStillArr
     ASSERT_TRUE(receiver->isListening());
     const fs::path socket = LocalNotificationSocket::socketPath(m_container);
     const Data tooLarge(LocalNotificationSocket::kMaximumMessageSize + 10, 'x');
-    for (const Data& bytes : {Data{}, Data{'b', 'p', 'l', 'i', 's', 't'}, *vexo::plist::KeyedArchiver::archivedData(Value("text")),
-                              *vexo::plist::KeyedArchiver::archivedData(Value(Dictionary{{"actions", Value(7)}})), tooLarge})
+    for (const Data& bytes :
+         {Data{}, Data{'b', 'p', 'l', 'i', 's', 't'}, *vexo::plist::KeyedArchiver::archivedData(Value("text")),
+          *vexo::plist::KeyedArchiver::archivedData(Value(Dictionary{{"actions", Value(7)}})), tooLarge})
         sendRaw(socket, bytes);
     LocalNotificationSender(m_container).send(loadNotification(2));
     m_loop.runUntilIdle();

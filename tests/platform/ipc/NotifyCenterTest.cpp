@@ -2,22 +2,22 @@
 
 #include <map>
 #include <string>
+
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include "platform/ipc/NotifyName.h"
-#include "support/TemporaryDirectory.h"
 #include "platform/runtime/AsioRunLoop.h"
 #include "platform/runtime/DeterministicRunLoop.h"
+#include "support/TemporaryDirectory.h"
 
 using namespace vexo::ipc;
-using vexo::testing::TemporaryDirectory;
 using vexo::runtime::AsioRunLoop;
 using vexo::runtime::DeterministicRunLoop;
 using vexo::runtime::RunLoop;
+using vexo::testing::TemporaryDirectory;
 namespace fs = std::filesystem;
 
 namespace {
@@ -34,7 +34,8 @@ int exitStatusOf(pid_t child) {
 
 class NotifyCenterTest : public ::testing::Test {
 protected:
-    NotifyCenterTest() : m_container(m_temporary.path() / "group") {
+    NotifyCenterTest()
+        : m_container(m_temporary.path() / "group") {
         fs::create_directory(m_container);
         fs::permissions(m_container, fs::perms::owner_all);
         m_center = std::make_unique<NotifyCenter>(m_container, m_loop);
@@ -124,9 +125,20 @@ TEST_F(NotifyCenterTest, CallbacksMayRemoveRegistrationsAndDestroyTheCentre) {
 
 TEST_F(NotifyCenterTest, NamesOfAnyBytesAndLengthReachOnlyTheirOwnRegistrations) {
     const std::string names[] = {
-        "mixerStatus", "", ".", "..", "/", "a/b", "../../escape", "with space", "名前",
-        std::string("nul\0in", 6), std::string("nul\0out", 7), std::string(300, 'x') + "1",
-        std::string(300, 'x') + "2", std::string(5000, '/'),
+        "mixerStatus",
+        "",
+        ".",
+        "..",
+        "/",
+        "a/b",
+        "../../escape",
+        "with space",
+        "名前",
+        std::string("nul\0in", 6),
+        std::string("nul\0out", 7),
+        std::string(300, 'x') + "1",
+        std::string(300, 'x') + "2",
+        std::string(5000, '/'),
     };
     std::vector<int> calls(std::size(names));
     for (std::size_t i = 0; i < std::size(names); ++i)
@@ -269,7 +281,8 @@ TEST_F(NotifyCenterTest, APostReachesEveryRegistrationMadeSinceTheLastPost) {
     std::vector<int> observers(40);
     std::map<const void*, int> heard;
     for (std::size_t i = 0; i < observers.size(); ++i) {
-        ASSERT_TRUE(other.addObserver(&observers[i], "deckStatus", [&, i](const std::string&) { ++heard[&observers[i]]; }));
+        ASSERT_TRUE(
+            other.addObserver(&observers[i], "deckStatus", [&, i](const std::string&) { ++heard[&observers[i]]; }));
         EXPECT_TRUE(m_center->post("deckStatus"));
         if (i % 3 == 2)
             other.removeObserver(&observers[i - 1], "deckStatus");

@@ -1,19 +1,18 @@
-#include "platform/ipc/ParentApplicationReceiver.h"
-#include "platform/ipc/ParentApplicationSocket.h"
-#include "platform/ipc/SocketParentApplication.h"
-
 #include <fstream>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include "platform/ipc/ParentApplicationReceiver.h"
+#include "platform/ipc/ParentApplicationSocket.h"
+#include "platform/ipc/SocketParentApplication.h"
 #include "platform/ipc/UniqueFd.h"
 #include "platform/plist/Json.h"
 #include "platform/plist/KeyedArchiver.h"
@@ -38,7 +37,8 @@ namespace fs = std::filesystem;
 namespace {
 
 Value action(int code) {
-    return Value(Dictionary{{"identifier", Value("mixerAction")}, {"contents", Value(Dictionary{{"action", Value(code)}})}});
+    return Value(
+        Dictionary{{"identifier", Value("mixerAction")}, {"contents", Value(Dictionary{{"action", Value(code)}})}});
 }
 
 sockaddr_un addressOf(const fs::path& path) {
@@ -87,7 +87,8 @@ std::vector<std::string> completeLinesOf(const fs::path& file) {
 
 class ParentApplicationTest : public ::testing::Test {
 protected:
-    ParentApplicationTest() : m_container(m_temporary.path() / "group") {
+    ParentApplicationTest()
+        : m_container(m_temporary.path() / "group") {
         fs::create_directory(m_container);
         fs::permissions(m_container, fs::perms::owner_all);
     }
@@ -159,7 +160,8 @@ TEST_F(ParentApplicationTest, WithoutALaunchCommandWhatNobodyHearsIsDropped) {
              bindSocket(socketPath());
              return UniqueFd();
          }},
-        {"no container", [this] {
+        {"no container",
+         [this] {
              fs::remove_all(m_container);
              return UniqueFd();
          }},
@@ -315,7 +317,8 @@ TEST(ParentApplicationLaunchCommandTest, ComesFromTheEnvironmentUnlessBlank) {
     for (const auto& row : rows) {
         ScopedEnvironment environment;
         environment.set("VEXO_PHONE_LAUNCH_COMMAND", row.variable);
-        EXPECT_EQ(SocketParentApplication::launchCommandFromEnvironment(), row.expected) << row.variable.value_or("unset");
+        EXPECT_EQ(SocketParentApplication::launchCommandFromEnvironment(), row.expected)
+            << row.variable.value_or("unset");
     }
 }
 

@@ -1,12 +1,11 @@
 #include "platform/media/AnalysisStore.h"
 
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
 #include "platform/media/LibraryIndex.h"
 #include "platform/media/MediaLibrary.h"
 #include "support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
-
-#include <sqlite3.h>
 
 using namespace vexo::media;
 namespace fs = std::filesystem;
@@ -142,10 +141,10 @@ TEST(AnalysisStoreTest, TagsWinUnlessTheAnalysisIsPreferred) {
     };
     using enum ValuePreference;
     const Row rows[] = {
-        {124, "Am", true, Tags, 124, "8A", 0.25},        // the tag rounds the analysed tempo: grid kept
+        {124, "Am", true, Tags, 124, "8A", 0.25}, // the tag rounds the analysed tempo: grid kept
         {124, "Am", true, Analysis, 123.5, "8A", 0.25},
         {0, "", true, Tags, 123.5, "8A", 0.25},
-        {90, "F#", true, Tags, 90, "2B", 0},             // a tempo the analysis disagrees with: no grid
+        {90, "F#", true, Tags, 90, "2B", 0}, // a tempo the analysis disagrees with: no grid
         {0, "", false, Tags, 0, "", 0},
         {120, "weird", false, Analysis, 120, "weird", 0}, // a tag naming no key is shown as written
         {0, "1m", false, Tags, 0, "8A", 0},

@@ -1,5 +1,10 @@
 #include "platform/media/AudioFixture.h"
 
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+
 #include <taglib/attachedpictureframe.h>
 #include <taglib/fileref.h>
 #include <taglib/flacfile.h>
@@ -12,11 +17,6 @@
 #include <taglib/vorbisfile.h>
 #include <taglib/wavfile.h>
 #include <taglib/xiphcomment.h>
-
-#include <array>
-#include <cmath>
-#include <cstdlib>
-#include <fstream>
 
 namespace vexo::testing {
 namespace {
@@ -50,8 +50,8 @@ Bytes wav(double seconds) {
     putLE(out, 36 + samples + (samples & 1), 4);
     put(out, "WAVEfmt ");
     putLE(out, 16, 4);
-    putLE(out, 1, 2);     // PCM
-    putLE(out, 1, 2);     // mono
+    putLE(out, 1, 2); // PCM
+    putLE(out, 1, 2); // mono
     putLE(out, kRate, 4);
     putLE(out, kRate, 4); // bytes per second
     putLE(out, 1, 2);     // block align
@@ -182,8 +182,8 @@ Bytes opus(double seconds) {
     Bytes out;
     putOggPage(out, head, 0x02, 0, 0);
     putOggPage(out, tags, 0x00, 0, 1);
-    putOggPage(out, Bytes{0xF8, 0xFF, 0xFE}, 0x04,
-               static_cast<std::uint64_t>(std::llround(seconds * 48000)) + kPreSkip, 2);
+    putOggPage(out, Bytes{0xF8, 0xFF, 0xFE}, 0x04, static_cast<std::uint64_t>(std::llround(seconds * 48000)) + kPreSkip,
+               2);
     return out;
 }
 

@@ -23,8 +23,12 @@ public:
         // The fields most callers set, in this order; tempo and key are set by name.
         Tags(std::string title, std::string artist, std::string album = {}, std::string genre = {},
              std::optional<std::vector<std::uint8_t>> artwork = {}, std::optional<int> mp4MediaKind = {})
-            : title(std::move(title)), artist(std::move(artist)), album(std::move(album)), genre(std::move(genre)),
-              artwork(std::move(artwork)), mp4MediaKind(mp4MediaKind) {}
+            : title(std::move(title)),
+              artist(std::move(artist)),
+              album(std::move(album)),
+              genre(std::move(genre)),
+              artwork(std::move(artwork)),
+              mp4MediaKind(mp4MediaKind) {}
 
         std::string title;
         std::string artist;

@@ -1,5 +1,14 @@
 #include "platform/media/LibraryScanner.h"
 
+#include <fstream>
+#include <map>
+#include <set>
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "platform/media/AudioFixture.h"
 #include "platform/media/FileURL.h"
 #include "platform/media/MediaLibrary.h"
@@ -7,16 +16,6 @@
 #include "platform/runtime/NotificationCenter.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
-
-#include <sqlite3.h>
-
-#include <fstream>
-#include <map>
-#include <set>
-#include <sys/stat.h>
-#include <unistd.h>
 
 using namespace vexo::media;
 using vexo::testing::AudioFixture;
@@ -289,7 +288,10 @@ TEST_F(LibraryScannerTest, AScanThatChangesTheIndexReachesInProcessObservers) {
 TEST_F(LibraryScannerTest, DamagedFilesPipesAndLinkCyclesDoNotStopAScan) {
     const fs::path good = song("good.wav", "Good");
     const std::vector<std::pair<std::string, std::string>> damaged = {
-        {"bad.mp3", ""}, {"bad.flac", "not flac"}, {"bad.m4a", std::string("\0\0\0\0", 4)}, {"bad.ogg", "OggS"},
+        {"bad.mp3", ""},
+        {"bad.flac", "not flac"},
+        {"bad.m4a", std::string("\0\0\0\0", 4)},
+        {"bad.ogg", "OggS"},
     };
     for (const auto& [name, bytes] : damaged)
         std::ofstream(m_music / name, std::ios::binary) << bytes;
@@ -413,11 +415,11 @@ TEST_F(LibraryScannerTest, IndexOfTheFirstVersionIsUpgradedAndTheRescanFillsTemp
     playlist("Set.m3u8", "old.flac\n");
     struct stat status {};
     ASSERT_EQ(::stat((m_music / "old.flac").c_str(), &status), 0);
-    const std::int64_t modified = static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 +
-                                  status.st_mtim.tv_nsec;
+    const std::int64_t modified =
+        static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec;
     ASSERT_EQ(::stat((m_music / "Set.m3u8").c_str(), &status), 0);
-    const std::int64_t playlistModified = static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 +
-                                          status.st_mtim.tv_nsec;
+    const std::int64_t playlistModified =
+        static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec;
 
     // The first version's tables, holding the file as unchanged since it was read.
     const std::string path = (m_music / "old.flac").string();
@@ -430,12 +432,16 @@ TEST_F(LibraryScannerTest, IndexOfTheFirstVersionIsUpgradedAndTheRescanFillsTemp
         "NOT NULL, modified_ns INTEGER NOT NULL, size INTEGER NOT NULL, name TEXT NOT NULL);"
         "CREATE TABLE playlist_entries (playlist_id INTEGER NOT NULL, position INTEGER NOT NULL, path TEXT NOT "
         "NULL, PRIMARY KEY (playlist_id, position)) WITHOUT ROWID;"
-        "INSERT INTO items VALUES (-7, '" + path + "', 1, " + std::to_string(modified) + ", " +
-        std::to_string(fs::file_size(m_music / "old.flac")) + ", 'Old Song', 'Artist', '', 2.0, 1, 0);"
-        "INSERT INTO playlists VALUES (77, '" + (m_music / "Set.m3u8").string() + "', 1, " +
-        std::to_string(playlistModified) + ", " + std::to_string(fs::file_size(m_music / "Set.m3u8")) +
+        "INSERT INTO items VALUES (-7, '" +
+        path + "', 1, " + std::to_string(modified) + ", " + std::to_string(fs::file_size(m_music / "old.flac")) +
+        ", 'Old Song', 'Artist', '', 2.0, 1, 0);"
+        "INSERT INTO playlists VALUES (77, '" +
+        (m_music / "Set.m3u8").string() + "', 1, " + std::to_string(playlistModified) + ", " +
+        std::to_string(fs::file_size(m_music / "Set.m3u8")) +
         ", 'Set');"
-        "INSERT INTO playlist_entries VALUES (77, 0, '" + path + "');"
+        "INSERT INTO playlist_entries VALUES (77, 0, '" +
+        path +
+        "');"
         "PRAGMA application_id = 1448627532; PRAGMA user_version = 1;";
     fs::create_directories(m_index.parent_path());
     sqlite3* database = nullptr;

@@ -1,18 +1,17 @@
 #include "platform/media/MediaLibrary.h"
 
+#include <atomic>
+#include <fstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
 #include "platform/media/LibraryIndex.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
-
-#include <sqlite3.h>
-
-#include <atomic>
-#include <fstream>
-#include <thread>
 
 using namespace vexo::media;
 namespace fs = std::filesystem;
@@ -33,14 +32,14 @@ void execute(const fs::path& path, const std::string& sql) {
 std::string item(std::int64_t id, const std::string& path, int present, const std::string& title, int type = 1,
                  int artwork = 0) {
     return "INSERT INTO items (persistent_id, path, present, modified_ns, size, title, artist, album, duration,"
-           " media_type, has_artwork) VALUES (" + std::to_string(id) + ", '" + path + "', " + std::to_string(present) +
-           ", 0, 0, '" + title + "', 'Artist', 'Album', 61.5, " + std::to_string(type) + ", " +
-           std::to_string(artwork) + ");";
+           " media_type, has_artwork) VALUES (" +
+           std::to_string(id) + ", '" + path + "', " + std::to_string(present) + ", 0, 0, '" + title +
+           "', 'Artist', 'Album', 61.5, " + std::to_string(type) + ", " + std::to_string(artwork) + ");";
 }
 
 std::string playlist(std::int64_t id, const std::string& name, const std::vector<std::string>& paths) {
-    std::string sql = "INSERT INTO playlists VALUES (" + std::to_string(id) + ", '/m/" + name +
-                      std::to_string(id) + ".m3u', 1, 0, 0, '" + name + "');";
+    std::string sql = "INSERT INTO playlists VALUES (" + std::to_string(id) + ", '/m/" + name + std::to_string(id) +
+                      ".m3u', 1, 0, 0, '" + name + "');";
     for (std::size_t i = 0; i < paths.size(); ++i)
         sql += "INSERT INTO playlist_entries VALUES (" + std::to_string(id) + ", " + std::to_string(i) + ", '" +
                paths[i] + "');";
@@ -49,7 +48,8 @@ std::string playlist(std::int64_t id, const std::string& name, const std::vector
 
 class MediaLibraryTest : public ::testing::Test {
 protected:
-    MediaLibraryTest() : m_index(m_temporary.path() / "library.sqlite") {
+    MediaLibraryTest()
+        : m_index(m_temporary.path() / "library.sqlite") {
         // Made once by open, then filled from outside.
         EXPECT_TRUE(MediaLibrary::open(m_index));
     }
@@ -64,9 +64,8 @@ constexpr std::int64_t kHighID = std::numeric_limits<std::int64_t>::min() + 5; /
 
 TEST_F(MediaLibraryTest, PlaylistsComeByNameThenUnsignedIdentifierWithItemsInOrder) {
     execute(m_index, item(7, "/m/a.mp3", 1, "Alpha") + item(kHighID, "/m/b.mp3", 0, "beta", 1, 1) +
-                         item(9, "/m/c.mp3", 1, "Gamma", 2) +
-                         "INSERT INTO artwork VALUES (" + std::to_string(kHighID) + ", x'FFD8FFD9');" +
-                         playlist(kHighID, "Mix", {"/m/a.mp3", "/m/b.mp3"}) +
+                         item(9, "/m/c.mp3", 1, "Gamma", 2) + "INSERT INTO artwork VALUES (" + std::to_string(kHighID) +
+                         ", x'FFD8FFD9');" + playlist(kHighID, "Mix", {"/m/a.mp3", "/m/b.mp3"}) +
                          playlist(3, "Mix", {"/m/c.mp3", "/m/a.mp3", "/m/nothing.mp3"}) +
                          playlist(4, "ambient", {"/m/b.mp3"}) + playlist(5, "Zed", {}));
     auto library = MediaLibrary::open(m_index);

@@ -1,10 +1,10 @@
 #include "platform/media/PlaylistFile.h"
 
-#include "support/TemporaryDirectory.h"
+#include <fstream>
 
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include "support/TemporaryDirectory.h"
 
 using vexo::media::PlaylistFile;
 
@@ -33,12 +33,16 @@ TEST(PlaylistFileTest, ParsesEntriesCommentsAndLineEndings) {
          "Mix",
          {"/m/songs/a.mp3", "/abs/b.flac"},
          0},
-        {"/m/Windows.m3u", "#EXTM3U\r\n#EXTINF:1,x\r\nsub\\dir\\c.mp3\r\n  d e.mp3  \r\n", "Windows",
-         {"/m/sub/dir/c.mp3", "/m/d e.mp3"}, 0},
+        {"/m/Windows.m3u",
+         "#EXTM3U\r\n#EXTINF:1,x\r\nsub\\dir\\c.mp3\r\n  d e.mp3  \r\n",
+         "Windows",
+         {"/m/sub/dir/c.mp3", "/m/d e.mp3"},
+         0},
         {"/m/OldMac.m3u", "a.mp3\rb.mp3\r", "OldMac", {"/m/a.mp3", "/m/b.mp3"}, 0},
         {"/m/bom.m3u8", "\xEF\xBB\xBF#PLAYLIST: Road Trip \n./x/../y.ogg\n", "Road Trip", {"/m/y.ogg"}, 0},
         {"/m/urls.m3u",
-         "file:///s/a%20b.mp3\nfile://localhost/s/c.mp3\nhttp://radio.example/stream\nhttps://x/y.mp3\nfile://nas/z.mp3\n",
+         "file:///s/a%20b.mp3\nfile://localhost/s/c.mp3\nhttp://radio.example/stream\nhttps://x/y.mp3\nfile://nas/"
+         "z.mp3\n",
          "urls",
          {"/s/a b.mp3", "/s/c.mp3"},
          3},

@@ -1,11 +1,11 @@
 #include "platform/media/TagReader.h"
 
-#include "platform/media/AudioFixture.h"
-#include "support/TemporaryDirectory.h"
+#include <fstream>
 
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include "platform/media/AudioFixture.h"
+#include "support/TemporaryDirectory.h"
 
 using vexo::media::MediaType;
 using vexo::media::TagReader;
@@ -22,7 +22,7 @@ void writeBytes(const std::filesystem::path& path, std::string_view bytes) {
 TEST(TagReaderTest, ReadsTagsLengthAndPictureOfEveryFormat) {
     using Format = AudioFixture::Format;
     vexo::testing::TemporaryDirectory folder;
-    const std::vector<Format> formats = {Format::Wav, Format::Mp3, Format::Flac,
+    const std::vector<Format> formats = {Format::Wav,       Format::Mp3,  Format::Flac,
                                          Format::OggVorbis, Format::Opus, Format::M4a};
     int seed = 0;
     for (const Format format : formats) {
@@ -106,8 +106,8 @@ TEST(TagReaderTest, DamagedOrMissingFilesGiveAReasonNotACrash) {
 
 TEST(TagReaderTest, KnowsAudioFilesByExtensionInAnyCase) {
     const std::vector<std::pair<std::string, bool>> rows = {
-        {"a.mp3", true}, {"a.MP3", true}, {"a.Flac", true}, {"a.ogg", true}, {"a.opus", true},
-        {"a.m4a", true}, {"a.wav", true}, {"a.aiff", true}, {"a.m3u", false}, {"a.jpg", false},
+        {"a.mp3", true}, {"a.MP3", true},      {"a.Flac", true}, {"a.ogg", true},  {"a.opus", true},
+        {"a.m4a", true}, {"a.wav", true},      {"a.aiff", true}, {"a.m3u", false}, {"a.jpg", false},
         {"mp3", false},  {"a.mp3.txt", false}, {".mp3", false},
     };
     for (const auto& [name, expected] : rows)
@@ -125,8 +125,7 @@ TEST(TagReaderTest, ReadsTempoAndKeyWhereEachFormatKeepsThem) {
         std::string expectedKey;
     };
     std::vector<Row> rows;
-    for (const Format format : {Format::Wav, Format::Mp3, Format::Flac, Format::OggVorbis, Format::Opus,
-                                Format::M4a}) {
+    for (const Format format : {Format::Wav, Format::Mp3, Format::Flac, Format::OggVorbis, Format::Opus, Format::M4a}) {
         rows.push_back({format, "128", "Am", false, 128, "Am"});
         rows.push_back({format, "", "F♯m", true, 0, "F♯m"});
         rows.push_back({format, "", "", false, 0, ""});
@@ -156,9 +155,9 @@ TEST(TagReaderTest, ReadsTempoAndKeyWhereEachFormatKeepsThem) {
 
 TEST(TagReaderTest, TempoTextReadsAsWholeBeatsPerMinuteOrNone) {
     const std::vector<std::pair<std::string, std::int64_t>> rows = {
-        {"128", 128},  {" 127.6 ", 128}, {"127.4", 127},   {"127,5", 128}, {"98 BPM", 98},
-        {"0.6", 1},    {"999", 999},     {"999.5", 0},     {"1000", 0},    {"0", 0},
-        {"", 0},       {"fast", 0},      {"-120", 0},      {".5", 0},      {"99999999999999999999999", 0},
+        {"128", 128}, {" 127.6 ", 128}, {"127.4", 127}, {"127,5", 128}, {"98 BPM", 98},
+        {"0.6", 1},   {"999", 999},     {"999.5", 0},   {"1000", 0},    {"0", 0},
+        {"", 0},      {"fast", 0},      {"-120", 0},    {".5", 0},      {"99999999999999999999999", 0},
     };
     for (const auto& [text, expected] : rows)
         EXPECT_EQ(TagReader::beatsPerMinuteFromText(text), expected) << '"' << text << '"';

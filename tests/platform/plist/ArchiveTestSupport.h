@@ -1,9 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include "platform/plist/Value.h"
-
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +7,10 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/plist/Value.h"
 
 namespace vexo::plist::testing {
 
@@ -30,11 +30,11 @@ inline std::filesystem::path interopDirectory() {
 
 // Skips the calling test, naming the folder, when the interop archives are not there: a clone
 // made away from the shared folder still passes everything else.
-#define VEXO_SKIP_WITHOUT_INTEROP_ARCHIVES()                                                          \
-    do {                                                                                              \
-        if (!std::filesystem::is_directory(::vexo::plist::testing::interopDirectory()))               \
-            GTEST_SKIP() << "no interop archives at " << ::vexo::plist::testing::interopDirectory()   \
-                         << " (set VEXO_SHARED_DIR to the folder holding interop/keyed-archives)";    \
+#define VEXO_SKIP_WITHOUT_INTEROP_ARCHIVES()                                                                           \
+    do {                                                                                                               \
+        if (!std::filesystem::is_directory(::vexo::plist::testing::interopDirectory()))                                \
+            GTEST_SKIP() << "no interop archives at " << ::vexo::plist::testing::interopDirectory()                    \
+                         << " (set VEXO_SHARED_DIR to the folder holding interop/keyed-archives)";                     \
     } while (false)
 
 // A deck status message as the phone sends it: twelve keys of every scalar kind.

@@ -1,16 +1,15 @@
-#include "ArchiveTestSupport.h"
-
-#include "platform/plist/Json.h"
-#include "platform/plist/KeyedArchiver.h"
-#include "platform/plist/KeyedUnarchiver.h"
+#include <cmath>
+#include <cstdlib>
+#include <limits>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
-#include <cmath>
-#include <cstdlib>
 #include <unistd.h>
-#include <limits>
+
+#include "ArchiveTestSupport.h"
+#include "platform/plist/Json.h"
+#include "platform/plist/KeyedArchiver.h"
+#include "platform/plist/KeyedUnarchiver.h"
 
 using namespace vexo::plist;
 using vexo::plist::testing::deckStatusMessage;
@@ -110,7 +109,8 @@ TEST(KeyedArchiveTest, RoundTripsEveryKindOfValue) {
         Value(false),
         Value(""),
         Value("plain ascii"),
-        Value("Gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x8E\xA7 \xE2\x99\xAB"),
+        Value("Gr\xC3\xBC\xC3\x9F"
+              "e \xF0\x9F\x8E\xA7 \xE2\x99\xAB"),
         Value(Data{}),
         Value(blob),
         Value(Date{620737053.76402}),
@@ -177,19 +177,18 @@ TEST(KeyedArchiveTest, ArchivingIntoAKeptBufferGivesTheSameBytes) {
 TEST(KeyedArchiveTest, AnIndependentReaderReadsWhatWeWrite) {
     if (std::system("python3 -c 'import plistlib' >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "python3 is not available";
-    const auto directory = std::filesystem::temp_directory_path() /
-                           ("vexo-archives-" + std::to_string(::getpid()));
+    const auto directory = std::filesystem::temp_directory_path() / ("vexo-archives-" + std::to_string(::getpid()));
     std::filesystem::create_directories(directory);
     const std::pair<const char*, Value> samples[] = {
         {"deck-status", deckStatusMessage()},
         {"largest-unsigned", Value(std::numeric_limits<std::uint64_t>::max())},
         {"negative", Value(std::numeric_limits<std::int64_t>::min())},
         {"single-precision", Value(0.1f)},
-        {"unicode", Value("Gr\xC3\xBC\xC3\x9F" "e \xF0\x9F\x8E\xA7")},
-        {"nested", Value(Dictionary{
-                       {"items", Value(Array{Value("a"), Value(Dictionary{{"n", Value(1)}}), Value()})},
-                       {"artworkImage", Value(Data{0, 1, 2, 255})},
-                       {"when", Value(Date{620737053.76402})}})},
+        {"unicode", Value("Gr\xC3\xBC\xC3\x9F"
+                          "e \xF0\x9F\x8E\xA7")},
+        {"nested", Value(Dictionary{{"items", Value(Array{Value("a"), Value(Dictionary{{"n", Value(1)}}), Value()})},
+                                    {"artworkImage", Value(Data{0, 1, 2, 255})},
+                                    {"when", Value(Date{620737053.76402})}})},
         {"nil", Value()},
     };
     for (const auto& [name, value] : samples) {
@@ -198,9 +197,8 @@ TEST(KeyedArchiveTest, AnIndependentReaderReadsWhatWeWrite) {
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
         std::ofstream(directory / (std::string(name) + ".json")) << json::toJson(value).dump();
     }
-    const std::string command = "python3 '" VEXO_SOURCE_DIR
-                                "/tests/platform/plist/independent_unarchiver.py' '" +
-                                directory.string() + "'";
+    const std::string command =
+        "python3 '" VEXO_SOURCE_DIR "/tests/platform/plist/independent_unarchiver.py' '" + directory.string() + "'";
     EXPECT_EQ(std::system(command.c_str()), 0);
     std::filesystem::remove_all(directory);
 }

@@ -1,13 +1,12 @@
-#include "ArchiveTestSupport.h"
-
-#include "platform/plist/BinaryPropertyListWriter.h"
-#include "platform/plist/KeyedArchiver.h"
-#include "platform/plist/KeyedUnarchiver.h"
+#include <functional>
+#include <random>
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <random>
+#include "ArchiveTestSupport.h"
+#include "platform/plist/BinaryPropertyListWriter.h"
+#include "platform/plist/KeyedArchiver.h"
+#include "platform/plist/KeyedUnarchiver.h"
 
 using namespace vexo::plist;
 using Reference = BinaryPropertyListWriter::Reference;
@@ -21,10 +20,9 @@ Data archiveWith(const std::function<std::vector<Reference>(BinaryPropertyListWr
     std::vector<Reference> objects = makeObjects(writer);
     const Reference topKeys[] = {writer.addString("root")};
     const Reference topValues[] = {writer.addUid(root)};
-    const Reference keys[] = {writer.addString("$archiver"), writer.addString("$top"),
-                              writer.addString("$objects")};
-    const Reference values[] = {writer.addString("NSKeyedArchiver"),
-                                writer.addDictionary(topKeys, topValues), writer.addArray(objects)};
+    const Reference keys[] = {writer.addString("$archiver"), writer.addString("$top"), writer.addString("$objects")};
+    const Reference values[] = {writer.addString("NSKeyedArchiver"), writer.addDictionary(topKeys, topValues),
+                                writer.addArray(objects)};
     return writer.finish(writer.addDictionary(keys, values));
 }
 
@@ -61,62 +59,48 @@ TEST(MalformedArchiveTest, StructuralFaultsYieldNothingWithAReason) {
         {"empty input", {}, "not a property list"},
         {"text", Data{'h', 'e', 'l', 'l', 'o'}, "not a property list"},
         {"signature only", Data{'b', 'p', 'l', 'i', 's', 't', '0', '0'}, "too short"},
-        {"UID out of range",
-         archiveWith([](auto& w) {
-             return std::vector{w.addString("$null"), arrayInstance(w, {7}, 2),
-                                classDescriptor(w, "NSArray")};
+        {"UID out of range", archiveWith([](auto& w) {
+             return std::vector{w.addString("$null"), arrayInstance(w, {7}, 2), classDescriptor(w, "NSArray")};
          }),
          "out of range"},
-        {"root out of range",
-         archiveWith([](auto& w) { return std::vector{w.addString("$null")}; }, 5),
+        {"root out of range", archiveWith([](auto& w) { return std::vector{w.addString("$null")}; }, 5),
          "out of range"},
-        {"array that contains itself",
-         archiveWith([](auto& w) {
-             return std::vector{w.addString("$null"), arrayInstance(w, {1}, 2),
-                                classDescriptor(w, "NSArray")};
+        {"array that contains itself", archiveWith([](auto& w) {
+             return std::vector{w.addString("$null"), arrayInstance(w, {1}, 2), classDescriptor(w, "NSArray")};
          }),
          "contains itself"},
-        {"two arrays that contain each other",
-         archiveWith([](auto& w) {
-             return std::vector{w.addString("$null"), arrayInstance(w, {3}, 2),
-                                classDescriptor(w, "NSArray"), arrayInstance(w, {1}, 2)};
+        {"two arrays that contain each other", archiveWith([](auto& w) {
+             return std::vector{w.addString("$null"), arrayInstance(w, {3}, 2), classDescriptor(w, "NSArray"),
+                                arrayInstance(w, {1}, 2)};
          }),
          "contains itself"},
-        {"class descriptor without a name",
-         archiveWith([](auto& w) {
+        {"class descriptor without a name", archiveWith([](auto& w) {
              return std::vector{w.addString("$null"), arrayInstance(w, {}, 2), w.addString("NSArray")};
          }),
          "class descriptor"},
-        {"class descriptor at UID 0",
-         archiveWith([](auto& w) {
+        {"class descriptor at UID 0", archiveWith([](auto& w) {
              return std::vector{w.addString("$null"), arrayInstance(w, {}, 0)};
          }),
          "out of range"},
-        {"instance without a class",
-         archiveWith([](auto& w) {
+        {"instance without a class", archiveWith([](auto& w) {
              const Reference keys[] = {w.addString("NS.objects")};
              const Reference values[] = {w.addArray(std::vector<Reference>{})};
              return std::vector{w.addString("$null"), w.addDictionary(keys, values)};
          }),
          "without $class"},
-        {"dictionary with more keys than objects",
-         archiveWith([](auto& w) {
+        {"dictionary with more keys than objects", archiveWith([](auto& w) {
              const Reference keyUids[] = {w.addUid(3)};
-             const Reference keys[] = {w.addString("NS.keys"), w.addString("NS.objects"),
-                                       w.addString("$class")};
-             const Reference values[] = {w.addArray(keyUids), w.addArray(std::vector<Reference>{}),
-                                         w.addUid(2)};
-             return std::vector{w.addString("$null"), w.addDictionary(keys, values),
-                                classDescriptor(w, "NSDictionary"), w.addString("k")};
+             const Reference keys[] = {w.addString("NS.keys"), w.addString("NS.objects"), w.addString("$class")};
+             const Reference values[] = {w.addArray(keyUids), w.addArray(std::vector<Reference>{}), w.addUid(2)};
+             return std::vector{w.addString("$null"), w.addDictionary(keys, values), classDescriptor(w, "NSDictionary"),
+                                w.addString("k")};
          }),
          "differ in length"},
-        {"element that is not a UID",
-         archiveWith([](auto& w) {
+        {"element that is not a UID", archiveWith([](auto& w) {
              const Reference elements[] = {w.addString("inline")};
              const Reference keys[] = {w.addString("NS.objects"), w.addString("$class")};
              const Reference values[] = {w.addArray(elements), w.addUid(2)};
-             return std::vector{w.addString("$null"), w.addDictionary(keys, values),
-                                classDescriptor(w, "NSArray")};
+             return std::vector{w.addString("$null"), w.addDictionary(keys, values), classDescriptor(w, "NSArray")};
          }),
          "not a UID"},
         {"not written by the keyed archiver",
@@ -132,23 +116,23 @@ TEST(MalformedArchiveTest, StructuralFaultsYieldNothingWithAReason) {
         const auto result = KeyedUnarchiver::unarchive(row.bytes);
         EXPECT_FALSE(result.ok()) << row.name;
         EXPECT_TRUE(result.root.isNull()) << row.name;
-        EXPECT_NE(result.error.find(row.reason), std::string::npos)
-            << row.name << ": got '" << result.error << "'";
+        EXPECT_NE(result.error.find(row.reason), std::string::npos) << row.name << ": got '" << result.error << "'";
     }
 }
 
 TEST(MalformedArchiveTest, SharedObjectsDecodeButExponentialSharingIsRefused) {
     // Each array holds the next one twice: 2^n leaves from a few dozen objects.
     auto chain = [](int levels) {
-        return archiveWith([levels](auto& w) {
-            std::vector<Reference> objects{w.addString("$null"), classDescriptor(w, "NSArray")};
-            for (int i = 0; i < levels; ++i) {
-                const std::uint64_t next = static_cast<std::uint64_t>(i + 3);
-                objects.push_back(i + 1 < levels ? arrayInstance(w, {next, next}, 1)
-                                                 : arrayInstance(w, {}, 1));
-            }
-            return objects;
-        }, 2);
+        return archiveWith(
+            [levels](auto& w) {
+                std::vector<Reference> objects{w.addString("$null"), classDescriptor(w, "NSArray")};
+                for (int i = 0; i < levels; ++i) {
+                    const std::uint64_t next = static_cast<std::uint64_t>(i + 3);
+                    objects.push_back(i + 1 < levels ? arrayInstance(w, {next, next}, 1) : arrayInstance(w, {}, 1));
+                }
+                return objects;
+            },
+            2);
     };
     EXPECT_EQ(errorOf(chain(6)), "");
     EXPECT_NE(errorOf(chain(40)).find("budget"), std::string::npos);
@@ -158,8 +142,10 @@ TEST(MalformedArchiveTest, UnknownClassesReadAsNothingBesideKnownParts) {
     const Data bytes = archiveWith([](auto& w) {
         const Reference urlKeys[] = {w.addString("NS.relative"), w.addString("$class")};
         const Reference urlValues[] = {w.addUid(4), w.addUid(3)};
-        return std::vector{w.addString("$null"), arrayInstance(w, {4, 5}, 2),
-                           classDescriptor(w, "NSArray"), classDescriptor(w, "NSURL"),
+        return std::vector{w.addString("$null"),
+                           arrayInstance(w, {4, 5}, 2),
+                           classDescriptor(w, "NSArray"),
+                           classDescriptor(w, "NSURL"),
                            w.addString("https://example.invalid"),
                            w.addDictionary(urlKeys, urlValues)};
     });
@@ -172,15 +158,16 @@ TEST(MalformedArchiveTest, UnknownClassesReadAsNothingBesideKnownParts) {
 
 TEST(MalformedArchiveTest, DeepNestingIsRefused) {
     auto nested = [](int depth) {
-        return archiveWith([depth](auto& w) {
-            std::vector<Reference> objects{w.addString("$null"), classDescriptor(w, "NSArray")};
-            for (int i = 0; i < depth; ++i) {
-                const auto next = static_cast<std::uint64_t>(i + 3);
-                objects.push_back(i + 1 < depth ? arrayInstance(w, {next}, 1)
-                                                : arrayInstance(w, {}, 1));
-            }
-            return objects;
-        }, 2);
+        return archiveWith(
+            [depth](auto& w) {
+                std::vector<Reference> objects{w.addString("$null"), classDescriptor(w, "NSArray")};
+                for (int i = 0; i < depth; ++i) {
+                    const auto next = static_cast<std::uint64_t>(i + 3);
+                    objects.push_back(i + 1 < depth ? arrayInstance(w, {next}, 1) : arrayInstance(w, {}, 1));
+                }
+                return objects;
+            },
+            2);
     };
     EXPECT_EQ(errorOf(nested(200)), "");
     EXPECT_NE(errorOf(nested(100000)).find("nesting"), std::string::npos);

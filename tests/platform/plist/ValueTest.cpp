@@ -1,10 +1,11 @@
-#include "platform/plist/NumericText.h"
 #include "platform/plist/Value.h"
-
-#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
+
+#include <gtest/gtest.h>
+
+#include "platform/plist/NumericText.h"
 
 using namespace vexo::plist;
 
@@ -35,8 +36,7 @@ TEST(ValueTest, ConvertsNumbersAndStringsAsThePlatformDoes) {
         {Value("abc"), 0, 0, 0, false},
         {Value(""), 0, 0, 0, false},
         {Value("99999999999999999999"), kInt64Max, kUInt64Max, 1e20, true},
-        {Value("-99999999999999999999"), kInt64Min, static_cast<std::uint64_t>(kInt64Min), -1e20,
-         true},
+        {Value("-99999999999999999999"), kInt64Min, static_cast<std::uint64_t>(kInt64Min), -1e20, true},
         {Value("YES"), 0, 0, 0, true},
         {Value("no"), 0, 0, 0, false},
         {Value("true"), 0, 0, 0, true},
@@ -56,8 +56,8 @@ TEST(ValueTest, ConvertsNumbersAndStringsAsThePlatformDoes) {
         {Value(Array{Value(1)}), 0, 0, 0, false},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << "input type " << static_cast<int>(row.input.type())
-                                        << " string " << row.input.stringValue().value_or("-"));
+        SCOPED_TRACE(testing::Message() << "input type " << static_cast<int>(row.input.type()) << " string "
+                                        << row.input.stringValue().value_or("-"));
         EXPECT_EQ(row.input.integerValue(), row.integer);
         EXPECT_EQ(row.input.unsignedLongLongValue(), row.unsignedValue);
         EXPECT_DOUBLE_EQ(row.input.doubleValue(), row.real);
@@ -87,15 +87,9 @@ TEST(ValueTest, MissingKeysReadAsZeroFalseAndNothing) {
 
 TEST(ValueTest, DescribesNumbersAsStrings) {
     const std::pair<Value, std::string> rows[] = {
-        {Value(245), "245"},
-        {Value(-3), "-3"},
-        {Value(kUInt64Max), "18446744073709551615"},
-        {Value(0.5), "0.5"},
-        {Value(0.1f), "0.1"},
-        {Value(2.0), "2"},
-        {Value(true), "1"},
-        {Value(false), "0"},
-        {Value("as is"), "as is"},
+        {Value(245), "245"}, {Value(-3), "-3"},    {Value(kUInt64Max), "18446744073709551615"},
+        {Value(0.5), "0.5"}, {Value(0.1f), "0.1"}, {Value(2.0), "2"},
+        {Value(true), "1"},  {Value(false), "0"},  {Value("as is"), "as is"},
     };
     for (const auto& [value, expected] : rows)
         EXPECT_EQ(value.stringValue(), expected);

@@ -1,11 +1,11 @@
 #include "platform/runtime/AsioRunLoop.h"
 
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "platform/runtime/Timer.h"
 

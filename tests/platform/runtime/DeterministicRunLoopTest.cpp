@@ -1,11 +1,11 @@
 #include "platform/runtime/DeterministicRunLoop.h"
 
 #include <string>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "platform/runtime/Timer.h"
 

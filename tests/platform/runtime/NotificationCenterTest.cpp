@@ -22,13 +22,19 @@ TEST(NotificationCenterTest, DeliversInRegistrationOrderFilteredBySender) {
     Identities id{};
     std::string heard;
     Notification last;
-    center.addObserver(&id.a, [&](const Notification& notification) {
-        heard += 'a';
-        last = notification;
-    }, "changed");
-    center.addObserver(&id.b, [&](const Notification&) { heard += 'b'; }, "changed", &id.senderOne);
-    center.addObserver(&id.c, [&](const Notification&) { heard += 'c'; }, "changed", &id.senderTwo);
-    center.addObserver(&id.c, [&](const Notification&) { heard += 'x'; }, "other");
+    center.addObserver(
+        &id.a,
+        [&](const Notification& notification) {
+            heard += 'a';
+            last = notification;
+        },
+        "changed");
+    center.addObserver(
+        &id.b, [&](const Notification&) { heard += 'b'; }, "changed", &id.senderOne);
+    center.addObserver(
+        &id.c, [&](const Notification&) { heard += 'c'; }, "changed", &id.senderTwo);
+    center.addObserver(
+        &id.c, [&](const Notification&) { heard += 'x'; }, "other");
 
     const struct {
         const void* sender;
@@ -49,10 +55,13 @@ TEST(NotificationCenterTest, RemovesForOneNameOrForAllNames) {
     Identities id{};
     std::string heard;
     for (const char* name : {"one", "two"}) {
-        center.addObserver(&id.a, [&heard, name](const Notification&) { heard += std::string("a-") + name + ' '; }, name);
-        center.addObserver(&id.b, [&heard, name](const Notification&) { heard += std::string("b-") + name + ' '; }, name);
+        center.addObserver(
+            &id.a, [&heard, name](const Notification&) { heard += std::string("a-") + name + ' '; }, name);
+        center.addObserver(
+            &id.b, [&heard, name](const Notification&) { heard += std::string("b-") + name + ' '; }, name);
     }
-    center.addObserver(&id.b, [&](const Notification&) { heard += "b-again "; }, "two");
+    center.addObserver(
+        &id.b, [&](const Notification&) { heard += "b-again "; }, "two");
     center.removeObserver(&id.a, "one");
     center.post("one");
     center.post("two");
@@ -69,15 +78,21 @@ TEST(NotificationCenterTest, HandlersMayRemoveAddAndPostDuringDelivery) {
     NotificationCenter center;
     Identities id{};
     std::string heard;
-    center.addObserver(&id.a, [&](const Notification&) {
-        heard += "a ";
-        center.removeObserver(&id.a);          // itself
-        center.removeObserver(&id.b, "name");  // a later observer of this delivery
-        center.addObserver(&id.c, [&](const Notification&) { heard += "c "; }, "name");
-        center.post("nested");
-    }, "name");
-    center.addObserver(&id.b, [&](const Notification&) { heard += "b "; }, "name");
-    center.addObserver(&id.b, [&](const Notification&) { heard += "nested "; }, "nested");
+    center.addObserver(
+        &id.a,
+        [&](const Notification&) {
+            heard += "a ";
+            center.removeObserver(&id.a);         // itself
+            center.removeObserver(&id.b, "name"); // a later observer of this delivery
+            center.addObserver(
+                &id.c, [&](const Notification&) { heard += "c "; }, "name");
+            center.post("nested");
+        },
+        "name");
+    center.addObserver(
+        &id.b, [&](const Notification&) { heard += "b "; }, "name");
+    center.addObserver(
+        &id.b, [&](const Notification&) { heard += "nested "; }, "nested");
 
     center.post("name");
     EXPECT_EQ(heard, "a nested ") << "b was removed, c was added after the delivery began";

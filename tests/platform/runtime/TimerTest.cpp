@@ -92,7 +92,7 @@ TEST(TimerTest, DueTimersFireByDateThenSchedulingOrder) {
     Timer::scheduledTimer(2.0, Timer::Repeats::No, [&](Timer&) { order += 'a'; });
     Timer::scheduledTimer(1.0, Timer::Repeats::No, [&](Timer&) {
         order += 'b';
-        cancelled->invalidate();  // due at the same date, but not fired once invalid
+        cancelled->invalidate(); // due at the same date, but not fired once invalid
     });
     cancelled = Timer::scheduledTimer(1.0, Timer::Repeats::Yes, [&](Timer&) { order += 'c'; });
     Timer::scheduledTimer(0.5, Timer::Repeats::No, [&](Timer&) { order += 'd'; });

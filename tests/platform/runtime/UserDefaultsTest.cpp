@@ -3,14 +3,14 @@
 #include <fstream>
 #include <optional>
 #include <string>
-#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
-#include "platform/plist/KeyedArchiver.h"
 #include "platform/plist/KeyedArchiveFormat.h"
+#include "platform/plist/KeyedArchiver.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
 
@@ -119,7 +119,11 @@ TEST(UserDefaultsTest, AnUnreadableFileReadsAsEmptyAndIsReplacedOnTheNextChange)
         std::function<void(const fs::path&)> make;
         bool writable;
     } rows[] = {
-        {"garbage", [](const fs::path& file) { writeFile(file, {'n', 'o', 't', 0xFF, 0x00}); }, true},
+        {"garbage",
+         [](const fs::path& file) {
+             writeFile(file, {'n', 'o', 't', 0xFF, 0x00});
+         },
+         true},
         {"empty file", [](const fs::path& file) { writeFile(file, {}); }, true},
         {"truncated archive",
          [](const fs::path& file) {
@@ -129,7 +133,8 @@ TEST(UserDefaultsTest, AnUnreadableFileReadsAsEmptyAndIsReplacedOnTheNextChange)
          },
          true},
         {"archive of an array", [&](const fs::path& file) { writeFile(file, *arrayArchive); }, true},
-        {"a FIFO, which must not block", [](const fs::path& file) { ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0); }, true},
+        {"a FIFO, which must not block", [](const fs::path& file) { ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0); },
+         true},
         {"a directory", [](const fs::path& file) { fs::create_directory(file); }, false},
     };
     for (const auto& row : rows) {

@@ -1,13 +1,14 @@
-#include "platform/text/LocaleSettings.h"
 #include "platform/text/Localization.h"
-
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+
+#include <gtest/gtest.h>
 #include <unistd.h>
+
+#include "platform/text/LocaleSettings.h"
 
 namespace vexo::text {
 namespace {
@@ -31,7 +32,9 @@ TEST(LocalizationTest, LooksUpLikeTheHostPlatform) {
         {german, "Manual", "", "Manuell"},
         {english, "Automix On", "", "Automix On"},
         {german, "Automix Off", "", "Automix aus"},
-        {german, "Fade", "", "\xC3\x9C" "berblenden"},
+        {german, "Fade", "",
+         "\xC3\x9C"
+         "berblenden"},
         {english, "--", "", "--"},
         {english, "Wobble", "", "Wobble"},          // missing: the key
         {german, "Wobble", "Fallback", "Fallback"}, // missing with a value: the value
@@ -63,14 +66,14 @@ TEST(LocalizationTest, ChoosesTheClosestLanguageThatExists) {
         std::string requested;
         std::string used;
     };
-    std::vector<Case> cases = {{"de", "de"}, {"de_AT", "de"}, {"de-CH", "de"}, {"en_GB", "en"},
-                               {"fr_FR", "en"}, {"", "en"},   {"../de", "en"}, {"de/..", "en"}};
+    std::vector<Case> cases = {{"de", "de"},    {"de_AT", "de"}, {"de-CH", "de"}, {"en_GB", "en"},
+                               {"fr_FR", "en"}, {"", "en"},      {"../de", "en"}, {"de/..", "en"}};
     for (const Case& c : cases)
         EXPECT_EQ(Localization(kResources, c.requested).language(), c.used) << c.requested;
 
     // A malformed table counts as empty rather than half read.
-    std::filesystem::path directory = std::filesystem::temp_directory_path() /
-                                      ("vexo-strings-" + std::to_string(::getpid()));
+    std::filesystem::path directory =
+        std::filesystem::temp_directory_path() / ("vexo-strings-" + std::to_string(::getpid()));
     std::filesystem::create_directories(directory / "en.lproj");
     std::ofstream(directory / "en.lproj" / "Localizable.strings") << "\"Manual\" = \"Hand\";\n\"broken\" = ";
     EXPECT_EQ(Localization(directory, "en").localizedString("Manual"), "Manual");
@@ -83,11 +86,21 @@ TEST(LocaleSettingsTest, ReadsPosixLocaleValues) {
         std::optional<std::string> locale;
     };
     std::vector<Case> cases = {
-        {"de_DE.UTF-8", "de_DE"}, {"en_US.UTF-8@euro", "en_US"}, {"fr", "fr"}, {"de-AT", "de_AT"},
-        {"EN_us", "en_us"},       {"sr_Latn_RS", "sr_Latn_RS"},  {"C", std::nullopt},
-        {"POSIX", std::nullopt},  {"C.UTF-8", std::nullopt},     {"", std::nullopt},
-        {"x", std::nullopt},      {"de__DE", std::nullopt},      {"de_", std::nullopt},
-        {"../de", std::nullopt},  {"de/x", std::nullopt},
+        {"de_DE.UTF-8", "de_DE"},
+        {"en_US.UTF-8@euro", "en_US"},
+        {"fr", "fr"},
+        {"de-AT", "de_AT"},
+        {"EN_us", "en_us"},
+        {"sr_Latn_RS", "sr_Latn_RS"},
+        {"C", std::nullopt},
+        {"POSIX", std::nullopt},
+        {"C.UTF-8", std::nullopt},
+        {"", std::nullopt},
+        {"x", std::nullopt},
+        {"de__DE", std::nullopt},
+        {"de_", std::nullopt},
+        {"../de", std::nullopt},
+        {"de/x", std::nullopt},
     };
     for (const Case& c : cases)
         EXPECT_EQ(LocaleSettings::fromPosix(c.value), c.locale) << c.value;

@@ -1,9 +1,9 @@
 #include "platform/text/NumberFormatter.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace vexo::text {
 namespace {
@@ -15,22 +15,12 @@ TEST(NumberFormatterTest, OneFractionDigitHalfToEvenWithTheLocalesMarks) {
         std::string expected;
     };
     std::vector<Case> cases = {
-        {"en_US", 4, "4"},
-        {"en_US", 2.5, "2.5"},
-        {"en_US", 12.25, "12.2"},  // a tie, to the even digit
-        {"en_US", 12.75, "12.8"},  // a tie, to the even digit
-        {"en_US", 3.96, "4"},
-        {"en_US", 0, "0"},
-        {"en_US", 0.04, "0"},
-        {"en_US", 7.5, "7.5"},
-        {"en_US", 1500, "1,500"},
-        {"en_US", 1234567.89, "1,234,567.9"},
-        {"en_US", -2.25, "-2.2"},
-        {"en", 8, "8"},
-        {"de_DE", 2.5, "2,5"},
-        {"de_DE", 12.25, "12,2"},
-        {"de_DE", 1500, "1.500"},
-        {"de_DE", 4, "4"},
+        {"en_US", 4, "4"},          {"en_US", 2.5, "2.5"},    {"en_US", 12.25, "12.2"}, // a tie, to the even digit
+        {"en_US", 12.75, "12.8"},                                                       // a tie, to the even digit
+        {"en_US", 3.96, "4"},       {"en_US", 0, "0"},        {"en_US", 0.04, "0"},
+        {"en_US", 7.5, "7.5"},      {"en_US", 1500, "1,500"}, {"en_US", 1234567.89, "1,234,567.9"},
+        {"en_US", -2.25, "-2.2"},   {"en", 8, "8"},           {"de_DE", 2.5, "2,5"},
+        {"de_DE", 12.25, "12,2"},   {"de_DE", 1500, "1.500"}, {"de_DE", 4, "4"},
         {"de", 1234.56, "1.234,6"},
     };
     for (const Case& c : cases)

@@ -1,8 +1,8 @@
 #include "platform/text/StringTable.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace vexo::text {
 namespace {
@@ -20,10 +20,17 @@ TEST(StringTableTest, ParsesTheStringsFormat) {
         {"shorthand", R"("Echo";)", "Echo", "Echo"},
         {"bare words", "Key_1 = value.2;", "Key_1", "value.2"},
         {"escapes", R"("q" = "say \"hi\"\\\n\t";)", "q", "say \"hi\"\\\n\t"},
-        {"unicode escape", R"("u" = "\U00dcber \u20AC";)", "u", "\xC3\x9C" "ber \xE2\x82\xAC"},
+        {"unicode escape", R"("u" = "\U00dcber \u20AC";)", "u",
+         "\xC3\x9C"
+         "ber \xE2\x82\xAC"},
         {"surrogate pair", R"("e" = "\UD83C\UDFB5";)", "e", "\xF0\x9F\x8E\xB5"},
         {"octal", R"("o" = "\101\102";)", "o", "AB"},
-        {"utf-8 as is", "\"Fade\" = \"\xC3\x9C" "berblenden\";", "Fade", "\xC3\x9C" "berblenden"},
+        {"utf-8 as is",
+         "\"Fade\" = \"\xC3\x9C"
+         "berblenden\";",
+         "Fade",
+         "\xC3\x9C"
+         "berblenden"},
         {"byte-order mark", "\xEF\xBB\xBF\"a\" = \"b\";", "a", "b"},
         {"last one wins", R"("a" = "1"; "a" = "2";)", "a", "2"},
         {"empty value", R"("a" = "";)", "a", ""},

@@ -1,7 +1,8 @@
 #include "platform/watchkit/EventDecoder.h"
-#include "TestInterface.h"
 
 #include <gtest/gtest.h>
+
+#include "TestInterface.h"
 
 using namespace vexo::watchkit;
 using json = nlohmann::json;
@@ -9,8 +10,8 @@ using json = nlohmann::json;
 TEST(EventDecoderTest, ReadsEventsAndSaysWhyOthersAreNone) {
     const struct {
         json event;
-        std::size_t alternative;  // index in input::Event when read
-        std::string error;        // "type: reason" when not
+        std::size_t alternative; // index in input::Event when read
+        std::string error;       // "type: reason" when not
     } rows[] = {
         {{{"type", "tap"}, {"object", "page-0.1"}}, 0, ""},
         {{{"type", "selectRow"}, {"object", "t"}, {"row", 2}}, 1, ""},
@@ -25,12 +26,19 @@ TEST(EventDecoderTest, ReadsEventsAndSaysWhyOthersAreNone) {
         {{{"type", "fly"}}, 0, "event: unknown type 'fly'"},
         {{{"type", "tap"}}, 0, "tap: needs \"object\" as a string"},
         {{{"type", "tap"}, {"object", "x"}, {"id", 1}}, 0, "tap: unknown field 'id'"},
-        {{{"type", "selectRow"}, {"object", "t"}, {"row", -1}}, 0, "selectRow: needs \"row\" as a whole number of at least 0"},
+        {{{"type", "selectRow"}, {"object", "t"}, {"row", -1}},
+         0,
+         "selectRow: needs \"row\" as a whole number of at least 0"},
         {{{"type", "slide"}, {"object", "s"}, {"step", 1001}}, 0, "slide: needs \"step\" as a whole number of steps"},
-        {{{"type", "slide"}, {"object", "s"}, {"value", 1}, {"step", 1}}, 0, "slide: needs either \"value\" or \"step\""},
-        {{{"type", "swipe"}, {"direction", "up"}}, 0, "swipe: needs \"page\", or \"direction\" as \"left\" or \"right\""},
+        {{{"type", "slide"}, {"object", "s"}, {"value", 1}, {"step", 1}},
+         0,
+         "slide: needs either \"value\" or \"step\""},
+        {{{"type", "swipe"}, {"direction", "up"}},
+         0,
+         "swipe: needs \"page\", or \"direction\" as \"left\" or \"right\""},
         {{{"type", "openMenu"}, {"now", true}}, 0, "openMenu: unknown field 'now'"},
-        {{{"type", "notificationAction"}, {"identifier", "x"}, {"userInfo", {{"$data", "!"}}}}, 0,
+        {{{"type", "notificationAction"}, {"identifier", "x"}, {"userInfo", {{"$data", "!"}}}},
+         0,
          "notificationAction: needs \"userInfo\" as an object: \"$data\" must hold base64 text"},
     };
     for (const auto& row : rows) {

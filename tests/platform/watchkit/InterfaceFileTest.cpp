@@ -1,14 +1,15 @@
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include <gtest/gtest.h>
+
 #include "platform/graphics/AssetCatalog.h"
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/InterfaceObject.h"
 #include "platform/watchkit/LayoutLoader.h"
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/StackLayout.h"
-
-#include <algorithm>
-#include <gtest/gtest.h>
-#include <map>
-#include <set>
 
 using namespace vexo::watchkit;
 
@@ -19,25 +20,36 @@ using Names = std::set<std::string>;
 // What each screen's controller names, as its class declares it.
 struct Expected {
     std::string className;
-    std::map<std::string, std::string> outlets;  // outlet -> kind
+    std::map<std::string, std::string> outlets; // outlet -> kind
     Names actions;
     // Row type -> its class ("" for none) and its outlets.
     std::map<std::string, std::pair<std::string, std::map<std::string, std::string>>> rowTypes;
 };
 
 const std::map<std::string, std::string> kDeckOutlets = {
-    {"placeholderGroup", "group"}, {"mainGroup", "group"}, {"artworkGroup", "group"},
-    {"artworkButton", "button"}, {"bpmLabel", "label"}, {"keyLabel", "label"},
-    {"playGroup", "group"}, {"playButton", "button"}, {"previousButton", "button"},
-    {"nextButton", "button"}, {"durationTimer", "timer"}, {"durationImage", "image"},
-    {"currentTimeLabel", "label"}, {"nameLabel", "label"}, {"artistLabel", "label"},
-    {"autoLoopButtonGroup", "group"}, {"autoLoopButton", "button"}, {"fxButton", "button"},
-    {"fxButtonGroup", "group"}, {"fxButtonLabel", "label"}, {"fxButtonTitleLabel", "label"},
-    {"fxLowPassButton", "button"}, {"fxHighPassButton", "button"},
+    {"placeholderGroup", "group"},    {"mainGroup", "group"},         {"artworkGroup", "group"},
+    {"artworkButton", "button"},      {"bpmLabel", "label"},          {"keyLabel", "label"},
+    {"playGroup", "group"},           {"playButton", "button"},       {"previousButton", "button"},
+    {"nextButton", "button"},         {"durationTimer", "timer"},     {"durationImage", "image"},
+    {"currentTimeLabel", "label"},    {"nameLabel", "label"},         {"artistLabel", "label"},
+    {"autoLoopButtonGroup", "group"}, {"autoLoopButton", "button"},   {"fxButton", "button"},
+    {"fxButtonGroup", "group"},       {"fxButtonLabel", "label"},     {"fxButtonTitleLabel", "label"},
+    {"fxLowPassButton", "button"},    {"fxHighPassButton", "button"},
 };
-const Names kDeckActions = {"showLibrary", "showQueue", "togglePlayback", "skipForward", "skipBackward",
-                            "autoLoopDurationHalf", "autoLoopDurationDouble", "toggleLooping", "fxSelectNext",
-                            "fxSelectPrevious", "toggleFx", "toggleFxLowPass", "toggleFxHighPass", "next",
+const Names kDeckActions = {"showLibrary",
+                            "showQueue",
+                            "togglePlayback",
+                            "skipForward",
+                            "skipBackward",
+                            "autoLoopDurationHalf",
+                            "autoLoopDurationDouble",
+                            "toggleLooping",
+                            "fxSelectNext",
+                            "fxSelectPrevious",
+                            "toggleFx",
+                            "toggleFxLowPass",
+                            "toggleFxHighPass",
+                            "next",
                             "previous"};
 
 const std::map<std::string, Expected>& expectedControllers() {
@@ -46,13 +58,25 @@ const std::map<std::string, Expected>& expectedControllers() {
         {"turntable2", {"VXAWTurntable2InterfaceController", kDeckOutlets, kDeckActions, {}}},
         {"mixer",
          {"VXAWMixerInterfaceController",
-          {{"turntable1Group", "group"}, {"turntable2Group", "group"}, {"turntable1Button", "button"},
-           {"turntable2Button", "button"}, {"turntable1TransportGroup", "group"},
-           {"turntable2TransportGroup", "group"}, {"turntable1TransportButton", "button"},
-           {"turntable2TransportButton", "button"}, {"volumeDownButton", "button"}, {"volumeUpButton", "button"},
-           {"volumeImage", "image"}, {"volumeSlider", "slider"}, {"syncButton", "button"},
-           {"syncButtonGroup", "group"}, {"syncButtonLabel", "label"}, {"crossfaderLeftButton", "button"},
-           {"crossfaderRightButton", "button"}, {"crossfaderImage", "image"}, {"transitionTypeLabel", "label"}},
+          {{"turntable1Group", "group"},
+           {"turntable2Group", "group"},
+           {"turntable1Button", "button"},
+           {"turntable2Button", "button"},
+           {"turntable1TransportGroup", "group"},
+           {"turntable2TransportGroup", "group"},
+           {"turntable1TransportButton", "button"},
+           {"turntable2TransportButton", "button"},
+           {"volumeDownButton", "button"},
+           {"volumeUpButton", "button"},
+           {"volumeImage", "image"},
+           {"volumeSlider", "slider"},
+           {"syncButton", "button"},
+           {"syncButtonGroup", "group"},
+           {"syncButtonLabel", "label"},
+           {"crossfaderLeftButton", "button"},
+           {"crossfaderRightButton", "button"},
+           {"crossfaderImage", "image"},
+           {"transitionTypeLabel", "label"}},
           // toggleAutomix is the force-touch menu's, added by code.
           {"crossfadeLeft", "crossfadeMiddle", "crossfadeRight", "sync", "showTurntable1", "showTurntable2",
            "togglePlaybackTurntable1", "togglePlaybackTurntable2", "showLibraryTurntable1", "showLibraryTurntable2",
@@ -60,27 +84,35 @@ const std::map<std::string, Expected>& expectedControllers() {
           {}}},
         {"transitions",
          {"VXAWTransitionsInterfaceController",
-          {{"transitionModeSwitch", "switch"}, {"table", "table"}, {"transitionDurationGroup", "group"},
+          {{"transitionModeSwitch", "switch"},
+           {"table", "table"},
+           {"transitionDurationGroup", "group"},
            {"transitionDurationLabel", "label"}},
           {"toggleTransitionMode", "transitionDurationSelectNext", "transitionDurationSelectPrevious"},
           {{"transitionTypeSectionRowType", {"", {}}},
            {"transitionTypeRowType", {"VXAWTransitionTypeRowType", {{"nameLabel", "label"}}}}}}},
         {"library",
          {"VXAWLibraryInterfaceController",
-          {{"backButton", "button"}, {"sectionNameLabel", "label"}, {"table", "table"},
-           {"placeholderGroup", "group"}, {"placeholderLabel", "label"}, {"loadMoreButton", "button"}},
+          {{"backButton", "button"},
+           {"sectionNameLabel", "label"},
+           {"table", "table"},
+           {"placeholderGroup", "group"},
+           {"placeholderLabel", "label"},
+           {"loadMoreButton", "button"}},
           {"back", "previousTab", "nextTab", "loadMore"},
           {{"groupItemRowType", {"VXAWGroupItemRowType", {{"nameLabel", "label"}, {"image", "image"}}}}}}},
         {"itunesPlaylist",
          {"VXAWiTunesPlaylistInterfaceController",
-          {{"nameLabel", "label"}, {"table", "table"}, {"loadMoreButton", "button"}, {"placeholderGroup", "group"},
+          {{"nameLabel", "label"},
+           {"table", "table"},
+           {"loadMoreButton", "button"},
+           {"placeholderGroup", "group"},
            {"placeholderLabel", "label"}},
           {"loadMore"},
           {{"songItemRowType", {"VXAWSongItemRowType", {{"nameLabel", "label"}, {"artistLabel", "label"}}}}}}},
         {"glance",
          {"VXAWGlanceController",
-          {{"artworkImage", "image"}, {"nameLabel", "label"}, {"artistLabel", "label"},
-           {"placeholderGroup", "group"}},
+          {{"artworkImage", "image"}, {"nameLabel", "label"}, {"artistLabel", "label"}, {"placeholderGroup", "group"}},
           {},
           {}}},
         {"notification", {"NotificationController", {}, {}, {}}},

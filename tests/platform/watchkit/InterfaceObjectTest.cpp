@@ -1,18 +1,17 @@
-#include "TestInterface.h"
+#include <filesystem>
+#include <fstream>
 
+#include <gtest/gtest.h>
+
+#include "TestInterface.h"
+#include "platform/text/Localization.h"
 #include "platform/watchkit/Group.h"
 #include "platform/watchkit/Image.h"
 #include "platform/watchkit/ImageStore.h"
 #include "platform/watchkit/Menu.h"
 #include "platform/watchkit/Screen.h"
 #include "platform/watchkit/Timer.h"
-#include "platform/text/Localization.h"
 #include "support/TemporaryDirectory.h"
-
-#include <filesystem>
-#include <fstream>
-
-#include <gtest/gtest.h>
 
 using namespace vexo::watchkit;
 using namespace vexo::watchkit::testing;
@@ -169,14 +168,27 @@ TEST(InterfaceObjectTest, TableRowsFollowTheIndexRules) {
         std::function<void()> operation;
         Types expected;
     } steps[] = {
-        {"row types replace all rows", [&] { table->setRowTypes({"heading", "item"}); }, {"heading", "item"}},
+        {"row types replace all rows",
+         [&] {
+             table->setRowTypes({"heading", "item"});
+         },
+         {"heading", "item"}},
         {"insert at the end and in front",
-         [&] { table->insertRowsAtIndexes({0, 3}, "item"); }, {"item", "heading", "item", "item"}},
-        {"insert a range", [&] { table->insertRowsAtIndexes(Table::indexesInRange(1, 2), "heading"); },
+         [&] {
+             table->insertRowsAtIndexes({0, 3}, "item");
+         },
+         {"item", "heading", "item", "item"}},
+        {"insert a range",
+         [&] { table->insertRowsAtIndexes(Table::indexesInRange(1, 2), "heading"); },
          {"item", "heading", "heading", "heading", "item", "item"}},
-        {"remove some", [&] { table->removeRowsAtIndexes({0, 2, 5}); }, {"heading", "heading", "item"}},
+        {"remove some",
+         [&] {
+             table->removeRowsAtIndexes({0, 2, 5});
+         },
+         {"heading", "heading", "item"}},
         {"a number of rows replaces all rows", [&] { table->setNumberOfRows(2, "item"); }, {"item", "item"}},
-        {"an unknown row type still takes its place", [&] { table->insertRowsAtIndexes({1}, "nonsense"); },
+        {"an unknown row type still takes its place",
+         [&] { table->insertRowsAtIndexes({1}, "nonsense"); },
          {"item", "nonsense", "item"}},
     };
     for (const auto& step : steps) {
@@ -244,7 +256,8 @@ TEST(InterfaceObjectTest, AnimationsAndTimersRecordTheirState) {
     LayoutLoadResult loaded = LayoutLoader::parse(text, "t.json", registry, MissingClasses::Allow);
     ASSERT_TRUE(loaded.ok()) << loaded.errorText();
     auto now = std::chrono::system_clock::time_point(std::chrono::seconds(100));
-    Screen screen("s", *loaded.layout->controller("p"), ScreenServices{nullptr, nullptr, nullptr, [&] { return now; }, nullptr});
+    Screen screen("s", *loaded.layout->controller("p"),
+                  ScreenServices{nullptr, nullptr, nullptr, [&] { return now; }, nullptr});
     auto& animated = static_cast<Group&>(*screen.objects()[0]);
     auto& still = static_cast<Group&>(*screen.objects()[1]);
     auto& timer = static_cast<Timer&>(*screen.objects()[2]);
@@ -273,7 +286,8 @@ TEST(InterfaceObjectTest, AnimationsAndTimersRecordTheirState) {
 TEST(InterfaceObjectTest, LayoutTextsAreLocalisedWhenAsked) {
     vexo::testing::TemporaryDirectory resources;
     std::filesystem::create_directories(resources.path() / "de.lproj");
-    std::ofstream(resources.path() / "de.lproj" / "Localizable.strings") << "\"Done\" = \"Fertig\";\n\"Loud\" = \"Laut\";\n";
+    std::ofstream(resources.path() / "de.lproj" / "Localizable.strings")
+        << "\"Done\" = \"Fertig\";\n\"Loud\" = \"Laut\";\n";
     vexo::text::Localization german(resources.path(), "de_DE");
 
     CallLog log;

@@ -1,15 +1,16 @@
-#include "platform/watchkit/ControllerRegistry.h"
-#include "platform/watchkit/Label.h"
 #include "platform/watchkit/LayoutLoader.h"
-#include "platform/watchkit/Button.h"
-#include "platform/watchkit/Table.h"
-#include "platform/watchkit/ExtensionHost.h"
-#include "platform/runtime/DeterministicRunLoop.h"
-
-#include "support/TemporaryDirectory.h"
 
 #include <fstream>
+
 #include <gtest/gtest.h>
+
+#include "platform/runtime/DeterministicRunLoop.h"
+#include "platform/watchkit/Button.h"
+#include "platform/watchkit/ControllerRegistry.h"
+#include "platform/watchkit/ExtensionHost.h"
+#include "platform/watchkit/Label.h"
+#include "platform/watchkit/Table.h"
+#include "support/TemporaryDirectory.h"
 
 using namespace vexo::watchkit;
 
@@ -104,8 +105,9 @@ TEST(LayoutLoaderTest, ErrorsNameTheFileTheControllerAndTheOutlet) {
          {"test.json: controller 'deck' (Deck), row type 'row' (Row): outlet 'nameLabel': declared by class Row (a "
           "label) but missing from the layout"}},
         {"two objects with one outlet",
-         edited(R"({"kind": "slider", "action": "changeVolume"})",
-                R"({"kind": "slider", "action": "changeVolume"}, {"kind": "group", "objects": [{"kind": "label", "outlet": "bpmLabel"}]})"),
+         edited(
+             R"({"kind": "slider", "action": "changeVolume"})",
+             R"({"kind": "slider", "action": "changeVolume"}, {"kind": "group", "objects": [{"kind": "label", "outlet": "bpmLabel"}]})"),
          {"test.json: controller 'deck' (Deck): outlet 'bpmLabel' names two objects"}},
         {"an unknown kind and an unknown property",
          edited(R"({"kind": "switch", "action": "flip"})",
@@ -121,7 +123,7 @@ TEST(LayoutLoaderTest, ErrorsNameTheFileTheControllerAndTheOutlet) {
           "test.json: controller 'deck', object bpmLabel: 'textColor' must be \"#rrggbb\", \"#rrggbbaa\" or one of "
           "white, lightGray, darkGray, black, clear, selection"}},
         {"pages and segues that name no controller",
-         edited(R"("pages": ["deck"])", R"("pages": ["deck", "nowhere"])") ,
+         edited(R"("pages": ["deck"])", R"("pages": ["deck", "nowhere"])"),
          {"test.json: pages: 'nowhere' is not a controller of the layout"}},
         {"a segue to nowhere",
          edited(R"({"kind": "switch", "action": "flip"})",
@@ -132,7 +134,8 @@ TEST(LayoutLoaderTest, ErrorsNameTheFileTheControllerAndTheOutlet) {
          edited(R"("class": "Deck")", R"("class": "Ghost")"),
          {"test.json: controller 'deck' (Ghost): class Ghost is not registered"}},
         {"not JSON", "{\"format\": 1,", {"test.json: not valid JSON: "}},
-        {"no pages", edited(R"("pages": ["deck"], )", ""),
+        {"no pages",
+         edited(R"("pages": ["deck"], )", ""),
          {"test.json: 'pages' must list the controller names of the pages, left to right"}},
     };
     for (const auto& testCase : cases) {
@@ -226,10 +229,11 @@ private:
 
 class SecondPage : public BasePage {
 public:
-    template <class Self> static void describeInterface(InterfaceClass<Self>& c) {
-        BasePage::describeInterface(c);
+    template <class Self> static void describeInterface(InterfaceClass<Self>& c) { BasePage::describeInterface(c); }
+    void press() override {
+        BasePage::press();
+        label()->setText(*label()->text() + " then second");
     }
-    void press() override { BasePage::press(); label()->setText(*label()->text() + " then second"); }
 };
 
 } // namespace

@@ -1,6 +1,6 @@
-#include "TestInterface.h"
-
 #include <gtest/gtest.h>
+
+#include "TestInterface.h"
 
 using namespace vexo::watchkit;
 using namespace vexo::watchkit::testing;
@@ -23,12 +23,15 @@ TEST(LifecycleTest, PagesModalsAndTheGlanceFollowThePlatformOrder) {
         std::function<EventResult()> act;
         Calls expected;
     } steps[] = {
-        {"start", [&] { return app.host->start(); },
+        {"start",
+         [&] { return app.host->start(); },
          {"init", "left.awake", "init", "middle.awake", "init", "right.awake", "left.willActivate"}},
-        {"swipe to the last page", [&] { return app.host->swipeToPage(2); },
+        {"swipe to the last page",
+         [&] { return app.host->swipeToPage(2); },
          {"left.didDeactivate", "right.willActivate"}},
         {"swipe to where we are", [&] { return app.host->swipeToPage(2); }, {}},
-        {"open the picker", [&] { return app.host->tap(app.visibleId("openButton")); },
+        {"open the picker",
+         [&] { return app.host->tap(app.visibleId("openButton")); },
          {"right.open", "right.open returns", "init", "picker.awake", "right.didDeactivate", "picker.willActivate"}},
         {"choose a row: the detail over the picker",
          [&] { return app.host->selectRow(app.visibleId("table"), 2); },
@@ -37,15 +40,18 @@ TEST(LifecycleTest, PagesModalsAndTheGlanceFollowThePlatformOrder) {
          [&] { return app.host->tap(app.buttonTitled("Finish")); },
          {"detail.finish", "detail.didDeactivate", "picker.willActivate", "picker.didDeactivate",
           "right.willActivate"}},
-        {"show the glance over the application", [&] { return app.host->showGlance(); },
+        {"show the glance over the application",
+         [&] { return app.host->showGlance(); },
          {"init", "glance.awake", "right.didDeactivate", "glance.willActivate"}},
         {"hide it", [&] { return app.host->hideGlance(); }, {"glance.didDeactivate", "right.willActivate"}},
-        {"show it again: the same glance controller", [&] { return app.host->showGlance(); },
+        {"show it again: the same glance controller",
+         [&] { return app.host->showGlance(); },
          {"right.didDeactivate", "glance.willActivate"}},
         {"a notification action brings the application back; the first page handles it",
          [&] { return app.host->deliverNotificationAction("load", deck(2)); },
          {"glance.didDeactivate", "right.willActivate", "left.handleAction load 2"}},
-        {"the close control of a modal", [&] {
+        {"the close control of a modal",
+         [&] {
              (void)app.host->tap(app.visibleId("openButton"));
              app.log.take();
              return app.host->closeModal();
@@ -76,8 +82,8 @@ TEST(LifecycleTest, NotificationActionsGoToTheFirstPageAndStartTheApplication) {
         app.log.calls.push_back("handler returns");
     };
     EXPECT_TRUE(app.host->deliverNotificationAction("load", plist::Value()).ok());
-    EXPECT_EQ(app.log.take(), (Calls{"left.handleAction load -", "handler returns", "left.didDeactivate",
-                                     "right.willActivate"}));
+    EXPECT_EQ(app.log.take(),
+              (Calls{"left.handleAction load -", "handler returns", "left.didDeactivate", "right.willActivate"}));
 }
 
 TEST(LifecycleTest, NavigationFromOutsideACallbackWaitsForTheNextTurn) {
@@ -106,7 +112,7 @@ TEST(LifecycleTest, NavigationFromOutsideACallbackWaitsForTheNextTurn) {
     picker->presentControllerWithName("detail");
     picker->dismissController();
     app.page<PageController>(1)->presentControllerWithName("nowhere");
-    app.page<PageController>(1)->dismissController();  // a page is no modal
+    app.page<PageController>(1)->dismissController(); // a page is no modal
     app.loop.runUntilIdle();
     EXPECT_TRUE(app.log.take().empty());
     EXPECT_EQ(app.host->visibleController(), app.host->pageController(1));

@@ -1,8 +1,7 @@
-#include "TestInterface.h"
-
-#include "support/WatchSnapshot.h"
-
 #include <gtest/gtest.h>
+
+#include "TestInterface.h"
+#include "support/WatchSnapshot.h"
 
 using namespace vexo::watchkit;
 using namespace vexo::watchkit::testing;
@@ -50,7 +49,8 @@ TEST(SessionTest, PagesModalsMenuGlanceAndNotificationInOneSession) {
     EXPECT_EQ(findByOutlet(picker, "titleLabel")["text"], "middle: record");
     send({{"type", "flip"}, {"object", idOf("toggle")}});
     send({{"type", "slide"}, {"object", idOf("slider")}, {"step", -2}});
-    send({{"type", "tap"}, {"object", findByOutlet(findByOutlet(visibleScreen(), "table")["rows"][1], "starButton")["id"]}});
+    send({{"type", "tap"},
+          {"object", findByOutlet(findByOutlet(visibleScreen(), "table")["rows"][1], "starButton")["id"]}});
     send({{"type", "selectRow"}, {"object", idOf("table")}, {"row", 2}});
     EXPECT_EQ(findByOutlet(visibleScreen(), "nameLabel")["text"], "item 2");
 
@@ -68,20 +68,44 @@ TEST(SessionTest, PagesModalsMenuGlanceAndNotificationInOneSession) {
     send({{"type", "pickMenuItem"}, {"index", 0}});
     send({{"type", "notificationAction"}, {"identifier", "load"}, {"userInfo", {{"turntable", 2}}}});
 
-    EXPECT_EQ(app.log.calls,
-              (std::vector<std::string>{
-                  "init", "left.awake", "init", "middle.awake", "init", "right.awake", "left.willActivate",
-                  "left.didDeactivate", "middle.willActivate",
-                  "middle.open", "middle.open returns", "init", "picker.awake", "middle.didDeactivate",
-                  "picker.willActivate",
-                  "picker.toggle on", "picker.slide 0.00", "row.star item 1",
-                  "picker.select 2", "init", "detail.awake", "picker.didDeactivate", "detail.willActivate",
-                  "init", "glance.awake", "detail.didDeactivate", "glance.willActivate",
-                  "glance.didDeactivate", "detail.willActivate",
-                  "detail.finish", "detail.didDeactivate", "picker.willActivate", "picker.didDeactivate",
-                  "middle.willActivate",
-                  "middle.menuPicked",
-                  "left.handleAction load 2", "middle.didDeactivate", "right.willActivate"}));
+    EXPECT_EQ(app.log.calls, (std::vector<std::string>{"init",
+                                                       "left.awake",
+                                                       "init",
+                                                       "middle.awake",
+                                                       "init",
+                                                       "right.awake",
+                                                       "left.willActivate",
+                                                       "left.didDeactivate",
+                                                       "middle.willActivate",
+                                                       "middle.open",
+                                                       "middle.open returns",
+                                                       "init",
+                                                       "picker.awake",
+                                                       "middle.didDeactivate",
+                                                       "picker.willActivate",
+                                                       "picker.toggle on",
+                                                       "picker.slide 0.00",
+                                                       "row.star item 1",
+                                                       "picker.select 2",
+                                                       "init",
+                                                       "detail.awake",
+                                                       "picker.didDeactivate",
+                                                       "detail.willActivate",
+                                                       "init",
+                                                       "glance.awake",
+                                                       "detail.didDeactivate",
+                                                       "glance.willActivate",
+                                                       "glance.didDeactivate",
+                                                       "detail.willActivate",
+                                                       "detail.finish",
+                                                       "detail.didDeactivate",
+                                                       "picker.willActivate",
+                                                       "picker.didDeactivate",
+                                                       "middle.willActivate",
+                                                       "middle.menuPicked",
+                                                       "left.handleAction load 2",
+                                                       "middle.didDeactivate",
+                                                       "right.willActivate"}));
 
     json snapshot = app.host->snapshot();
     EXPECT_EQ(snapshot["currentPage"], 2);

@@ -1,14 +1,14 @@
-#include "TestInterface.h"
-
-#include "platform/watchkit/Screen.h"
-#include "platform/watchkit/SnapshotFormat.h"
-#include "platform/text/Localization.h"
-#include "platform/watchkit/StackLayout.h"
-#include "support/WatchSnapshot.h"
-
-#include <gtest/gtest.h>
 #include <filesystem>
 #include <thread>
+
+#include <gtest/gtest.h>
+
+#include "TestInterface.h"
+#include "platform/text/Localization.h"
+#include "platform/watchkit/Screen.h"
+#include "platform/watchkit/SnapshotFormat.h"
+#include "platform/watchkit/StackLayout.h"
+#include "support/WatchSnapshot.h"
 
 using namespace vexo::watchkit;
 using namespace vexo::watchkit::testing;
@@ -26,8 +26,8 @@ json frame(double x, double y, double width, double height) {
 // by outlet.
 std::map<std::string, json> framesOf(const std::string& objects, double width = 312, double height = 390) {
     ControllerRegistry registry;
-    std::string text = R"({"format": 1, "pages": ["p"], "controllers": {"p": {"class": "X", "objects": )" + objects +
-                       "}}}";
+    std::string text =
+        R"({"format": 1, "pages": ["p"], "controllers": {"p": {"class": "X", "objects": )" + objects + "}}}";
     LayoutLoadResult loaded = LayoutLoader::parse(text, "t.json", registry, MissingClasses::Allow);
     EXPECT_TRUE(loaded.ok()) << loaded.errorText();
     if (!loaded.ok())
@@ -66,8 +66,11 @@ TEST(SnapshotTest, ObjectsStackInTheirGroups) {
          R"([{"kind": "group", "outlet": "g", "height": 44, "spacing": 2, "objects": [
               {"kind": "button", "outlet": "l", "width": 40}, {"kind": "label", "outlet": "m"},
               {"kind": "label", "outlet": "n"}, {"kind": "button", "outlet": "r", "width": {"relative": 0.25}}]}])",
-         {{"g", frame(0, 0, 312, 44)}, {"l", frame(0, 0, 40, 44)}, {"m", frame(42, 0, 94, 28)},
-          {"n", frame(138, 0, 94, 28)}, {"r", frame(234, 0, 78, 44)}}},
+         {{"g", frame(0, 0, 312, 44)},
+          {"l", frame(0, 0, 40, 44)},
+          {"m", frame(42, 0, 94, 28)},
+          {"n", frame(138, 0, 94, 28)},
+          {"r", frame(234, 0, 78, 44)}}},
         {"alignment along and across a row: centred in what the ends leave",
          R"([{"kind": "group", "height": 92, "insets": 4, "objects": [
               {"kind": "button", "outlet": "c", "width": 44, "height": 44, "horizontalAlignment": "center",
@@ -79,7 +82,9 @@ TEST(SnapshotTest, ObjectsStackInTheirGroups) {
          R"([{"kind": "group", "outlet": "g", "layout": "vertical", "insets": {"top": 10}, "spacing": 0, "objects": [
               {"kind": "image", "outlet": "i", "width": 200, "height": 300, "horizontalAlignment": "center"},
               {"kind": "label", "outlet": "t"}]}])",
-         {{"g", frame(0, 0, 312, 338)}, {"i", frame(56, 10, 200, 300)}, {"t", frame(0, 310, 312, 28)},
+         {{"g", frame(0, 0, 312, 338)},
+          {"i", frame(56, 10, 200, 300)},
+          {"t", frame(0, 310, 312, 28)},
           {"(content)", 390}}},
         {"fills share the face's height",
          R"([{"kind": "label", "outlet": "a", "height": "fill"}, {"kind": "label", "outlet": "b", "height": 90},
@@ -114,12 +119,16 @@ TEST(SnapshotTest, ShowsEveryScreenWithItsObjectsAndState) {
     EXPECT_EQ(left["class"], "PageController");
     EXPECT_EQ(left["role"], "page");
     EXPECT_EQ(left["active"], false) << "covered by the picker";
-    EXPECT_EQ(findByOutlet(left, "titleLabel"),
-              (json{{"id", "page-0.0"}, {"kind", "label"}, {"outlet", "titleLabel"}, {"frame", frame(0, 0, 312, 30)},
-                    {"hidden", false}, {"text", "left"}, {"textColor", nullptr}}));
+    EXPECT_EQ(findByOutlet(left, "titleLabel"), (json{{"id", "page-0.0"},
+                                                      {"kind", "label"},
+                                                      {"outlet", "titleLabel"},
+                                                      {"frame", frame(0, 0, 312, 30)},
+                                                      {"hidden", false},
+                                                      {"text", "left"},
+                                                      {"textColor", nullptr}}));
     EXPECT_EQ(findByOutlet(left, "openButton")["action"], "open");
-    EXPECT_EQ(left["menu"]["items"], (json::array({{{"image", {{"name", "automix"}}}, {"title", "Pick"},
-                                                    {"action", "menuPicked"}}})));
+    EXPECT_EQ(left["menu"]["items"],
+              (json::array({{{"image", {{"name", "automix"}}}, {"title", "Pick"}, {"action", "menuPicked"}}})));
 
     ASSERT_EQ(snapshot["modals"].size(), 1u);
     const json& picker = snapshot["modals"][0];
@@ -154,7 +163,8 @@ TEST(SnapshotTest, JsonEventsAreCheckedAndCarriedOut) {
         {{{"type", "tap"}, {"object", title}}, "tap: object 'page-0.0' is a label; only buttons take taps", {}},
         {{{"type", "tap"}, {"object", "page-9.9"}}, "tap: no object 'page-9.9' on any screen", {}},
         {{{"type", "tap"}, {"object", "page-1.1"}},
-         "tap: object 'page-1.1' is on screen 'page-1' (middle), which is not the one shown", {}},
+         "tap: object 'page-1.1' is on screen 'page-1' (middle), which is not the one shown",
+         {}},
         {{{"type", "tap"}}, "tap: needs \"object\" as a string", {}},
         {{{"type", "tap"}, {"object", open}, {"extra", 1}}, "tap: unknown field 'extra'", {}},
         {{{"type", "jump"}}, "event: unknown type 'jump'", {}},
@@ -168,15 +178,19 @@ TEST(SnapshotTest, JsonEventsAreCheckedAndCarriedOut) {
         {{{"type", "pickMenuItem"}, {"index", 1}}, "pickMenuItem: the menu has no item 1 (it has 1)", {}},
         {{{"type", "pickMenuItem"}, {"index", 0}}, "", {"middle.menuPicked"}},
         {{{"type", "closeModal"}}, "closeModal: no modal screen is shown", {}},
-        {{{"type", "tap"}, {"object", "page-1.1"}}, "",
+        {{{"type", "tap"}, {"object", "page-1.1"}},
+         "",
          {"middle.open", "middle.open returns", "init", "picker.awake", "middle.didDeactivate", "picker.willActivate"}},
         {{{"type", "swipe"}, {"page", 0}}, "swipe: modal screen 'modal-1' covers the pages", {}},
-        {{{"type", "selectRow"}, {"object", "modal-1.1"}, {"row", 0}}, "selectRow: row 0 (heading) cannot be selected",
+        {{{"type", "selectRow"}, {"object", "modal-1.1"}, {"row", 0}},
+         "selectRow: row 0 (heading) cannot be selected",
          {}},
         {{{"type", "selectRow"}, {"object", "modal-1.1"}, {"row", 3}},
-         "selectRow: table 'modal-1.1' has no row 3 (it has 3)", {}},
+         "selectRow: table 'modal-1.1' has no row 3 (it has 3)",
+         {}},
         {{{"type", "selectRow"}, {"object", "modal-1.1"}, {"row", -1}},
-         "selectRow: needs \"row\" as a whole number of at least 0", {}},
+         "selectRow: needs \"row\" as a whole number of at least 0",
+         {}},
         {{{"type", "slide"}, {"object", "modal-1.2"}, {"step", 1}}, "", {"picker.slide 0.75"}},
         {{{"type", "slide"}, {"object", "modal-1.2"}, {"value", 3}}, "", {"picker.slide 1.00"}},
         {{{"type", "slide"}, {"object", "modal-1.2"}}, "slide: needs either \"value\" or \"step\"", {}},
@@ -186,10 +200,12 @@ TEST(SnapshotTest, JsonEventsAreCheckedAndCarriedOut) {
         {{{"type", "showGlance"}}, "", {"init", "glance.awake", "picker.didDeactivate", "glance.willActivate"}},
         {{{"type", "openMenu"}}, "openMenu: the glance has no menu", {}},
         {{{"type", "closeModal"}}, "closeModal: the glance is shown", {}},
-        {{{"type", "notificationAction"}, {"identifier", "automix"}, {"userInfo", {{"turntable", 1}}}}, "",
+        {{{"type", "notificationAction"}, {"identifier", "automix"}, {"userInfo", {{"turntable", 1}}}},
+         "",
          {"glance.didDeactivate", "picker.willActivate", "left.handleAction automix 1"}},
         {{{"type", "notificationAction"}, {"identifier", "automix"}, {"userInfo", 3}},
-         "notificationAction: needs \"userInfo\" as an object", {}},
+         "notificationAction: needs \"userInfo\" as an object",
+         {}},
         {{{"type", "hideGlance"}}, "hideGlance: the glance is not shown", {}},
         {{{"type", "closeModal"}}, "", {"picker.didDeactivate", "middle.willActivate"}},
     };
@@ -300,10 +316,12 @@ TEST(SnapshotTest, TextsAlwaysDumpAsJson) {
         std::string out;
     } rows[] = {
         {"Caf\xC3\xA9 \xF0\x9F\x8E\xB5", "Caf\xC3\xA9 \xF0\x9F\x8E\xB5"},
-        {"a\xFF" "b", "a" + replacement + "b"},
+        {"a\xFF"
+         "b",
+         "a" + replacement + "b"},
         {"cut \xC3", "cut " + replacement},
-        {"\xED\xA0\x80", replacement + replacement + replacement},  // a surrogate
-        {"\xC0\xAF", replacement + replacement},                      // an overlong slash
+        {"\xED\xA0\x80", replacement + replacement + replacement}, // a surrogate
+        {"\xC0\xAF", replacement + replacement},                   // an overlong slash
     };
     for (const auto& row : rows)
         EXPECT_EQ(snapshot::text(row.in), row.out) << row.out;
@@ -323,23 +341,33 @@ TEST(SnapshotTest, TellsThePageTheWatchsLanguageLocaleAndPlatformTexts) {
         std::string locale;
         json expected;
     } cases[] = {
-        {nullptr, "",
+        {nullptr,
+         "",
          {{"language", "en"},
           {"identifier", "en-US"},
           {"texts", {{"Cancel", "Cancel"}, {"Close the menu", "Close the menu"}}}}},
-        {&english, "en_GB",
+        {&english,
+         "en_GB",
          {{"language", "en"},
           {"identifier", "en-GB"},
           {"texts", {{"Cancel", "Cancel"}, {"Close the menu", "Close the menu"}}}}},
-        {&german, "de_DE",
+        {&german,
+         "de_DE",
          {{"language", "de"},
           {"identifier", "de-DE"},
-          {"texts", {{"Cancel", "Abbrechen"}, {"Close the menu", "Men\xC3\xBC schlie\xC3\x9F" "en"}}}}},
+          {"texts",
+           {{"Cancel", "Abbrechen"},
+            {"Close the menu", "Men\xC3\xBC schlie\xC3\x9F"
+                               "en"}}}}},
         // Texts and numbers may be set apart: German texts, Swiss numbers.
-        {&german, "de_CH",
+        {&german,
+         "de_CH",
          {{"language", "de"},
           {"identifier", "de-CH"},
-          {"texts", {{"Cancel", "Abbrechen"}, {"Close the menu", "Men\xC3\xBC schlie\xC3\x9F" "en"}}}}},
+          {"texts",
+           {{"Cancel", "Abbrechen"},
+            {"Close the menu", "Men\xC3\xBC schlie\xC3\x9F"
+                               "en"}}}}},
     };
     for (const auto& c : cases) {
         CallLog log;

@@ -1,9 +1,9 @@
 #include "TestInterface.h"
 
+#include <stdexcept>
+
 #include "platform/watchkit/Screen.h"
 #include "support/WatchSnapshot.h"
-
-#include <stdexcept>
 
 namespace vexo::watchkit::testing {
 
@@ -164,7 +164,8 @@ std::string TestApplication::visibleId(std::string_view outlet) const {
 
 std::string TestApplication::buttonTitled(std::string_view title) const {
     nlohmann::json snapshot = host->snapshot();
-    std::string visibleScreen = snapshot["visibleScreen"].is_string() ? snapshot["visibleScreen"].get<std::string>() : "";
+    std::string visibleScreen =
+        snapshot["visibleScreen"].is_string() ? snapshot["visibleScreen"].get<std::string>() : "";
     for (const char* list : {"pages", "modals"}) {
         for (const auto& screen : snapshot[list]) {
             if (screen["id"] != visibleScreen)

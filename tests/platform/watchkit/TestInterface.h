@@ -1,5 +1,13 @@
 #pragma once
 
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/watchkit/Button.h"
 #include "platform/watchkit/ControllerRegistry.h"
@@ -12,14 +20,6 @@
 #include "platform/watchkit/Slider.h"
 #include "platform/watchkit/Switch.h"
 #include "platform/watchkit/Table.h"
-
-#include <functional>
-#include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <nlohmann/json.hpp>
 
 // A small application for the watchkit tests: three pages, a picker presented by name with a
 // table, a detail screen presented from the picker, and a glance. Every controller writes
@@ -41,7 +41,8 @@ struct Thing {
 // Logs its lifecycle under the name of its screen's controller.
 class LoggingController : public InterfaceController {
 public:
-    explicit LoggingController(CallLog& log) : m_log(log) {}
+    explicit LoggingController(CallLog& log)
+        : m_log(log) {}
     void awakeWithContext(const Context& context) override;
     void willActivate() override;
     void didDeactivate() override;
@@ -77,7 +78,8 @@ public:
 
 class ItemRow : public RowController {
 public:
-    explicit ItemRow(CallLog& log) : m_log(log) {}
+    explicit ItemRow(CallLog& log)
+        : m_log(log) {}
     template <class Self> static void describeInterface(InterfaceClass<Self>& c) {
         c.outlet("nameLabel", &ItemRow::m_nameLabel);
         c.outlet("starButton", &ItemRow::m_starButton);
