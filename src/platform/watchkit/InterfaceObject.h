@@ -76,6 +76,7 @@ public:
     // Host side. The frame last sent to change subscribers, to find objects that moved.
     [[nodiscard]] const std::optional<graphics::Rect>& reportedFrame() const { return m_reportedFrame; }
     void setReportedFrame(const graphics::Rect& frame) const { m_reportedFrame = frame; }
+    void clearReportedFrame() const { m_reportedFrame.reset(); }
 
 protected:
     InterfaceObject(ObjectKind kind, ObjectInit init);

@@ -22,6 +22,22 @@ nlohmann::json screenId(const Screen* screen) {
     return screen ? nlohmann::json(screen->id()) : nlohmann::json(nullptr);
 }
 
+// Calls `visit` with every object of `screen`: its objects, their children and the objects
+// in the rows of its tables.
+void forEachObject(const Screen& screen, const std::function<void(const InterfaceObject&)>& visit) {
+    std::function<void(const InterfaceObject&)> walk = [&](const InterfaceObject& object) {
+        visit(object);
+        for (const auto& child : object.children())
+            walk(*child);
+        if (object.kind() == ObjectKind::Table) {
+            for (const TableRow& row : static_cast<const Table&>(object).rows())
+                walk(*row.group);
+        }
+    };
+    for (const auto& object : screen.objects())
+        walk(*object);
+}
+
 } // namespace
 
 std::vector<SnapshotWriter::ScreenView> SnapshotWriter::liveScreens(const Navigation& navigation) {
@@ -151,9 +167,19 @@ nlohmann::json SnapshotWriter::changeRecords(const ChangeStream::Pending& pendin
                 cover(*object);
             }
         }
+        // An object inside a container that was just hidden is laid out no more: pages keep
+        // the frame they were told until they are told it is gone.
+        forEachObject(*shown, [&](const InterfaceObject& object) {
+            if (!covered.contains(&object) && object.reportedFrame() && !layout.frames.contains(&object)) {
+                objects.push_back(std::const_pointer_cast<InterfaceObject>(object.shared_from_this()));
+                cover(object);
+            }
+        });
         for (const InterfaceObject* object : covered) {
             if (auto frame = layout.frames.find(object); frame != layout.frames.end())
                 object->setReportedFrame(frame->second);
+            else
+                object->clearReportedFrame();
         }
         for (const auto& object : objects)
             changes.push_back(

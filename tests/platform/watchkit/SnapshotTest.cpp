@@ -246,12 +246,15 @@ TEST(SnapshotTest, ChangesArriveOncePerTurnWithTheirFinalState) {
     app.loop.runUntilIdle();
     ASSERT_EQ(batches.size(), 1u);
     changes = batches[0]["changes"];
-    ASSERT_EQ(changes.size(), 2u) << changes.dump();
+    ASSERT_EQ(changes.size(), 4u) << "the label, and the button, the box and its label that moved: " << changes.dump();
     EXPECT_EQ(changes[0]["object"]["text"], "two");
     EXPECT_EQ(changes[0]["object"]["hidden"], true);
     EXPECT_FALSE(changes[0]["object"].contains("frame"));
-    EXPECT_EQ(changes[1]["object"]["outlet"], "openButton");
-    EXPECT_EQ(changes[1]["object"]["frame"], frame(0, 0, 312, 40));
+    json moved;
+    for (const auto& change : changes)
+        moved[change["object"].value("outlet", "")] = change["object"].value("frame", json());
+    EXPECT_EQ(moved["openButton"], frame(0, 0, 312, 40));
+    EXPECT_EQ(moved["noteLabel"], frame(0, 44, 312, 20));
 
     // A modal comes whole; an object of a covered screen changes alone; it goes by name.
     batches.clear();
@@ -279,6 +282,38 @@ TEST(SnapshotTest, ChangesArriveOncePerTurnWithTheirFinalState) {
     left->m_titleLabel->setText("unheard");
     app.loop.runUntilIdle();
     EXPECT_EQ(batches.size(), 1u);
+}
+
+TEST(SnapshotTest, ObjectsInsideAHiddenGroupLoseTheirFrameAndGetItBack) {
+    TestApplication app;
+    std::vector<json> batches;
+    app.host->subscribe([&](const json& batch) { batches.push_back(batch); });
+    ASSERT_TRUE(app.host->start().ok());
+    app.loop.runUntilIdle();
+    auto box = app.visible("box");
+    std::string note = app.visibleId("noteLabel");
+    auto recordOf = [&](const std::string& id) {
+        for (const auto& batch : batches) {
+            for (const auto& change : batch["changes"]) {
+                if (change["change"] == "object" && change["object"]["id"] == id)
+                    return change["object"];
+            }
+        }
+        return json();
+    };
+
+    batches.clear();
+    box->setHidden(true);
+    app.loop.runUntilIdle();
+    ASSERT_TRUE(recordOf(note).is_object()) << "the label inside is told it has no frame";
+    EXPECT_FALSE(recordOf(note).contains("frame"));
+    EXPECT_FALSE(findById(app.host->snapshot(), note).contains("frame"));
+
+    batches.clear();
+    box->setHidden(false);
+    app.loop.runUntilIdle();
+    ASSERT_TRUE(recordOf(note).is_object()) << "and gets its frame back, the same as before";
+    EXPECT_EQ(recordOf(note)["frame"], findById(app.host->snapshot(), note)["frame"]);
 }
 
 TEST(SnapshotTest, EventsAndSnapshotsMayBePostedFromAnotherThread) {

@@ -95,7 +95,8 @@ std::string testLayoutText() {
   "controllers": {
     "left": {"class": "PageController", "spacing": 4, "objects": [
       {"kind": "label", "outlet": "titleLabel", "text": "--", "height": 30},
-      {"kind": "button", "outlet": "openButton", "title": "Open", "height": 40, "action": "open"}
+      {"kind": "button", "outlet": "openButton", "title": "Open", "height": 40, "action": "open"},
+      {"kind": "group", "outlet": "box", "objects": [{"kind": "label", "outlet": "noteLabel", "text": "note", "height": 20}]}
     ]},
     "middle": {"like": "left"},
     "right": {"like": "left"},

@@ -12,6 +12,7 @@
 #include "platform/watchkit/Button.h"
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/ExtensionHost.h"
+#include "platform/watchkit/Group.h"
 #include "platform/watchkit/InterfaceController.h"
 #include "platform/watchkit/Label.h"
 #include "platform/watchkit/LayoutLoader.h"
@@ -61,6 +62,8 @@ public:
     template <class Self> static void describeInterface(InterfaceClass<Self>& c) {
         c.outlet("titleLabel", &PageController::m_titleLabel);
         c.outlet("openButton", &PageController::m_openButton);
+        c.outlet("box", &PageController::m_box);
+        c.outlet("noteLabel", &PageController::m_noteLabel);
         c.action("open", &PageController::open);
         c.action("menuPicked", &PageController::menuPicked, ActionUse::Code);
     }
@@ -71,6 +74,8 @@ public:
 
     Outlet<Label> m_titleLabel;
     Outlet<Button> m_openButton;
+    Outlet<Group> m_box;
+    Outlet<Label> m_noteLabel;
     // What a notification action does besides being logged; the test sets it.
     std::function<void(const std::string& identifier)> onAction;
     std::shared_ptr<Thing> m_thing = std::make_shared<Thing>(Thing{"record"});
