@@ -171,7 +171,6 @@ export async function runSoak(options, settings) {
     const warmUp = start + Math.max(10, seconds * 0.25) * 1000;
     const quietEvery = Math.min(15000, Math.max(5000, seconds * 100));
     let baseline = null;
-    let peak = null;
     const samples = [];
     // A disagreement is recorded and the walk goes on, so that a long run still gives its
     // figures; a face that lost its stream or its results ends the run.
@@ -181,11 +180,7 @@ export async function runSoak(options, settings) {
       await sleep(500);
       const now = figuresOf(system);
       samples.push({ at: Math.round((Date.now() - start) / 1000), ...now });
-      if (!baseline && Date.now() >= warmUp) baseline = now;
-      if (baseline) {
-        peak ??= { phone: { ...now.phone }, watch: { ...now.watch } };
-        for (const which of ['phone', 'watch']) peak[which].rssKb = Math.max(peak[which].rssKb, now[which].rssKb);
-      }
+      if (!baseline && Date.now() >= warmUp) baseline = { ...now, index: samples.length - 1 };
       log(`soak: ${samples.at(-1).at} s, ${figures.events} events; phone ${mb(now.phone.rssKb)} ${now.phone.fds} fds ${now.phone.threads} threads; watch ${mb(now.watch.rssKb)} ${now.watch.fds} fds ${now.watch.threads} threads`);
     }
     await closeEverything(walker);
@@ -210,13 +205,22 @@ export async function runSoak(options, settings) {
     figures.stalledPage = stalled.closedAt ? 'dropped by the watch (its unread messages passed the bound)' : 'still connected at the end';
     stalled.socket.destroy();
     figures.clients = faces.length;
+    // The phone's resident size rises and falls by tens of megabytes with the songs its decks
+    // read ahead, so single samples say little: a leak is a peak that keeps rising. The
+    // peak of the first half after warm-up is compared with the peak of the second half.
+    const settled = [...samples.slice(baseline.index ?? 0), last];
+    const half = Math.floor(settled.length / 2);
+    const peakOf = (list, which) => Math.max(...list.map((sample) => sample[which].rssKb));
     for (const which of ['phone', 'watch']) {
       const before = baseline[which];
       const after = last[which];
-      const growth = (after.rssKb - before.rssKb) / before.rssKb;
+      const early = half > 0 ? peakOf(settled.slice(0, half), which) : before.rssKb;
+      const late = half > 0 ? peakOf(settled.slice(half), which) : after.rssKb;
+      figures[`${which}Peaks`] = { earlyKb: early, lateKb: late };
+      const growth = (late - early) / early;
       figures[`${which}Growth`] = growth;
       if (growthLimit === Infinity) figures.growthNote = 'memory growth shown, judged only in runs of 5 minutes or more';
-      if (growth > growthLimit) failures.push(`${which}: resident memory grew ${(growth * 100).toFixed(1)} % after warm-up (${mb(before.rssKb)} to ${mb(after.rssKb)}; allowed ${growthLimit * 100} %)`);
+      if (growth > growthLimit) failures.push(`${which}: resident memory grew ${(growth * 100).toFixed(1)} % after warm-up (peak ${mb(early)} in the first half, ${mb(late)} in the second; allowed ${growthLimit * 100} %)`);
       if (after.fds > before.fds) failures.push(`${which}: open descriptors grew from ${before.fds} to ${after.fds}`);
       if (after.threads > before.threads) failures.push(`${which}: threads grew from ${before.threads} to ${after.threads}`);
     }
@@ -248,7 +252,9 @@ export function printFigures(figures, log = console.log) {
     const b = figures.baseline?.[which];
     const e = figures.end?.[which];
     if (!b || !e) continue;
-    log(`${which}: resident ${mb(b.rssKb)} after warm-up, ${mb(e.rssKb)} at the end (${pct(figures[`${which}Growth`])}); descriptors ${b.fds} -> ${e.fds}; threads ${b.threads} -> ${e.threads}`);
+    const peaks = figures[`${which}Peaks`];
+    const peakText = peaks ? `; peak ${mb(peaks.earlyKb)} in the first half after warm-up, ${mb(peaks.lateKb)} in the second (${pct(figures[`${which}Growth`])})` : '';
+    log(`${which}: resident ${mb(b.rssKb)} after warm-up, ${mb(e.rssKb)} at the end${peakText}; descriptors ${b.fds} -> ${e.fds}; threads ${b.threads} -> ${e.threads}`);
   }
   if (figures.growthNote) log(figures.growthNote);
   log(`a page that never read: ${figures.stalledPage}`);
