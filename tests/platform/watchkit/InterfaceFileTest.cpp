@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cctype>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -133,7 +135,7 @@ void collect(const ObjectLayout& object, std::map<std::string, std::string>& out
         collect(child, outlets, actions, images);
 }
 
-LayoutLoadResult loadInterface() {
+vexo::Expected<InterfaceLayout> loadInterface() {
     static ControllerRegistry none;
     return LayoutLoader::loadFile(InterfaceLayout::defaultPath(), none, MissingClasses::Allow);
 }
@@ -141,9 +143,9 @@ LayoutLoadResult loadInterface() {
 } // namespace
 
 TEST(InterfaceFileTest, NamesEveryOutletActionAndRowTypeOfTheScreens) {
-    LayoutLoadResult loaded = loadInterface();
-    ASSERT_TRUE(loaded.ok()) << loaded.errorText();
-    const InterfaceLayout& layout = *loaded.layout;
+    vexo::Expected<InterfaceLayout> loaded = loadInterface();
+    ASSERT_TRUE(loaded) << loaded.error().message();
+    const InterfaceLayout& layout = *loaded;
     EXPECT_EQ(layout.pages, (std::vector<std::string>{"turntable1", "mixer", "turntable2"}));
     EXPECT_EQ(layout.glance, "glance");
     EXPECT_EQ(layout.notification, "notification");
@@ -180,15 +182,15 @@ TEST(InterfaceFileTest, NamesEveryOutletActionAndRowTypeOfTheScreens) {
         findTables(controller->root);
         EXPECT_EQ(rowTypes, expected.rowTypes) << name;
     }
-    EXPECT_EQ(Names(loaded.missingClasses.begin(), loaded.missingClasses.end()), expectedMissing);
+    EXPECT_EQ(Names(layout.uncheckedClasses.begin(), layout.uncheckedClasses.end()), expectedMissing);
 }
 
 TEST(InterfaceFileTest, UsesOnlyDrawnImagesAndFitsTheFace) {
-    LayoutLoadResult loaded = loadInterface();
-    ASSERT_TRUE(loaded.ok()) << loaded.errorText();
+    vexo::Expected<InterfaceLayout> loaded = loadInterface();
+    ASSERT_TRUE(loaded) << loaded.error().message();
     const auto& drawn = vexo::graphics::AssetCatalog::allNames();
     Names available(drawn.begin(), drawn.end());
-    for (const auto& [name, controller] : loaded.layout->controllers) {
+    for (const auto& [name, controller] : loaded->controllers) {
         std::map<std::string, std::string> outlets;
         Names actions, images;
         collect(controller.root, outlets, actions, images);
@@ -217,8 +219,29 @@ TEST(InterfaceFileTest, UsesOnlyDrawnImagesAndFitsTheFace) {
         for (const ObjectLayout& child : object.children)
             find(child);
     };
-    find(loaded.layout->controller("turntable2")->root);
+    find(loaded->controller("turntable2")->root);
     ASSERT_TRUE(artwork && artwork->animation);
     EXPECT_EQ(artwork->animation->frames.size(), 24u);
     EXPECT_EQ(artwork->animation->frames.back(), "turntable-artwork-animation-23");
+}
+
+TEST(InterfaceFileTest, EveryScreenSliderAndUntitledButtonHasAnAccessibilityLabel) {
+    vexo::Expected<InterfaceLayout> loaded = loadInterface();
+    ASSERT_TRUE(loaded) << loaded.error().message();
+    for (const auto& [name, controller] : loaded->controllers) {
+        if (name != loaded->notification) {
+            EXPECT_TRUE(controller.accessibilityLabel) << name;
+        }
+        // A title of symbols ("‹", "÷2") says nothing to a listener.
+        std::function<void(const ObjectLayout&)> check = [&](const ObjectLayout& object) {
+            const bool worded = object.text && std::any_of(object.text->begin(), object.text->end(),
+                                                           [](unsigned char c) { return std::isalpha(c); });
+            if (object.kind == ObjectKind::Slider || (object.kind == ObjectKind::Button && !worded)) {
+                EXPECT_TRUE(object.accessibilityLabel) << name << " " << object.path;
+            }
+            for (const ObjectLayout& child : object.children)
+                check(child);
+        };
+        check(controller.root);
+    }
 }

@@ -28,11 +28,11 @@ std::map<std::string, json> framesOf(const std::string& objects, double width = 
     ControllerRegistry registry;
     std::string text =
         R"({"format": 1, "pages": ["p"], "controllers": {"p": {"class": "X", "objects": )" + objects + "}}}";
-    LayoutLoadResult loaded = LayoutLoader::parse(text, "t.json", registry, MissingClasses::Allow);
-    EXPECT_TRUE(loaded.ok()) << loaded.errorText();
-    if (!loaded.ok())
+    vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(text, "t.json", registry, MissingClasses::Allow);
+    EXPECT_TRUE(loaded) << loaded.error().message();
+    if (!loaded)
         return {};
-    Screen screen("s", *loaded.layout->controller("p"), ScreenServices{});
+    Screen screen("s", *loaded->controller("p"), ScreenServices{});
     StackLayout::Result layout = StackLayout::layoutScreen(screen, width, height);
     std::map<std::string, json> frames;
     json objectsJson = screen.toJson(layout.frames)["objects"];
@@ -147,6 +147,46 @@ TEST(SnapshotTest, ShowsEveryScreenWithItsObjectsAndState) {
     EXPECT_EQ(slider["steps"], 4);
     EXPECT_EQ(findByOutlet(picker, "toggle")["on"], false);
     EXPECT_EQ(snapshot["glance"], (json{{"visible", false}, {"screen", nullptr}}));
+}
+
+TEST(SnapshotTest, CarriesAccessibilityLabelsAndTheSliderAButtonSteps) {
+    const std::filesystem::path resources = std::filesystem::path(VEXO_SOURCE_DIR) / "resources";
+    const vexo::text::Localization german(resources, "de_DE");
+    const struct {
+        const vexo::text::Localization* localization;
+        const char *screen, *play, *pause;
+    } cases[] = {{nullptr, "Library", "Play", "Pause"}, {&german, "Mediathek", "Abspielen", "Pause"}};
+    for (const auto& c : cases) {
+        CallLog log;
+        vexo::runtime::DeterministicRunLoop loop;
+        ControllerRegistry registry;
+        registerTestClasses(registry, log);
+        vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
+        ASSERT_TRUE(loaded);
+        ExtensionHost::Options options;
+        options.localization = c.localization;
+        ExtensionHost host(loop, registry, std::move(*loaded), std::move(options));
+        ASSERT_TRUE(host.start().ok());
+        auto page = std::dynamic_pointer_cast<PageController>(host.pageController(0));
+        ASSERT_TRUE(page);
+        auto label = [&] { return findByOutlet(host.snapshot()["pages"][0], "openButton")["accessibilityLabel"]; };
+        EXPECT_EQ(host.snapshot()["pages"][0]["accessibilityLabel"], c.screen);
+        EXPECT_EQ(label(), c.play);
+        // The label follows the image shown, back to the plain one for an image without its own.
+        page->m_openButton->setBackgroundImageNamed("pause");
+        EXPECT_EQ(label(), c.pause);
+        page->m_openButton->setBackgroundImageNamed("pause-active");
+        EXPECT_EQ(label(), c.play);
+    }
+
+    TestApplication app;
+    ASSERT_TRUE(app.host->start().ok());
+    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")).ok());
+    const json picker = app.host->snapshot()["modals"][0];
+    EXPECT_EQ(picker["accessibilityLabel"], nullptr);
+    const json& stepper = picker["objects"].back();
+    EXPECT_EQ(stepper["adjusts"], (json{{"slider", findByOutlet(picker, "slider")["id"]}, {"by", 1}}));
+    EXPECT_FALSE(stepper.contains("action"));
 }
 
 TEST(SnapshotTest, JsonEventsAreCheckedAndCarriedOut) {
@@ -374,12 +414,12 @@ TEST(SnapshotTest, TellsThePageTheWatchsLanguageLocaleAndPlatformTexts) {
         vexo::runtime::DeterministicRunLoop loop;
         ControllerRegistry registry;
         registerTestClasses(registry, log);
-        LayoutLoadResult loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
-        ASSERT_TRUE(loaded.ok());
+        vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
+        ASSERT_TRUE(loaded);
         ExtensionHost::Options options;
         options.localization = c.localization;
         options.locale = c.locale;
-        ExtensionHost host(loop, registry, std::move(*loaded.layout), std::move(options));
+        ExtensionHost host(loop, registry, std::move(*loaded), std::move(options));
         EXPECT_EQ(host.snapshot()["locale"], c.expected) << c.locale;
         ASSERT_TRUE(host.start().ok());
         EXPECT_EQ(host.snapshot()["locale"], c.expected) << c.locale << ", started";
