@@ -80,7 +80,8 @@ TEST(InterfaceFileTest, UsesOnlyDrawnImagesAndFitsTheFace) {
 TEST(InterfaceFileTest, EveryScreenSliderAndUntitledButtonHasAnAccessibilityLabel) {
     vexo::Expected<InterfaceLayout> loaded = loadInterface();
     ASSERT_TRUE(loaded) << loaded.error().message();
-    for (const auto& [name, controller] : loaded->controllers) {
+    for (const auto& [identifier, controller] : loaded->controllers) {
+        const std::string& name = identifier; // a lambda below names it; bindings cannot be captured
         if (name != loaded->notification) {
             EXPECT_TRUE(controller.accessibilityLabel) << name;
         }
