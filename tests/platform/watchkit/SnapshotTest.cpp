@@ -168,7 +168,7 @@ TEST(SnapshotTest, AButtonsAccessibilityLabelFollowsItsImageInTheWatchsLanguage)
         auto page = std::dynamic_pointer_cast<PageController>(host.pageController(0));
         EXPECT_EQ(label(), localization ? "Abspielen" : "Play");
         page->m_openButton->setBackgroundImageNamed("pause");
-        EXPECT_EQ(label(), "Pause");
+        EXPECT_EQ(label(), localization ? "Deck 1 anhalten" : "Pause deck 1");
         // An image without a label of its own gives the plain label back.
         page->m_openButton->setBackgroundImageNamed("pause-active");
         EXPECT_EQ(label(), localization ? "Abspielen" : "Play");

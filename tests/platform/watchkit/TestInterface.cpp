@@ -96,7 +96,7 @@ std::string testLayoutText() {
     "left": {"class": "PageController", "spacing": 4, "accessibilityLabel": "Library", "objects": [
       {"kind": "label", "outlet": "titleLabel", "text": "--", "height": 30},
       {"kind": "button", "outlet": "openButton", "title": "Open", "height": 40, "action": "open",
-       "accessibilityLabel": "Play", "accessibilityLabelByImage": {"pause": "Pause"}}
+       "accessibilityLabel": "Play", "accessibilityLabelByImage": {"pause": "Pause deck 1"}}
     ]},
     "middle": {"like": "left"},
     "right": {"like": "left"},
