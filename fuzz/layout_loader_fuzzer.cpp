@@ -1,6 +1,6 @@
 // The interface layout loader on arbitrary text, checked against the test application's
 // classes and against an empty registry that allows every class: a malformed layout yields
-// errors, never a crash, a hang or a layout without an error list.
+// errors, never a crash, a hang or a refusal without a reason.
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -24,9 +24,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::pair<const ControllerRegistry*, MissingClasses> checks[] = {{&registry, MissingClasses::Refuse},
                                                                            {&empty, MissingClasses::Allow}};
     for (const auto& [classes, missing] : checks) {
-        const LayoutLoadResult result = LayoutLoader::parse(text, "fuzz.json", *classes, missing);
-        // A refused layout always says why; an accepted one has nothing to say.
-        if (result.ok() != result.errors.empty())
+        const vexo::Expected<InterfaceLayout> result = LayoutLoader::parse(text, "fuzz.json", *classes, missing);
+        // A refused layout always says why.
+        if (!result && result.error().message().empty())
             __builtin_trap();
     }
     return 0;

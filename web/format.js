@@ -17,12 +17,6 @@ export function imageUrl(image) {
   return '';
 }
 
-// The asset name of an image without its ".png", or ''.
-export function imageName(image) {
-  if (!image || typeof image.name !== 'string') return '';
-  return image.name.endsWith('.png') ? image.name.slice(0, -4) : image.name;
-}
-
 // The seconds a timer shows at `nowSeconds` (seconds since 1970): the distance from its
 // date, frozen at the moment it stopped, and nothing when it never ran.
 export function timerSeconds(timer, nowSeconds) {
@@ -107,61 +101,18 @@ export function base64Length(text) {
   return Math.max(0, Math.floor((clean.length * 3) / 4) - padding);
 }
 
-// What a button says to a screen reader when its title does not: by the action it sends,
-// and for the transport buttons by the image it shows.
-const kActionNames = {
-  previous: 'Previous song',
-  next: 'Next song',
-  skipBackward: 'Skip backward',
-  skipForward: 'Skip forward',
-  showLibrary: 'Library',
-  showQueue: 'Queue',
-  autoLoopDurationHalf: 'Halve the loop length',
-  autoLoopDurationDouble: 'Double the loop length',
-  toggleLooping: 'Loop',
-  fxSelectPrevious: 'Previous effect',
-  fxSelectNext: 'Next effect',
-  toggleFx: 'Effect',
-  toggleFxLowPass: 'Low-pass filter',
-  toggleFxHighPass: 'High-pass filter',
-  showTurntable1: 'Show deck 1',
-  showTurntable2: 'Show deck 2',
-  showLibraryTurntable1: 'Library for deck 1',
-  showLibraryTurntable2: 'Library for deck 2',
-  crossfadeLeft: 'Crossfade toward deck 1',
-  crossfadeMiddle: 'Crossfade to the middle',
-  crossfadeRight: 'Crossfade toward deck 2',
-  sync: 'Sync',
-  back: 'Back',
-  previousTab: 'Previous tab',
-  nextTab: 'Next tab',
-  loadMore: 'Load more',
-  transitionDurationSelectPrevious: 'Shorter transition',
-  transitionDurationSelectNext: 'Longer transition',
-};
-
-const kOutletNames = {
-  volumeDownButton: 'Volume down',
-  volumeUpButton: 'Volume up',
-  artworkButton: 'Artwork: open the library',
-};
-
-// `texts` are the texts of the labels inside the button, in order.
+// What a button says to a screen reader: the layout's accessibility label, followed by what
+// its title and the labels inside it (`texts`, in order) show that the label does not say
+// already ("Loop: 1/4"); its title and labels alone when the layout gives it no label.
 export function buttonName(object, texts = []) {
-  const action = object.action ?? '';
-  const playing = /pause/.test(imageName(object.backgroundImage));
-  const deck = /Turntable([12])$/.exec(action)?.[1];
-  if (action === 'togglePlayback' || action.startsWith('togglePlaybackTurntable')) {
-    return `${playing ? 'Pause' : 'Play'}${deck ? ` deck ${deck}` : ''}`;
-  }
   const title = typeof object.title === 'string' ? object.title.trim() : '';
-  const details = [title, ...texts].filter((t) => t && t !== '--' && /[\p{L}\p{N}]/u.test(t));
-  if (object.segue) return details.length ? `Transitions: ${details.join(' ')}` : 'Transitions';
-  const base = kOutletNames[object.outlet] ?? kActionNames[action] ?? '';
-  if (!base) return details.join(' ') || action || 'Button';
-  // Words the base name says already are not repeated ("Library 1" is "Library for deck 1").
-  const known = new Set(base.toLowerCase().split(/\s+/));
-  const extra = details.filter((t) => !t.toLowerCase().split(/\s+/).every((w) => known.has(w)));
+  // Symbols ("«", "--") say nothing to a listener.
+  const details = [title, ...texts].filter((t) => t && /[\p{L}\p{N}]/u.test(t));
+  const base = typeof object.accessibilityLabel === 'string' ? object.accessibilityLabel : '';
+  if (!base) return details.join(' ') || 'Button';
+  // Words the label says already are not repeated ("Library 1" is "Library for deck 1").
+  const known = new Set(base.toLocaleLowerCase().split(/\s+/));
+  const extra = details.filter((t) => !t.toLocaleLowerCase().split(/\s+/).every((w) => known.has(w)));
   return extra.length ? `${base}: ${extra.join(' ')}` : base;
 }
 

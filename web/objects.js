@@ -128,7 +128,7 @@ export function update(element, object, parentFrame, texts = []) {
         element.removeAttribute('src');
         element.style.visibility = 'hidden';
       }
-      element.alt = object.outlet === 'artworkImage' ? 'Artwork' : '';
+      element.alt = object.accessibilityLabel ?? '';
       element.dataset.image = imageTag(object.image);
       break;
     }
@@ -138,7 +138,7 @@ export function update(element, object, parentFrame, texts = []) {
     case 'switch': {
       element.firstChild.textContent = object.title ?? '';
       element.setAttribute('aria-checked', object.on ? 'true' : 'false');
-      element.setAttribute('aria-label', object.title || 'Switch');
+      element.setAttribute('aria-label', object.accessibilityLabel || object.title || 'Switch');
       element.disabled = object.enabled === false;
       element.style.setProperty('--on-color', cssColor(object.color ?? kSelection) || cssColor(kSelection));
       break;
@@ -163,7 +163,7 @@ function updateSlider(element, object) {
   element.setAttribute('aria-valuemax', String(maximum));
   element.setAttribute('aria-valuenow', String(value));
   element.setAttribute('aria-valuetext', `${Math.round(((value - minimum) / span) * 100)}%`);
-  element.setAttribute('aria-label', object.outlet === 'volumeSlider' ? 'Volume' : 'Slider');
+  element.setAttribute('aria-label', object.accessibilityLabel || 'Slider');
   element.setAttribute('aria-disabled', object.enabled === false ? 'true' : 'false');
   element.style.setProperty('--fill-color', cssColor(object.color ?? kSelection) || cssColor(kSelection));
   const segments = element.firstChild;

@@ -123,14 +123,6 @@ export class WatchState {
     return this.screens.get(this.navigation.visibleScreen);
   }
 
-  // The first object of `screenId` with `outlet` (depth first), or undefined.
-  findByOutlet(screenId, outlet) {
-    for (const [id, owner] of this.owners) {
-      if (owner === screenId && this.objects.get(id)?.outlet === outlet) return this.objects.get(id);
-    }
-    return undefined;
-  }
-
   // The lowest edge of the shown objects of a screen, which may have grown past the
   // screen's contentHeight since it was sent (a table filled later).
   contentHeight(screenId) {

@@ -4,13 +4,9 @@
 import { animationFrame, clockText, imageUrl } from './format.js';
 import { createElement, sliderValueAt, tickTimer, update } from './objects.js';
 
-const kScreenNames = {
-  turntable1: 'Deck 1', turntable2: 'Deck 2', mixer: 'Mixer', library: 'Library',
-  itunesPlaylist: 'Playlist', transitions: 'Transitions', queue: 'Queue', glance: 'Glance',
-};
-
+// What a screen reader calls a screen: the layout's label for it, else its close control's title.
 export function screenName(screen) {
-  return kScreenNames[screen?.controller] ?? screen?.title ?? screen?.controller ?? 'Screen';
+  return screen?.accessibilityLabel || screen?.title || 'Screen';
 }
 
 export class WatchView {
@@ -397,9 +393,9 @@ export class WatchView {
         return this.onEvent({ type: 'selectRow', object: target.dataset.table, row: Number(target.dataset.row) });
       }
       if (target.classList.contains('wk-switch')) return this.onEvent({ type: 'flip', object: id });
-      const object = this.state.object(id);
-      const stepper = this.#stepperOf(object);
-      if (stepper) return this.onEvent({ type: 'slide', object: stepper.slider, step: stepper.step });
+      // A button that adjusts a slider has no action of its own: it steps the slider.
+      const adjusts = this.state.object(id)?.adjusts;
+      if (adjusts?.slider) return this.onEvent({ type: 'slide', object: adjusts.slider, step: adjusts.by });
       this.onEvent({ type: 'tap', object: id });
     });
     screen.addEventListener('keydown', (event) => {
@@ -428,14 +424,5 @@ export class WatchView {
     const box = element.getBoundingClientRect();
     const fraction = box.width > 0 ? (event.clientX - box.left) / box.width : 0;
     this.onEvent({ type: 'slide', object: element.dataset.id, value: sliderValueAt(element, fraction) });
-  }
-
-  // The volume buttons beside a slider have no action of their own: they step the slider.
-  #stepperOf(object) {
-    if (!object || object.action || object.segue) return null;
-    const step = object.outlet === 'volumeDownButton' ? -1 : object.outlet === 'volumeUpButton' ? 1 : 0;
-    if (!step) return null;
-    const slider = this.state.findByOutlet(this.state.owners.get(object.id), 'volumeSlider');
-    return slider ? { slider: slider.id, step } : null;
   }
 }

@@ -182,17 +182,17 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
 
     watchkit::ControllerRegistry registry;
     ui::registerInterfaceClasses(registry);
-    watchkit::LayoutLoadResult layout =
+    Expected<watchkit::InterfaceLayout> layout =
         watchkit::LayoutLoader::loadFile(watchkit::InterfaceLayout::defaultPath(), registry);
-    if (!layout.ok())
-        return fail(1, "the interface layout cannot be used:\n" + layout.errorText());
+    if (!layout)
+        return fail(1, "the interface layout cannot be used:\n" + layout.error().message());
 
     int exitCode = 0;
     {
         watchkit::ExtensionHost::Options hostOptions;
         hostOptions.localization = &text::Localization::main();
         hostOptions.locale = text::LocaleSettings::formattingLocale();
-        watchkit::ExtensionHost host(loop, registry, std::move(*layout.layout), hostOptions);
+        watchkit::ExtensionHost host(loop, registry, std::move(*layout), hostOptions);
 
         // Every status message a receiver of ours processes, as that receiver read it.
         transport::MMWormhole::setDeliveryObserver([&](std::string_view identifier, const plist::Value& message) {

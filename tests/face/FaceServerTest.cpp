@@ -93,9 +93,9 @@ protected:
         std::filesystem::create_symlink("../outside.txt", web / "link.txt");
 
         m_registry.registerClass<PageController>("Page");
-        watchkit::LayoutLoadResult layout = watchkit::LayoutLoader::parse(kLayout, "face-test", m_registry);
-        ASSERT_TRUE(layout.ok()) << layout.errorText();
-        m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*layout.layout));
+        Expected<watchkit::InterfaceLayout> layout = watchkit::LayoutLoader::parse(kLayout, "face-test", m_registry);
+        ASSERT_TRUE(layout) << layout.error().message();
+        m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*layout));
         ASSERT_TRUE(m_host->start().ok());
         m_face = std::make_unique<WatchFace>(m_loop, *m_host, m_log, [](std::string_view name) {
             return name == "dot" ? std::optional<std::vector<std::uint8_t>>(kPng) : std::nullopt;

@@ -59,12 +59,12 @@ protected:
         std::filesystem::create_directories(m_folder);
 
         m_registry.registerClass<LabelController>("Label");
-        watchkit::LayoutLoadResult layout = watchkit::LayoutLoader::parse(
+        Expected<watchkit::InterfaceLayout> layout = watchkit::LayoutLoader::parse(
             R"({"format": 1, "pages": ["only"], "controllers": {"only": {"class": "Label",
                 "objects": [{"kind": "label", "outlet": "label", "text": "hello"}]}}})",
             "network-test", m_registry);
-        ASSERT_TRUE(layout.ok()) << layout.errorText();
-        m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*layout.layout));
+        ASSERT_TRUE(layout) << layout.error().message();
+        m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*layout));
         ASSERT_TRUE(m_host->start().ok());
         m_face = std::make_unique<WatchFace>(m_loop, *m_host, m_log, [](std::string_view) { return std::nullopt; });
         m_server = std::make_unique<FaceServer>(*m_face, FaceServer::Options{0, web},

@@ -48,14 +48,13 @@ protected:
         m_phone = std::make_unique<transport::MMWormhole>(std::string(model::VXAWWormholeApplicationGroupIdentifier),
                                                           std::string(model::kWormholeMessageDirectory), &m_loop);
         registerInterfaceClasses(m_registry);
-        watchkit::LayoutLoadResult loaded =
+        Expected<watchkit::InterfaceLayout> loaded =
             watchkit::LayoutLoader::loadFile(watchkit::InterfaceLayout::defaultPath(), m_registry);
-        ASSERT_TRUE(loaded.ok()) << loaded.errorText();
+        ASSERT_TRUE(loaded) << loaded.error().message();
         watchkit::ExtensionHost::Options options;
         options.clock = [this] { return m_now; };
         options.localization = &text::Localization::main();
-        m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*loaded.layout),
-                                                           std::move(options));
+        m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*loaded), std::move(options));
     }
 
     void TearDown() override {

@@ -18,14 +18,20 @@ using namespace vexo;
 
 namespace {
 
-// The texts and titles anywhere in the layout: objects, row types and controllers' close controls.
+// The texts, titles and accessibility labels anywhere in the layout: objects, row types and
+// controllers (their screens and close controls).
 void collectTexts(const nlohmann::json& node, std::set<std::string>& texts) {
     if (node.is_object()) {
         for (const auto& [key, value] : node.items()) {
-            if ((key == "text" || key == "title") && value.is_string() && !value.get<std::string>().empty())
+            const bool isText = key == "text" || key == "title" || key == "accessibilityLabel";
+            if (isText && value.is_string() && !value.get<std::string>().empty()) {
                 texts.insert(value.get<std::string>());
-            else
+            } else if (key == "accessibilityLabelByImage" && value.is_object()) {
+                for (const auto& [image, label] : value.items())
+                    texts.insert(label.get<std::string>());
+            } else {
                 collectTexts(value, texts);
+            }
         }
     } else if (node.is_array()) {
         for (const auto& element : node)
@@ -60,6 +66,7 @@ TEST(StringTablesTest, EveryLanguageTranslatesTheLayoutAndEveryEnglishText) {
     const std::filesystem::path resources = text::Localization::defaultResourceDirectory();
     const std::set<std::string> texts = layoutTexts();
     ASSERT_TRUE(texts.count("Load More")) << "the layout's texts were found";
+    ASSERT_TRUE(texts.count("Pause deck 1")) << "the layout's accessibility labels were found";
     const std::set<std::string> englishKeys = keysOf(resources / "en.lproj" / "Localizable.strings");
     ASSERT_TRUE(englishKeys.count("Automix On")) << "the English keys were found";
 

@@ -1,5 +1,6 @@
 #include "platform/watchkit/Button.h"
 
+#include "platform/watchkit/Screen.h"
 #include "platform/watchkit/SnapshotFormat.h"
 
 namespace vexo::watchkit {
@@ -54,6 +55,18 @@ void Button::writeState(nlohmann::json& out, const FrameMap&) const {
     out["backgroundImage"] = m_backgroundImage.toJson();
     out["backgroundColor"] = snapshot::color(m_backgroundColor);
     out["enabled"] = m_enabled;
+    if (const std::string* name = m_backgroundImage.name()) {
+        const auto& byImage = layout().accessibilityLabelByImage;
+        if (auto label = byImage.find(*name); label != byImage.end())
+            out["accessibilityLabel"] = snapshot::text(localized(label->second));
+    }
+    if (layout().adjusts) {
+        // Named by identifier, as input events name it; nothing while the screen is gone.
+        std::shared_ptr<InterfaceObject> slider =
+            screen() ? screen()->objectForOutlet(layout().adjusts->slider) : nullptr;
+        if (slider)
+            out["adjusts"] = {{"slider", slider->identifier()}, {"by", layout().adjusts->by}};
+    }
 }
 
 } // namespace vexo::watchkit

@@ -81,14 +81,17 @@ class Localization;
 //
 //   screen = {"id": "page-0" | "modal-<n>" | "glance", "controller": "<layout name>",
 //             "class": "<class>", "role": "page" | "modal" | "glance", "title": s | null,
-//             "active": bool, "context": {...}, "contentHeight": pixels,
+//             "accessibilityLabel": s | null, "active": bool, "context": {...},
+//             "contentHeight": pixels,
 //             "objects": [object, ...], "menu": object}
 //
 //   object = {"id", "kind", "outlet"?, "frame": {"x", "y", "width", "height"}, "hidden",
-//             "action"?, "segue"?, "style"?, the kind's state, "children"?: [object, ...]}
+//             "action"?, "segue"?, "style"?, "accessibilityLabel"?, the kind's state,
+//             "children"?: [object, ...]}
 //     group:  backgroundImage, backgroundColor, animation? {frames, duration, repeatCount,
 //             running, startCount}
-//     button: title, backgroundImage, backgroundColor, enabled
+//     button: title, backgroundImage, backgroundColor, enabled, adjusts? {"slider": id,
+//             "by": steps} (a tap steps that slider instead of sending an action)
 //     label:  text, textColor           image: image
 //     slider: value, minimum, maximum, steps, color, enabled
 //     switch: on, color, title, enabled
@@ -98,6 +101,8 @@ class Localization;
 //   An image is null, {"name": "<asset>"} or {"data": "<id>", "bytes", "type", "width",
 //   "height"}, the bytes being served by imageWithId(); a colour is {"red", "green",
 //   "blue", "alpha"} or null. Frames are pixels from the top left of the screen's content.
+//   Accessibility labels are the layout's, localised; a button's follows its background
+//   image where the layout names one per image.
 //
 // Change batches: {"revision": n, "changes": [record, ...]}, records in this order:
 //   {"change": "navigation", ...the snapshot's started, currentPage, visibleScreen, plus

@@ -15,12 +15,14 @@
 namespace vexo::watchkit {
 
 // One controller of the layout: its name (what presentControllerWithName() takes), its
-// class (what the registry makes), the title shown at its top, and its objects, held by a
-// vertical root group whose spacing and insets the screen uses.
+// class (what the registry makes), the title shown at its top, what a screen reader calls
+// its screen, and its objects, held by a vertical root group whose spacing and insets the
+// screen uses.
 struct ControllerLayout {
     std::string identifier;
     std::string className;
     std::optional<std::string> title;
+    std::optional<std::string> accessibilityLabel;
     ObjectLayout root;
 };
 
@@ -36,6 +38,9 @@ struct InterfaceLayout {
     std::optional<std::string> glance;
     std::optional<std::string> notification;
     std::map<std::string, ControllerLayout, std::less<>> controllers;
+    // Controller and row classes the layout names that the loader's registry does not know
+    // (when it was told to allow them), sorted: their outlets and actions were not checked.
+    std::vector<std::string> uncheckedClasses;
 
     // The controller named `identifier`, or nullptr.
     [[nodiscard]] const ControllerLayout* controller(std::string_view identifier) const;

@@ -46,6 +46,8 @@ nlohmann::json InterfaceObject::toJson(const FrameMap& frames, bool withChildren
         out["segue"] = {{"identifier", m_layout->segue->identifier}, {"destination", m_layout->segue->destination}};
     if (!m_layout->style.empty())
         out["style"] = m_layout->style;
+    if (m_layout->accessibilityLabel)
+        out["accessibilityLabel"] = snapshot::text(localized(*m_layout->accessibilityLabel));
     writeState(out, frames);
     if (!m_children.empty()) {
         nlohmann::json children = nlohmann::json::array();
@@ -114,7 +116,11 @@ bool InterfaceObject::assignImageData(ImageContent& slot, std::optional<std::vec
 std::optional<std::string> InterfaceObject::layoutText() const {
     if (!m_layout->text)
         return std::nullopt;
-    return m_screen ? m_screen->localized(*m_layout->text) : *m_layout->text;
+    return localized(*m_layout->text);
+}
+
+std::string InterfaceObject::localized(const std::string& text) const {
+    return m_screen ? m_screen->localized(text) : text;
 }
 
 } // namespace vexo::watchkit

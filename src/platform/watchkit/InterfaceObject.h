@@ -65,7 +65,7 @@ public:
     [[nodiscard]] const std::vector<std::shared_ptr<InterfaceObject>>& children() const { return m_children; }
 
     // The object's state as JSON: id, kind, outlet, frame (when `frames` has one), hidden,
-    // action, style, then the kind's own state. Children are included whole when
+    // action, style, accessibilityLabel, then the kind's own state. Children are included whole when
     // `withChildren`, otherwise by identifier.
     [[nodiscard]] nlohmann::json toJson(const FrameMap& frames, bool withChildren) const;
 
@@ -95,6 +95,8 @@ protected:
     bool assignImageData(ImageContent& slot, std::optional<std::vector<std::uint8_t>> data);
     // The layout's text for this object, localised when the host localises layout texts.
     [[nodiscard]] std::optional<std::string> layoutText() const;
+    // A text of the layout, localised when the host localises layout texts.
+    [[nodiscard]] std::string localized(const std::string& text) const;
 
     // Adds the kind's own state to `out`.
     virtual void writeState(nlohmann::json& out, const FrameMap& frames) const = 0;

@@ -19,14 +19,23 @@ using nlohmann::json;
 constexpr std::uintmax_t kMaxLayoutBytes = 4u << 20;
 constexpr int kMaxNesting = 32;
 
-const std::set<std::string, std::less<>> kCommonKeys = {
-    "kind", "outlet", "width", "height", "horizontalAlignment", "verticalAlignment", "hidden", "style"};
+const std::set<std::string, std::less<>> kCommonKeys = {"kind",
+                                                        "outlet",
+                                                        "width",
+                                                        "height",
+                                                        "horizontalAlignment",
+                                                        "verticalAlignment",
+                                                        "hidden",
+                                                        "style",
+                                                        "accessibilityLabel"};
 const std::set<std::string, std::less<>> kContainerKeys = {"layout", "spacing", "insets", "objects"};
 
 const std::set<std::string, std::less<>>& keysOf(ObjectKind kind) {
     static const std::map<ObjectKind, std::set<std::string, std::less<>>> keys = {
         {ObjectKind::Group, {"backgroundImage", "backgroundColor", "animation"}},
-        {ObjectKind::Button, {"title", "backgroundImage", "backgroundColor", "enabled", "action", "segue"}},
+        {ObjectKind::Button,
+         {"title", "backgroundImage", "backgroundColor", "enabled", "action", "segue", "adjusts",
+          "accessibilityLabelByImage"}},
         {ObjectKind::Label, {"text", "textColor"}},
         {ObjectKind::Image, {"image"}},
         {ObjectKind::Slider, {"value", "minimum", "maximum", "steps", "color", "enabled", "action"}},
@@ -74,6 +83,7 @@ std::optional<Color> namedColor(std::string_view name) {
 struct Connections {
     std::map<std::string, const ObjectLayout*, std::less<>> outlets;
     std::vector<const ObjectLayout*> actions;
+    std::vector<const ObjectLayout*> adjusters;
 };
 
 class Parser {
@@ -83,22 +93,22 @@ public:
           m_registry(registry),
           m_missing(missing) {}
 
-    LayoutLoadResult run(std::string_view text) {
-        LayoutLoadResult result;
+    Expected<InterfaceLayout> run(std::string_view text) {
         json document;
         try {
             document = json::parse(text, nullptr, true, true);
         } catch (const json::parse_error& error) {
-            m_errors.push_back(m_source + ": not valid JSON: " + error.what());
+            return Error(ErrorKind::InvalidData, m_source + ": not valid JSON: " + error.what());
         }
-        if (m_errors.empty()) {
-            InterfaceLayout layout = readLayout(document);
-            if (m_errors.empty())
-                result.layout = std::move(layout);
+        InterfaceLayout layout = readLayout(document);
+        if (!m_errors.empty()) {
+            std::string message = m_errors.front();
+            for (std::size_t i = 1; i < m_errors.size(); ++i)
+                message += "\n" + m_errors[i];
+            return Error(ErrorKind::InvalidData, std::move(message));
         }
-        result.errors = std::move(m_errors);
-        result.missingClasses.assign(m_missingClasses.begin(), m_missingClasses.end());
-        return result;
+        layout.uncheckedClasses.assign(m_missingClasses.begin(), m_missingClasses.end());
+        return layout;
     }
 
 private:
@@ -305,8 +315,10 @@ private:
             fail(where, "the slider's maximum must be above its minimum");
         layout.action = readString(object, "action", where);
         readSegue(object, layout, where);
-        if (layout.action && layout.segue)
-            fail(where, "a button has an action or a segue, not both");
+        readAdjusts(object, layout, where);
+        if ((layout.action ? 1 : 0) + (layout.segue ? 1 : 0) + (layout.adjusts ? 1 : 0) > 1)
+            fail(where, "a button has one of an action, a segue or a slider it adjusts");
+        readAccessibility(object, layout, where);
         readAnimation(object, layout, where);
         if (layout.kind == ObjectKind::Table)
             readRowTypes(object, layout, where, depth);
@@ -351,6 +363,46 @@ private:
         std::optional<std::string> identifier = readString(*found, "identifier", where + " segue");
         layout.segue = SegueLayout{identifier.value_or(*destination), *destination};
         m_segues.emplace_back(where, *destination);
+    }
+
+    void readAdjusts(const json& object, ObjectLayout& layout, const std::string& where) {
+        auto found = object.find("adjusts");
+        if (found == object.end())
+            return;
+        const std::string here = where + " adjusts";
+        const std::string shape = "must be {\"slider\": outlet, \"by\": steps other than 0}";
+        if (!found->is_object()) {
+            fail(here, shape);
+            return;
+        }
+        checkKeys(*found, {"slider", "by"}, {}, here);
+        std::optional<std::string> slider = readString(*found, "slider", here, true);
+        auto by = found->find("by");
+        // Read as a double: any integer JSON holds converts without overflow.
+        const double steps = by != found->end() && by->is_number_integer() ? by->get<double>() : 0;
+        if (steps == 0 || std::abs(steps) > 1000) {
+            fail(here, shape);
+            return;
+        }
+        if (slider)
+            layout.adjusts = SliderStepLayout{*slider, static_cast<int>(steps)};
+    }
+
+    void readAccessibility(const json& object, ObjectLayout& layout, const std::string& where) {
+        layout.accessibilityLabel = readString(object, "accessibilityLabel", where);
+        auto found = object.find("accessibilityLabelByImage");
+        if (found == object.end())
+            return;
+        if (!found->is_object() || found->empty()) {
+            fail(where, "'accessibilityLabelByImage' must map image names to labels");
+            return;
+        }
+        for (const auto& [image, label] : found->items()) {
+            if (image.empty() || !label.is_string() || label.get_ref<const std::string&>().empty())
+                fail(where, "'accessibilityLabelByImage' must map image names to labels");
+            else
+                layout.accessibilityLabelByImage.emplace(image, label.get<std::string>());
+        }
     }
 
     void readAnimation(const json& object, ObjectLayout& layout, const std::string& where) {
@@ -452,9 +504,10 @@ private:
             fail(where, "must be an object");
             return controller;
         }
-        checkKeys(object, {"class", "title", "spacing", "insets", "objects"}, {}, where);
+        checkKeys(object, {"class", "title", "accessibilityLabel", "spacing", "insets", "objects"}, {}, where);
         controller.className = readString(object, "class", where, true).value_or("");
         controller.title = readText(object, "title", where);
+        controller.accessibilityLabel = readString(object, "accessibilityLabel", where);
         controller.root.kind = ObjectKind::Group;
         controller.root.orientation = Orientation::Vertical;
         controller.root.width = {Dimension::Mode::Fill, 0};
@@ -532,8 +585,20 @@ private:
         }
         if (object.action)
             connections.actions.push_back(&object);
+        if (object.adjusts)
+            connections.adjusters.push_back(&object);
         for (const ObjectLayout& child : object.children)
             collect(child, connections, where);
+    }
+
+    // What the layout alone says of its sliders' buttons, whether or not the class is known.
+    void checkAdjusters(const Connections& connections, const std::string& where) {
+        for (const ObjectLayout* button : connections.adjusters) {
+            const std::string& name = button->adjusts->slider;
+            auto slider = connections.outlets.find(name);
+            if (slider == connections.outlets.end() || slider->second->kind != ObjectKind::Slider)
+                fail(where, "button " + button->path + " adjusts '" + name + "', which is no slider outlet here");
+        }
     }
 
     template <class Base>
@@ -592,6 +657,9 @@ private:
                 Connections connections;
                 collect(rowType.group, connections, here);
                 checkRowTypes(rowType.group.children, here);
+                // A row's sliders are many, one per row: a button could not tell which.
+                for (const ObjectLayout* button : connections.adjusters)
+                    fail(here, "button " + button->path + " in a row type cannot adjust a slider");
                 if (!rowType.className) {
                     if (!connections.outlets.empty() || !connections.actions.empty())
                         fail(here, "a row type with outlets or actions needs a 'class'");
@@ -613,6 +681,7 @@ private:
         Connections connections;
         for (const ObjectLayout& object : controller.root.children)
             collect(object, connections, where);
+        checkAdjusters(connections, where);
         checkRowTypes(controller.root.children, where);
         if (controller.className.empty())
             return;
@@ -636,37 +705,27 @@ private:
 
 } // namespace
 
-std::string LayoutLoadResult::errorText() const {
-    std::string text;
-    for (const std::string& error : errors)
-        text += error + "\n";
-    return text;
-}
-
-LayoutLoadResult LayoutLoader::loadFile(const std::filesystem::path& path, const ControllerRegistry& registry,
-                                        MissingClasses missing) {
+Expected<InterfaceLayout> LayoutLoader::loadFile(const std::filesystem::path& path, const ControllerRegistry& registry,
+                                                 MissingClasses missing) {
     std::error_code error;
     std::uintmax_t size = std::filesystem::file_size(path, error);
-    if (error || size > kMaxLayoutBytes) {
-        LayoutLoadResult result;
-        result.errors.push_back(
-            path.string() + ": " +
-            (error ? "cannot be read: " + error.message() : std::string("is too large for a layout")));
-        return result;
+    if (error) {
+        const ErrorKind kind =
+            error == std::errc::no_such_file_or_directory ? ErrorKind::NotFound : ErrorKind::SystemFailure;
+        return Error(kind, path.string() + ": cannot be read: " + error.message());
     }
+    if (size > kMaxLayoutBytes)
+        return Error(ErrorKind::TooLarge, path.string() + ": is too large for a layout");
     std::ifstream file(path, std::ios::binary);
     std::stringstream text;
     text << file.rdbuf();
-    if (!file) {
-        LayoutLoadResult result;
-        result.errors.push_back(path.string() + ": cannot be read");
-        return result;
-    }
+    if (!file)
+        return Error(ErrorKind::SystemFailure, path.string() + ": cannot be read");
     return parse(text.str(), path.string(), registry, missing);
 }
 
-LayoutLoadResult LayoutLoader::parse(std::string_view text, std::string sourceName, const ControllerRegistry& registry,
-                                     MissingClasses missing) {
+Expected<InterfaceLayout> LayoutLoader::parse(std::string_view text, std::string sourceName,
+                                              const ControllerRegistry& registry, MissingClasses missing) {
     return Parser(std::move(sourceName), registry, missing).run(text);
 }
 

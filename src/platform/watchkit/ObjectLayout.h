@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -56,6 +57,13 @@ struct SegueLayout {
     std::string destination;
 };
 
+// A button with no action of its own that moves a slider of its controller when tapped:
+// `by` of the slider's steps (negative toward the minimum), as the slider's own action would.
+struct SliderStepLayout {
+    std::string slider; // the slider's outlet
+    int by = 1;
+};
+
 struct RowTypeLayout;
 
 struct ObjectLayout {
@@ -66,6 +74,13 @@ struct ObjectLayout {
     std::optional<std::string> outlet;
     std::optional<std::string> action;
     std::optional<SegueLayout> segue;
+    std::optional<SliderStepLayout> adjusts; // buttons
+
+    // What a screen reader calls the object (a text of the string tables). A button whose
+    // meaning follows its background image names it per image asset: the entry of the image
+    // shown wins over `accessibilityLabel`.
+    std::optional<std::string> accessibilityLabel;
+    std::map<std::string, std::string, std::less<>> accessibilityLabelByImage;
 
     Dimension width;
     Dimension height;

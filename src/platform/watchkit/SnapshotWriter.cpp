@@ -62,6 +62,9 @@ nlohmann::json SnapshotWriter::screen(const ScreenView& view, bool markReported)
     // The title of the close control is a layout text like any other.
     out["title"] =
         view.layout->title ? nlohmann::json(view.screen->localized(*view.layout->title)) : nlohmann::json(nullptr);
+    out["accessibilityLabel"] = view.layout->accessibilityLabel
+                                    ? nlohmann::json(view.screen->localized(*view.layout->accessibilityLabel))
+                                    : nlohmann::json(nullptr);
     out["active"] = view.active;
     out["context"] = view.context->describe();
     out["contentHeight"] = layout.contentHeight;

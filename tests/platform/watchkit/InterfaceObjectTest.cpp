@@ -32,8 +32,8 @@ std::vector<std::uint8_t> pngHeader(std::uint32_t width, std::uint32_t height) {
 struct PickerScreen {
     PickerScreen() {
         registerTestClasses(registry, log);
-        loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
-        screen = std::make_unique<Screen>("s", *loaded.layout->controller("picker"),
+        layout = LayoutLoader::parse(testLayoutText(), "test.json", registry).value();
+        screen = std::make_unique<Screen>("s", *layout.controller("picker"),
                                           ScreenServices{nullptr, &images, &registry, {}, nullptr});
     }
     std::shared_ptr<Table> table() const { return std::static_pointer_cast<Table>(screen->objectForOutlet("table")); }
@@ -47,7 +47,7 @@ struct PickerScreen {
     CallLog log;
     ControllerRegistry registry;
     ImageStore images;
-    LayoutLoadResult loaded;
+    InterfaceLayout layout;
     std::unique_ptr<Screen> screen;
 };
 
@@ -253,10 +253,10 @@ TEST(InterfaceObjectTest, AnimationsAndTimersRecordTheirState) {
         {"kind": "group", "animation": {"prefix": "spin-", "count": 3, "duration": 0.5}},
         {"kind": "group"},
         {"kind": "timer"}]}}})";
-    LayoutLoadResult loaded = LayoutLoader::parse(text, "t.json", registry, MissingClasses::Allow);
-    ASSERT_TRUE(loaded.ok()) << loaded.errorText();
+    vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(text, "t.json", registry, MissingClasses::Allow);
+    ASSERT_TRUE(loaded) << loaded.error().message();
     auto now = std::chrono::system_clock::time_point(std::chrono::seconds(100));
-    Screen screen("s", *loaded.layout->controller("p"),
+    Screen screen("s", *loaded->controller("p"),
                   ScreenServices{nullptr, nullptr, nullptr, [&] { return now; }, nullptr});
     auto& animated = static_cast<Group&>(*screen.objects()[0]);
     auto& still = static_cast<Group&>(*screen.objects()[1]);
@@ -293,13 +293,14 @@ TEST(InterfaceObjectTest, LayoutTextsAreLocalisedWhenAsked) {
     CallLog log;
     ControllerRegistry registry;
     registerTestClasses(registry, log);
-    LayoutLoadResult loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
-    ASSERT_TRUE(loaded.ok());
-    const ControllerLayout& picker = *loaded.layout->controller("picker");
+    vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
+    ASSERT_TRUE(loaded);
+    const ControllerLayout& picker = *loaded->controller("picker");
     const vexo::text::Localization* localizations[] = {&german, nullptr};
     for (const vexo::text::Localization* localization : localizations) {
         Screen screen("s", picker, ScreenServices{nullptr, nullptr, &registry, {}, localization});
-        auto done = std::static_pointer_cast<Button>(screen.objects().back());
+        // The last but one: a slider's "+" button follows "Done".
+        auto done = std::static_pointer_cast<Button>(screen.objects().end()[-2]);
         auto toggle = std::static_pointer_cast<Switch>(screen.objectForOutlet("toggle"));
         EXPECT_EQ(done->title(), localization ? "Fertig" : "Done");
         EXPECT_EQ(toggle->title(), localization ? "Laut" : "Loud");

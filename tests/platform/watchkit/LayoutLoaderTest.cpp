@@ -1,6 +1,7 @@
 #include "platform/watchkit/LayoutLoader.h"
 
 #include <fstream>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -9,10 +10,12 @@
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/ExtensionHost.h"
 #include "platform/watchkit/Label.h"
+#include "platform/watchkit/Slider.h"
 #include "platform/watchkit/Table.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::watchkit;
+using vexo::Expected;
 
 namespace {
 
@@ -21,6 +24,7 @@ public:
     template <class Self> static void describeInterface(InterfaceClass<Self>& c) {
         c.outlet("bpmLabel", &DeckController::m_bpmLabel);
         c.outlet("playButton", &DeckController::m_playButton);
+        c.outlet("volumeSlider", &DeckController::m_volumeSlider);
         c.action("togglePlayback", &DeckController::togglePlayback);
         c.action("changeVolume", &DeckController::changeVolume);
         c.action("flip", &DeckController::flip);
@@ -32,6 +36,7 @@ public:
 
     Outlet<Label> m_bpmLabel;
     Outlet<Button> m_playButton;
+    Outlet<Slider> m_volumeSlider;
 };
 
 class NameRow : public RowController {
@@ -45,10 +50,21 @@ public:
 const std::string kValid = R"({"format": 1, "pages": ["deck"], "controllers": {"deck": {"class": "Deck", "objects": [
   {"kind": "label", "outlet": "bpmLabel"},
   {"kind": "button", "outlet": "playButton", "action": "togglePlayback"},
-  {"kind": "slider", "action": "changeVolume"},
+  {"kind": "slider", "outlet": "volumeSlider", "action": "changeVolume"},
   {"kind": "switch", "action": "flip"},
   {"kind": "table", "rowTypes": {"row": {"class": "Row", "objects": [{"kind": "label", "outlet": "nameLabel"}]}}}
 ]}}})";
+
+// The lines of a refusal's message.
+std::vector<std::string> problems(const Expected<InterfaceLayout>& result) {
+    std::vector<std::string> lines;
+    if (result)
+        return lines;
+    std::istringstream message(result.error().message());
+    for (std::string line; std::getline(message, line);)
+        lines.push_back(line);
+    return lines;
+}
 
 // kValid with `from` replaced by `to` (once).
 std::string edited(const std::string& from, const std::string& to) {
@@ -69,8 +85,8 @@ struct Registry : ControllerRegistry {
 
 TEST(LayoutLoaderTest, ErrorsNameTheFileTheControllerAndTheOutlet) {
     Registry registry;
-    LayoutLoadResult valid = LayoutLoader::parse(kValid, "test.json", registry);
-    ASSERT_TRUE(valid.ok()) << valid.errorText();
+    Expected<InterfaceLayout> valid = LayoutLoader::parse(kValid, "test.json", registry);
+    ASSERT_TRUE(valid) << valid.error().message();
 
     const struct {
         const char* what;
@@ -106,8 +122,8 @@ TEST(LayoutLoaderTest, ErrorsNameTheFileTheControllerAndTheOutlet) {
           "label) but missing from the layout"}},
         {"two objects with one outlet",
          edited(
-             R"({"kind": "slider", "action": "changeVolume"})",
-             R"({"kind": "slider", "action": "changeVolume"}, {"kind": "group", "objects": [{"kind": "label", "outlet": "bpmLabel"}]})"),
+             R"({"kind": "switch", "action": "flip"})",
+             R"({"kind": "switch", "action": "flip"}, {"kind": "group", "objects": [{"kind": "label", "outlet": "bpmLabel"}]})"),
          {"test.json: controller 'deck' (Deck): outlet 'bpmLabel' names two objects"}},
         {"an unknown kind and an unknown property",
          edited(R"({"kind": "switch", "action": "flip"})",
@@ -122,6 +138,26 @@ TEST(LayoutLoaderTest, ErrorsNameTheFileTheControllerAndTheOutlet) {
           "test.json: controller 'deck', object bpmLabel: 'hidden' must be true or false",
           "test.json: controller 'deck', object bpmLabel: 'textColor' must be \"#rrggbb\", \"#rrggbbaa\" or one of "
           "white, lightGray, darkGray, black, clear, selection"}},
+        {"accessibility labels of the wrong form",
+         edited(R"("action": "togglePlayback")",
+                R"("action": "togglePlayback", "accessibilityLabel": "", "accessibilityLabelByImage": {"pause": 1})"),
+         {"test.json: controller 'deck', object playButton: 'accessibilityLabel' must be a non-empty string",
+          "test.json: controller 'deck', object playButton: 'accessibilityLabelByImage' must map image names to "
+          "labels"}},
+        {"buttons adjusting what is no slider, by no step, or with an action besides",
+         edited(R"({"kind": "switch", "action": "flip"})",
+                R"({"kind": "switch", "action": "flip"}, {"kind": "button", "adjusts": {"slider": "bpmLabel", "by": 1}},
+                   {"kind": "button", "adjusts": {"slider": "volumeSlider", "by": 0.5}},
+                   {"kind": "button", "action": "togglePlayback", "adjusts": {"slider": "volumeSlider", "by": -1}})"),
+         {"test.json: controller 'deck', object #5 adjusts: must be {\"slider\": outlet, \"by\": steps other than 0}",
+          "test.json: controller 'deck', object #6: a button has one of an action, a segue or a slider it adjusts",
+          "test.json: controller 'deck' (Deck): button #4 adjusts 'bpmLabel', which is no slider outlet here"}},
+        {"a button of a row type adjusting a slider",
+         edited(
+             R"([{"kind": "label", "outlet": "nameLabel"}])",
+             R"([{"kind": "label", "outlet": "nameLabel"}, {"kind": "button", "adjusts": {"slider": "volumeSlider", "by": 1}}])"),
+         {"test.json: controller 'deck' (Deck), row type 'row' (Row): button #4/row/#1 in a row type cannot adjust a "
+          "slider"}},
         {"pages and segues that name no controller",
          edited(R"("pages": ["deck"])", R"("pages": ["deck", "nowhere"])"),
          {"test.json: pages: 'nowhere' is not a controller of the layout"}},
@@ -139,29 +175,30 @@ TEST(LayoutLoaderTest, ErrorsNameTheFileTheControllerAndTheOutlet) {
          {"test.json: 'pages' must list the controller names of the pages, left to right"}},
     };
     for (const auto& testCase : cases) {
-        LayoutLoadResult result = LayoutLoader::parse(testCase.text, "test.json", registry);
-        EXPECT_FALSE(result.ok()) << testCase.what;
+        Expected<InterfaceLayout> result = LayoutLoader::parse(testCase.text, "test.json", registry);
+        ASSERT_FALSE(result) << testCase.what;
+        EXPECT_EQ(result.error().kind(), vexo::ErrorKind::InvalidData);
+        const std::vector<std::string> errors = problems(result);
         for (const std::string& expected : testCase.expected) {
             bool found = false;
-            for (const std::string& error : result.errors)
+            for (const std::string& error : errors)
                 found = found || error.starts_with(expected);
             EXPECT_TRUE(found) << testCase.what << ": no error starting with\n  " << expected << "\namong\n"
-                               << result.errorText();
+                               << result.error().message();
         }
-        EXPECT_EQ(result.errors.size(), testCase.expected.size()) << testCase.what << ":\n" << result.errorText();
+        EXPECT_EQ(errors.size(), testCase.expected.size()) << testCase.what << ":\n" << result.error().message();
     }
 }
 
 TEST(LayoutLoaderTest, UnregisteredClassesAreListedWhenAllowed) {
     ControllerRegistry empty;
-    LayoutLoadResult refused = LayoutLoader::parse(kValid, "test.json", empty);
-    EXPECT_FALSE(refused.ok());
-    EXPECT_EQ(refused.errors.size(), 2u) << refused.errorText();
+    Expected<InterfaceLayout> refused = LayoutLoader::parse(kValid, "test.json", empty);
+    EXPECT_EQ(problems(refused).size(), 2u);
 
-    LayoutLoadResult allowed = LayoutLoader::parse(kValid, "test.json", empty, MissingClasses::Allow);
-    ASSERT_TRUE(allowed.ok()) << allowed.errorText();
-    EXPECT_EQ(allowed.missingClasses, (std::vector<std::string>{"Deck", "Row"}));
-    const ObjectLayout& table = allowed.layout->controller("deck")->root.children.at(4);
+    Expected<InterfaceLayout> allowed = LayoutLoader::parse(kValid, "test.json", empty, MissingClasses::Allow);
+    ASSERT_TRUE(allowed) << allowed.error().message();
+    EXPECT_EQ(allowed->uncheckedClasses, (std::vector<std::string>{"Deck", "Row"}));
+    const ObjectLayout& table = allowed->controller("deck")->root.children.at(4);
     ASSERT_NE(table.rowType("row"), nullptr);
     EXPECT_EQ(table.rowType("row")->className, "Row");
 }
@@ -170,28 +207,33 @@ TEST(LayoutLoaderTest, ReadsDefaultsLikeAndFiles) {
     Registry registry;
     std::string text = R"({"format": 1, "pages": ["one", "two"], "controllers": {
       // Two pages of one design.
-      "one": {"class": "Deck", "spacing": 2, "objects": [
+      "one": {"class": "Deck", "spacing": 2, "accessibilityLabel": "Deck", "objects": [
         {"kind": "label", "outlet": "bpmLabel", "text": "--", "textColor": "#ff800080", "width": {"relative": 0.5}},
-        {"kind": "button", "outlet": "playButton", "action": "togglePlayback", "height": 44, "enabled": false},
-        {"kind": "slider", "action": "changeVolume", "minimum": -1, "maximum": 1, "steps": 4},
+        {"kind": "button", "outlet": "playButton", "action": "togglePlayback", "height": 44, "enabled": false,
+         "accessibilityLabel": "Play", "accessibilityLabelByImage": {"pause": "Pause"}},
+        {"kind": "slider", "outlet": "volumeSlider", "action": "changeVolume", "minimum": -1, "maximum": 1,
+         "steps": 4},
+        {"kind": "button", "adjusts": {"slider": "volumeSlider", "by": -2}},
         {"kind": "switch", "action": "flip", "on": true, "color": "selection"},
         {"kind": "table", "rowTypes": {"row": {"class": "Row", "height": 40, "selectable": false,
           "objects": [{"kind": "label", "outlet": "nameLabel"}]}}}
       ]},
-      "two": {"like": "one", "title": "Second"}
+      "two": {"like": "one", "title": "Second", "accessibilityLabel": "Other deck"}
     }})";
     vexo::testing::TemporaryDirectory directory;
     std::filesystem::path path = directory.path() / "Interface.json";
     std::ofstream(path) << text;
-    LayoutLoadResult result = LayoutLoader::loadFile(path, registry);
-    ASSERT_TRUE(result.ok()) << result.errorText();
-    const InterfaceLayout& layout = *result.layout;
+    Expected<InterfaceLayout> result = LayoutLoader::loadFile(path, registry);
+    ASSERT_TRUE(result) << result.error().message();
+    const InterfaceLayout& layout = *result;
     EXPECT_EQ(layout.source, path.string());
     EXPECT_EQ(layout.pages, (std::vector<std::string>{"one", "two"}));
     EXPECT_EQ(layout.screenWidth, 312);
     const ControllerLayout& two = *layout.controller("two");
     EXPECT_EQ(two.className, "Deck");
     EXPECT_EQ(two.title, "Second");
+    EXPECT_EQ(two.accessibilityLabel, "Other deck");
+    EXPECT_EQ(layout.controller("one")->accessibilityLabel, "Deck");
     EXPECT_EQ(two.root.spacing, 2);
     const ObjectLayout& label = two.root.children.at(0);
     EXPECT_EQ(label.width.mode, Dimension::Mode::Relative);
@@ -199,16 +241,23 @@ TEST(LayoutLoaderTest, ReadsDefaultsLikeAndFiles) {
     EXPECT_EQ(label.height.mode, Dimension::Mode::Fit);
     EXPECT_EQ(label.textColor, (Color{1.0, 128 / 255.0, 0, 128 / 255.0}));
     EXPECT_FALSE(two.root.children.at(1).enabled);
+    EXPECT_EQ(two.root.children.at(1).accessibilityLabel, "Play");
+    EXPECT_EQ(two.root.children.at(1).accessibilityLabelByImage.at("pause"), "Pause");
     EXPECT_EQ(two.root.children.at(2).minimum, -1);
     EXPECT_EQ(two.root.children.at(2).steps, 4);
-    EXPECT_TRUE(two.root.children.at(3).on);
-    EXPECT_EQ(two.root.children.at(3).color, colors::selection());
-    EXPECT_FALSE(two.root.children.at(4).rowType("row")->selectable);
+    ASSERT_TRUE(two.root.children.at(3).adjusts);
+    EXPECT_EQ(two.root.children.at(3).adjusts->slider, "volumeSlider");
+    EXPECT_EQ(two.root.children.at(3).adjusts->by, -2);
+    EXPECT_TRUE(two.root.children.at(4).on);
+    EXPECT_EQ(two.root.children.at(4).color, colors::selection());
+    EXPECT_FALSE(two.root.children.at(5).rowType("row")->selectable);
 
-    LayoutLoadResult missing = LayoutLoader::loadFile(directory.path() / "Missing.json", registry);
-    ASSERT_EQ(missing.errors.size(), 1u);
-    EXPECT_TRUE(missing.errors[0].starts_with((directory.path() / "Missing.json").string() + ": cannot be read"))
-        << missing.errors[0];
+    Expected<InterfaceLayout> missing = LayoutLoader::loadFile(directory.path() / "Missing.json", registry);
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.error().kind(), vexo::ErrorKind::NotFound);
+    EXPECT_TRUE(
+        missing.error().message().starts_with((directory.path() / "Missing.json").string() + ": cannot be read"))
+        << missing.error().message();
 }
 
 namespace {
@@ -248,10 +297,10 @@ TEST(LayoutLoaderTest, SubclassesDeclareTheInterfaceOfTheirBase) {
         "one": {"class": "First", "objects": [{"kind": "button", "action": "press", "objects": [
                   {"kind": "label", "outlet": "numberLabel"}]}]},
         "two": {"like": "one", "class": "Second"}}})";
-    LayoutLoadResult loaded = LayoutLoader::parse(text, "t.json", registry);
-    ASSERT_TRUE(loaded.ok()) << loaded.errorText();
+    Expected<InterfaceLayout> loaded = LayoutLoader::parse(text, "t.json", registry);
+    ASSERT_TRUE(loaded) << loaded.error().message();
     vexo::runtime::DeterministicRunLoop loop;
-    ExtensionHost host(loop, registry, std::move(*loaded.layout));
+    ExtensionHost host(loop, registry, std::move(*loaded));
     ASSERT_TRUE(host.start().ok());
     ASSERT_TRUE(host.tap("page-0.0").ok());
     ASSERT_TRUE(host.swipeToPage(1).ok());

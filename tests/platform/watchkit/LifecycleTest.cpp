@@ -151,10 +151,10 @@ TEST(LifecycleTest, StartIsRefusedWhenAPageCannotBeMade) {
     vexo::runtime::DeterministicRunLoop loop;
     ControllerRegistry registry;
     registerTestClasses(registry, log);
-    LayoutLoadResult loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
-    ASSERT_TRUE(loaded.ok()) << loaded.errorText();
-    loaded.layout->controllers["right"].className = "Ghost";
-    ExtensionHost host(loop, registry, std::move(*loaded.layout));
+    vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
+    ASSERT_TRUE(loaded) << loaded.error().message();
+    loaded->controllers["right"].className = "Ghost";
+    ExtensionHost host(loop, registry, std::move(*loaded));
     EventResult result = host.start();
     EXPECT_FALSE(result.ok());
     EXPECT_NE(result.error().find("class Ghost is not registered"), std::string::npos) << result.error();

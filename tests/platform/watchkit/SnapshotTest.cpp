@@ -28,11 +28,11 @@ std::map<std::string, json> framesOf(const std::string& objects, double width = 
     ControllerRegistry registry;
     std::string text =
         R"({"format": 1, "pages": ["p"], "controllers": {"p": {"class": "X", "objects": )" + objects + "}}}";
-    LayoutLoadResult loaded = LayoutLoader::parse(text, "t.json", registry, MissingClasses::Allow);
-    EXPECT_TRUE(loaded.ok()) << loaded.errorText();
-    if (!loaded.ok())
+    vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(text, "t.json", registry, MissingClasses::Allow);
+    EXPECT_TRUE(loaded) << loaded.error().message();
+    if (!loaded)
         return {};
-    Screen screen("s", *loaded.layout->controller("p"), ScreenServices{});
+    Screen screen("s", *loaded->controller("p"), ScreenServices{});
     StackLayout::Result layout = StackLayout::layoutScreen(screen, width, height);
     std::map<std::string, json> frames;
     json objectsJson = screen.toJson(layout.frames)["objects"];
@@ -127,6 +127,7 @@ TEST(SnapshotTest, ShowsEveryScreenWithItsObjectsAndState) {
                                                       {"text", "left"},
                                                       {"textColor", nullptr}}));
     EXPECT_EQ(findByOutlet(left, "openButton")["action"], "open");
+    EXPECT_EQ(left["accessibilityLabel"], "Library");
     EXPECT_EQ(left["menu"]["items"],
               (json::array({{{"image", {{"name", "automix"}}}, {"title", "Pick"}, {"action", "menuPicked"}}})));
 
@@ -134,6 +135,7 @@ TEST(SnapshotTest, ShowsEveryScreenWithItsObjectsAndState) {
     const json& picker = snapshot["modals"][0];
     EXPECT_EQ(picker["active"], true);
     EXPECT_EQ(picker["title"], "Cancel");
+    EXPECT_EQ(picker["accessibilityLabel"], nullptr);
     EXPECT_EQ(picker["context"]["from"], "left");
     EXPECT_TRUE(picker["context"]["thing"]["$type"].get<std::string>().find("Thing") != std::string::npos);
     json rows = findByOutlet(picker, "table")["rows"];
@@ -145,8 +147,32 @@ TEST(SnapshotTest, ShowsEveryScreenWithItsObjectsAndState) {
     json slider = findByOutlet(picker, "slider");
     EXPECT_EQ(slider["value"], 0.5);
     EXPECT_EQ(slider["steps"], 4);
+    EXPECT_EQ(picker["objects"].back()["adjusts"], (json{{"slider", slider["id"]}, {"by", 1}}));
     EXPECT_EQ(findByOutlet(picker, "toggle")["on"], false);
     EXPECT_EQ(snapshot["glance"], (json{{"visible", false}, {"screen", nullptr}}));
+}
+
+TEST(SnapshotTest, AButtonsAccessibilityLabelFollowsItsImageInTheWatchsLanguage) {
+    const vexo::text::Localization german(std::filesystem::path(VEXO_SOURCE_DIR) / "resources", "de_DE");
+    for (const auto* localization : {static_cast<const vexo::text::Localization*>(nullptr), &german}) {
+        CallLog log;
+        vexo::runtime::DeterministicRunLoop loop;
+        ControllerRegistry registry;
+        registerTestClasses(registry, log);
+        ExtensionHost::Options options;
+        options.localization = localization;
+        ExtensionHost host(loop, registry, LayoutLoader::parse(testLayoutText(), "test.json", registry).value(),
+                           std::move(options));
+        ASSERT_TRUE(host.start().ok());
+        auto label = [&] { return findByOutlet(host.snapshot()["pages"][0], "openButton")["accessibilityLabel"]; };
+        auto page = std::dynamic_pointer_cast<PageController>(host.pageController(0));
+        EXPECT_EQ(label(), localization ? "Abspielen" : "Play");
+        page->m_openButton->setBackgroundImageNamed("pause");
+        EXPECT_EQ(label(), localization ? "Deck 1 anhalten" : "Pause deck 1");
+        // An image without a label of its own gives the plain label back.
+        page->m_openButton->setBackgroundImageNamed("pause-active");
+        EXPECT_EQ(label(), localization ? "Abspielen" : "Play");
+    }
 }
 
 TEST(SnapshotTest, JsonEventsAreCheckedAndCarriedOut) {
@@ -409,12 +435,12 @@ TEST(SnapshotTest, TellsThePageTheWatchsLanguageLocaleAndPlatformTexts) {
         vexo::runtime::DeterministicRunLoop loop;
         ControllerRegistry registry;
         registerTestClasses(registry, log);
-        LayoutLoadResult loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
-        ASSERT_TRUE(loaded.ok());
+        vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
+        ASSERT_TRUE(loaded);
         ExtensionHost::Options options;
         options.localization = c.localization;
         options.locale = c.locale;
-        ExtensionHost host(loop, registry, std::move(*loaded.layout), std::move(options));
+        ExtensionHost host(loop, registry, std::move(*loaded), std::move(options));
         EXPECT_EQ(host.snapshot()["locale"], c.expected) << c.locale;
         ASSERT_TRUE(host.start().ok());
         EXPECT_EQ(host.snapshot()["locale"], c.expected) << c.locale << ", started";

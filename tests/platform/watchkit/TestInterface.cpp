@@ -93,9 +93,10 @@ std::string testLayoutText() {
   "pages": ["left", "middle", "right"],
   "glance": "glance",
   "controllers": {
-    "left": {"class": "PageController", "spacing": 4, "objects": [
+    "left": {"class": "PageController", "spacing": 4, "accessibilityLabel": "Library", "objects": [
       {"kind": "label", "outlet": "titleLabel", "text": "--", "height": 30},
-      {"kind": "button", "outlet": "openButton", "title": "Open", "height": 40, "action": "open"},
+      {"kind": "button", "outlet": "openButton", "title": "Open", "height": 40, "action": "open",
+       "accessibilityLabel": "Play", "accessibilityLabelByImage": {"pause": "Pause deck 1"}},
       {"kind": "group", "outlet": "box", "objects": [{"kind": "label", "outlet": "noteLabel", "text": "note", "height": 20}]}
     ]},
     "middle": {"like": "left"},
@@ -111,7 +112,8 @@ std::string testLayoutText() {
       }},
       {"kind": "slider", "outlet": "slider", "minimum": 0, "maximum": 1, "steps": 4, "value": 0.5, "action": "slide"},
       {"kind": "switch", "outlet": "toggle", "title": "Loud", "action": "toggle"},
-      {"kind": "button", "title": "Done", "height": 40, "action": "done"}
+      {"kind": "button", "title": "Done", "height": 40, "action": "done"},
+      {"kind": "button", "title": "+", "height": 40, "adjusts": {"slider": "slider", "by": 1}}
     ]},
     "detail": {"class": "DetailController", "objects": [
       {"kind": "label", "outlet": "nameLabel"},
@@ -143,12 +145,12 @@ void registerTestClasses(ControllerRegistry& registry, CallLog& log) {
 
 TestApplication::TestApplication() {
     registerTestClasses(registry, log);
-    LayoutLoadResult loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
-    if (!loaded.ok())
-        throw std::logic_error("the test layout does not load:\n" + loaded.errorText());
+    Expected<InterfaceLayout> loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
+    if (!loaded)
+        throw std::logic_error("the test layout does not load:\n" + loaded.error().message());
     ExtensionHost::Options options;
     options.clock = [] { return std::chrono::system_clock::time_point(std::chrono::seconds(1'700'000'000)); };
-    host = std::make_unique<ExtensionHost>(loop, registry, std::move(*loaded.layout), std::move(options));
+    host = std::make_unique<ExtensionHost>(loop, registry, std::move(*loaded), std::move(options));
 }
 
 TestApplication::~TestApplication() = default;

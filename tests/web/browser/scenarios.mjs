@@ -103,6 +103,23 @@ const scenarios = [
     await face.shot('crossfader-middle');
   }],
 
+  ['the volume buttons step the volume slider', async ({ face }) => {
+    await face.showPage(1);
+    const slider = outlet('mixer', 'volumeSlider');
+    const button = (name) => `section[data-controller="mixer"] .wk-button[aria-label="${name}"]`;
+    const reaches = (compare, target) => face.wait(([s, c, t]) => {
+      const now = Number(document.querySelector(s)?.getAttribute('aria-valuenow'));
+      return c === 'below' ? now < t - 1e-4 : Math.abs(now - t) < 1e-4;
+    }, [slider, compare, target]);
+    assert.equal(await face.page.getAttribute(slider, 'aria-label'), 'Volume');
+    const start = Number(await face.page.getAttribute(slider, 'aria-valuenow'));
+    await face.page.click(button('Volume down'));
+    await reaches('below', start);
+    await face.shot('volume-down');
+    await face.page.click(button('Volume up'));
+    await reaches('at', start);
+  }],
+
   ['the transitions switch shows and hides the list', async ({ face, programs }) => {
     await face.showPage(1);
     await face.page.click('section[data-controller="mixer"] .wk-button[aria-label^="Transitions"]');

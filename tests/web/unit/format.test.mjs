@@ -69,21 +69,17 @@ test('protocol-log contents show data by its length', () => {
   assert.equal(base64Length('AAEC'), 3);
 });
 
-test('every button has a name, from its title, labels, action or image', () => {
+test('every button has a name, from its accessibility label, title and labels', () => {
   const rows = [
-    [{ action: 'togglePlayback', backgroundImage: { name: 'turntable-play' } }, [], 'Play'],
-    [{ action: 'togglePlayback', backgroundImage: { name: 'turntable-pause-active' } }, [], 'Pause'],
-    [{ action: 'togglePlaybackTurntable2', backgroundImage: { name: 'turntable-pause-active.png' } }, [], 'Pause deck 2'],
-    [{ action: 'showLibrary', title: 'Library' }, [], 'Library'],
-    [{ action: 'showLibraryTurntable1', title: 'Library 1' }, [], 'Library for deck 1'],
-    [{ action: 'toggleLooping', title: '1/4' }, [], 'Loop: 1/4'],
-    [{ action: 'toggleFx' }, ['FX', '--'], 'Effect: FX'],
-    [{ action: 'skipBackward', title: '«' }, [], 'Skip backward'],
-    [{ segue: { identifier: 'showTransitions' } }, ['Manual'], 'Transitions: Manual'],
-    [{ outlet: 'volumeUpButton', title: '+' }, [], 'Volume up'],
-    [{ action: 'sync' }, ['SYNC'], 'Sync'],
-    [{ title: 'Something' }, [], 'Something'],
-    [{}, [], 'Button'],
+    [{ accessibilityLabel: 'Library', title: 'Library' }, [], 'Library'],
+    [{ accessibilityLabel: 'Library for deck 1', title: 'Library 1' }, [], 'Library for deck 1'],
+    [{ accessibilityLabel: 'Mediathek für Deck 1', title: 'Mediathek 1' }, [], 'Mediathek für Deck 1'],
+    [{ accessibilityLabel: 'Loop', title: '1/4' }, [], 'Loop: 1/4'],
+    [{ accessibilityLabel: 'Effect' }, ['Echo', '--'], 'Effect: Echo'],
+    [{ accessibilityLabel: 'Skip backward', title: '«' }, [], 'Skip backward'],
+    [{ accessibilityLabel: 'Sync' }, ['SYNC'], 'Sync'],
+    [{ title: 'Something' }, ['else'], 'Something else'],
+    [{ title: '‹' }, [], 'Button'],
   ];
   for (const [object, texts, expected] of rows) assert.equal(buttonName(object, texts), expected);
 });
