@@ -11,16 +11,16 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace vexo::plist;
-    const auto result = KeyedUnarchiver::unarchive(std::span(data, size));
-    if (!result.ok())
+    const auto root = KeyedUnarchiver::unarchive(std::span(data, size));
+    if (!root)
         return 0;
-    const auto archived = KeyedArchiver::archivedData(result.root);
+    const auto archived = KeyedArchiver::archivedData(*root);
     if (!archived)
         return 0;
     const auto back = KeyedUnarchiver::unarchive(*archived);
-    if (!back.ok())
+    if (!back)
         std::abort();
-    if (KeyedArchiver::archivedData(back.root) != archived)
+    if (KeyedArchiver::archivedData(*back) != archived)
         std::abort();
     return 0;
 }

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 
 #include "platform/plist/BinaryPropertyList.h"
 #include "platform/plist/KeyedUnarchiver.h"
@@ -12,15 +11,13 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::span<const std::uint8_t> bytes(data, size);
-    std::string error;
-    const auto binary = vexo::plist::XmlPropertyList::toBinary(bytes, error);
+    const auto binary = vexo::plist::XmlPropertyList::toBinary(bytes);
     if (binary) {
-        std::string openError;
-        const auto list = vexo::plist::BinaryPropertyList::open(*binary, openError);
+        const auto list = vexo::plist::BinaryPropertyList::open(*binary);
         // Our own writer's output that our own reader refuses is a bug in one of them.
         if (!list || !list->object(list->topObject()))
             __builtin_trap();
-    } else if (error.empty()) {
+    } else if (binary.error().message().empty()) {
         __builtin_trap();
     }
     static_cast<void>(vexo::plist::KeyedUnarchiver::unarchive(bytes));

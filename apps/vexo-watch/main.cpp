@@ -210,8 +210,8 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
             exitCode = fail(1, networkError);
         } else if (std::optional<std::string> error = server.start()) {
             exitCode = fail(1, *error);
-        } else if (watchkit::EventResult started = host.start(); !started.ok()) {
-            exitCode = fail(1, "the watch application did not start: " + started.error());
+        } else if (watchkit::EventResult started = host.start(); !started) {
+            exitCode = fail(1, "the watch application did not start: " + started.error().message());
         } else {
             notifications = std::make_unique<ipc::LocalNotificationReceiver>(
                 *container, loop, [&](const ipc::LocalNotification& notification) {

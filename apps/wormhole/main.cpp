@@ -93,10 +93,9 @@ int write(const Options& options, const std::string& identifier, const std::stri
     const auto document = nlohmann::json::parse(json, nullptr, false);
     if (document.is_discarded())
         return fail("not valid JSON: " + json.substr(0, 80), kUsage);
-    std::string error;
-    const auto message = plist::json::fromJson(document, error);
+    const auto message = plist::json::fromJson(document);
     if (!message)
-        return fail(error, kUsage);
+        return fail(message.error().message(), kUsage);
 
     Session session(options);
     session.wormhole.passMessageObject(*message, identifier);
@@ -169,10 +168,10 @@ int dump(const std::string& file) {
     const auto bytes = ipc::FileManager().contentsAtPath(file);
     if (!bytes)
         return fail("cannot read " + file);
-    const auto result = plist::KeyedUnarchiver::unarchive(*bytes);
-    if (!result.ok())
-        return fail(file + ": " + result.error);
-    std::cout << plist::json::toJson(result.root).dump(2) << "\n";
+    const auto root = plist::KeyedUnarchiver::unarchive(*bytes);
+    if (!root)
+        return fail(root.error().withContext(file).message());
+    std::cout << plist::json::toJson(*root).dump(2) << "\n";
     return kSuccess;
 }
 

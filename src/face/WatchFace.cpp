@@ -15,9 +15,9 @@ namespace {
 constexpr std::string_view kComponent = "face";
 
 int statusOf(const watchkit::EventResult& result) {
-    if (result.ok())
+    if (result)
         return 200;
-    return result.isMalformed() ? 400 : 409;
+    return result.error().kind() == ErrorKind::InvalidData ? 400 : 409;
 }
 
 } // namespace
@@ -91,7 +91,7 @@ void WatchFace::postEvent(nlohmann::json event, std::function<void(Outcome)> don
 void WatchFace::postUnreadable(std::string reason, std::function<void(Outcome)> done) {
     m_loop.post([alive = std::weak_ptr<WatchFace*>(m_alive), reason = std::move(reason), done = std::move(done)] {
         if (alive.lock())
-            done({400, watchkit::EventResult::malformed(reason).toJson()});
+            done({400, watchkit::toJson(watchkit::eventMalformed(reason))});
     });
 }
 
@@ -123,9 +123,9 @@ std::optional<std::vector<std::uint8_t>> WatchFace::assetNamed(std::string_view 
 
 WatchFace::Outcome WatchFace::handleEvent(const nlohmann::json& event) {
     nlohmann::json id;
-    watchkit::EventResult result = watchkit::EventResult::success();
+    watchkit::EventResult result;
     if (!event.is_object()) {
-        result = watchkit::EventResult::malformed("event: an event is a JSON object with a \"type\"");
+        result = watchkit::eventMalformed("event: an event is a JSON object with a \"type\"");
     } else {
         nlohmann::json hostEvent = event;
         if (auto found = hostEvent.find("id"); found != hostEvent.end()) {
@@ -140,7 +140,7 @@ WatchFace::Outcome WatchFace::handleEvent(const nlohmann::json& event) {
         else
             result = m_host.handleEvent(hostEvent);
     }
-    nlohmann::json body = result.toJson();
+    nlohmann::json body = watchkit::toJson(result);
     if (!id.is_null())
         body["id"] = id;
     return {statusOf(result), std::move(body)};
@@ -150,27 +150,26 @@ watchkit::EventResult WatchFace::handleFaceEvent(const std::string& type, const 
     bool isAction = type == "notificationAction";
     for (const auto& [key, value] : event.items()) {
         if (key != "type" && key != "notification" && !(isAction && key == "identifier"))
-            return watchkit::EventResult::malformed(type + ": unknown field '" + key + "'");
+            return watchkit::eventMalformed(type + ": unknown field '" + key + "'");
     }
     const nlohmann::json& notification = event["notification"];
     if (!notification.is_string())
-        return watchkit::EventResult::malformed(type + ": needs \"notification\" as a string");
+        return watchkit::eventMalformed(type + ": needs \"notification\" as a string");
     if (isAction && (!event.contains("identifier") || !event["identifier"].is_string()))
-        return watchkit::EventResult::malformed(type + ": needs \"identifier\" as a string");
+        return watchkit::eventMalformed(type + ": needs \"identifier\" as a string");
     auto position = std::find_if(m_notifications.begin(), m_notifications.end(), [&](const OpenNotification& open) {
         return open.id == notification.get<std::string>();
     });
     if (position == m_notifications.end())
-        return watchkit::EventResult::failure(type + ": no open notification '" + notification.get<std::string>() +
-                                              "'");
+        return watchkit::eventRefused(type + ": no open notification '" + notification.get<std::string>() + "'");
     if (!isAction) {
         closeNotification(position);
-        return watchkit::EventResult::success();
+        return watchkit::EventResult();
     }
     std::string identifier = event["identifier"].get<std::string>();
     if (std::find(position->actions.begin(), position->actions.end(), identifier) == position->actions.end())
-        return watchkit::EventResult::failure(type + ": notification '" + position->id + "' has no action '" +
-                                              identifier + "'");
+        return watchkit::eventRefused(type + ": notification '" + position->id + "' has no action '" + identifier +
+                                      "'");
     plist::Value userInfo = position->userInfo;
     closeNotification(position);
     return m_host.deliverNotificationAction(identifier, std::move(userInfo));

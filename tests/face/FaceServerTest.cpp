@@ -96,7 +96,7 @@ protected:
         Expected<watchkit::InterfaceLayout> layout = watchkit::LayoutLoader::parse(kLayout, "face-test", m_registry);
         ASSERT_TRUE(layout) << layout.error().message();
         m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*layout));
-        ASSERT_TRUE(m_host->start().ok());
+        ASSERT_TRUE(m_host->start());
         m_face = std::make_unique<WatchFace>(m_loop, *m_host, m_log, [](std::string_view name) {
             return name == "dot" ? std::optional<std::vector<std::uint8_t>>(kPng) : std::nullopt;
         });

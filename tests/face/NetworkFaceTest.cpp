@@ -65,7 +65,7 @@ protected:
             "network-test", m_registry);
         ASSERT_TRUE(layout) << layout.error().message();
         m_host = std::make_unique<watchkit::ExtensionHost>(m_loop, m_registry, std::move(*layout));
-        ASSERT_TRUE(m_host->start().ok());
+        ASSERT_TRUE(m_host->start());
         m_face = std::make_unique<WatchFace>(m_loop, *m_host, m_log, [](std::string_view) { return std::nullopt; });
         m_server = std::make_unique<FaceServer>(*m_face, FaceServer::Options{0, web},
                                                 FaceServer::NetworkOptions{kAddress, kAddress, 0, m_folder, {}});

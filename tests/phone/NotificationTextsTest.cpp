@@ -54,10 +54,9 @@ TEST(NotificationTextsTest, NotificationsSpeakTheLanguageTheyAreGiven) {
 // Every language has every English text, and keeps the deck number's field where the
 // English text has one.
 TEST(NotificationTextsTest, EveryLanguageTranslatesEveryNotificationText) {
-    std::string error;
-    const auto english = text::StringTable::load(
-        kResources / "en.lproj" / (std::string(Engine::kNotificationTable) + ".strings"), &error);
-    ASSERT_TRUE(english) << error;
+    const auto english =
+        text::StringTable::load(kResources / "en.lproj" / (std::string(Engine::kNotificationTable) + ".strings"));
+    ASSERT_TRUE(english) << english.error().message();
     std::set<std::string> keys;
     std::ifstream file(kResources / "en.lproj" / (std::string(Engine::kNotificationTable) + ".strings"));
     const std::regex entry(R"re(^"([^"\\]*)"\s*=)re");
@@ -73,8 +72,8 @@ TEST(NotificationTextsTest, EveryLanguageTranslatesEveryNotificationText) {
             continue;
         ++languages;
         const auto table =
-            text::StringTable::load(folder.path() / (std::string(Engine::kNotificationTable) + ".strings"), &error);
-        ASSERT_TRUE(table) << folder.path() << ": " << error;
+            text::StringTable::load(folder.path() / (std::string(Engine::kNotificationTable) + ".strings"));
+        ASSERT_TRUE(table) << folder.path() << ": " << table.error().message();
         for (const std::string& key : keys) {
             const std::string* value = table->find(key);
             ASSERT_TRUE(value) << folder.path().filename() << " lacks \"" << key << "\"";

@@ -87,7 +87,7 @@ protected:
 
     // Starts the host (the pages are made in the layout's order) and settles the loop.
     void start() {
-        ASSERT_TRUE(m_host->start().ok());
+        ASSERT_TRUE(m_host->start());
         m_loop.runUntilIdle();
     }
 
@@ -106,7 +106,7 @@ protected:
 
     // Runs an input event and settles the loop; the event must be accepted.
     void expectOk(const watchkit::EventResult& result) {
-        EXPECT_TRUE(result.ok()) << result.error();
+        EXPECT_TRUE(result) << result.error().message();
         m_loop.runUntilIdle();
     }
 

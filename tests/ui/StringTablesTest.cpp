@@ -75,9 +75,8 @@ TEST(StringTablesTest, EveryLanguageTranslatesTheLayoutAndEveryEnglishText) {
         if (folder.path().extension() != ".lproj")
             continue;
         ++languages;
-        std::string error;
-        const auto table = text::StringTable::load(folder.path() / "Localizable.strings", &error);
-        ASSERT_TRUE(table) << folder.path() << ": " << error;
+        const auto table = text::StringTable::load(folder.path() / "Localizable.strings");
+        ASSERT_TRUE(table) << folder.path() << ": " << table.error().message();
         for (const std::string& key : texts)
             EXPECT_TRUE(table->find(key)) << folder.path().filename() << " lacks the layout's \"" << key << "\"";
         for (const std::string& key : englishKeys)

@@ -123,7 +123,7 @@ TEST_F(TransitionsScreenTest, SelectingARowSendsItsTypeAndTheHeadingIsNotARow) {
     EXPECT_EQ(takeSent(), std::vector<Value>{mixerAction(10, Dictionary{{"transitionType", Value("Echo")}})});
     EXPECT_EQ(rows()[1].second, true) << "the highlight waits for the phone";
 
-    EXPECT_FALSE(m_host->selectRow(visibleId("table"), 0).ok()) << "the heading is not selectable";
+    EXPECT_FALSE(m_host->selectRow(visibleId("table"), 0)) << "the heading is not selectable";
     const auto controller = std::dynamic_pointer_cast<VXAWTransitionsInterfaceController>(m_host->visibleController());
     ASSERT_TRUE(controller);
     auto table = std::dynamic_pointer_cast<watchkit::Table>(m_host->object(visibleId("table")));

@@ -187,14 +187,14 @@ void DatagramReceiver::receive(const std::shared_ptr<State>& state) {
                        "dropped a datagram larger than " + std::to_string(endpoint.maximumMessageSize) + " bytes");
             continue;
         }
-        const plist::KeyedUnarchiver::Result decoded = plist::KeyedUnarchiver::unarchive(
+        const Expected<plist::Value> decoded = plist::KeyedUnarchiver::unarchive(
             std::span<const std::uint8_t>(state->buffer.data(), static_cast<std::size_t>(length)));
-        if (!decoded.ok()) {
-            log::debug(logComponent, "dropped a datagram that is no keyed archive: " + decoded.error);
+        if (!decoded) {
+            log::debug(logComponent, "dropped a datagram that is no keyed archive: " + decoded.error().message());
             continue;
         }
         if (state->callback)
-            state->callback(decoded.root);
+            state->callback(*decoded);
     }
 }
 

@@ -36,15 +36,11 @@ BinaryPropertyList::BinaryPropertyList(std::span<const std::uint8_t> bytes, unsi
       m_topObject(topObject),
       m_offsetTableOffset(offsetTableOffset) {}
 
-std::optional<BinaryPropertyList> BinaryPropertyList::open(std::span<const std::uint8_t> bytes, std::string& error) {
-    if (!hasSignature(bytes)) {
-        error = "not a binary property list";
-        return std::nullopt;
-    }
-    if (bytes.size() < kHeaderSize + 1 + kTrailerSize) {
-        error = "binary property list too short";
-        return std::nullopt;
-    }
+Expected<BinaryPropertyList> BinaryPropertyList::open(std::span<const std::uint8_t> bytes) {
+    if (!hasSignature(bytes))
+        return Error(ErrorKind::InvalidData, "not a binary property list");
+    if (bytes.size() < kHeaderSize + 1 + kTrailerSize)
+        return Error(ErrorKind::InvalidData, "binary property list too short");
     const std::uint8_t* trailer = bytes.data() + bytes.size() - kTrailerSize;
     const unsigned offsetSize = trailer[6];
     const unsigned referenceSize = trailer[7];
@@ -53,25 +49,16 @@ std::optional<BinaryPropertyList> BinaryPropertyList::open(std::span<const std::
     const std::uint64_t tableOffset = readBigEndian(trailer + 24, 8);
     const std::uint64_t tableEnd = bytes.size() - kTrailerSize;
 
-    if (offsetSize < 1 || offsetSize > 8 || referenceSize < 1 || referenceSize > 8) {
-        error = "binary property list has invalid integer sizes in its trailer";
-        return std::nullopt;
-    }
-    if (objectCount == 0 || topObject >= objectCount) {
-        error = "binary property list has no top object";
-        return std::nullopt;
-    }
+    if (offsetSize < 1 || offsetSize > 8 || referenceSize < 1 || referenceSize > 8)
+        return Error(ErrorKind::InvalidData, "binary property list has invalid integer sizes in its trailer");
+    if (objectCount == 0 || topObject >= objectCount)
+        return Error(ErrorKind::InvalidData, "binary property list has no top object");
     // The offset table lies between the objects and the trailer; checking its extent bounds
     // the object count by the input size.
-    if (tableOffset < kHeaderSize + 1 || tableOffset > tableEnd ||
-        objectCount > (tableEnd - tableOffset) / offsetSize) {
-        error = "binary property list offset table does not fit the file";
-        return std::nullopt;
-    }
-    if (referenceSize < 8 && (objectCount - 1) >> (8 * referenceSize) != 0) {
-        error = "binary property list references are too narrow for its object count";
-        return std::nullopt;
-    }
+    if (tableOffset < kHeaderSize + 1 || tableOffset > tableEnd || objectCount > (tableEnd - tableOffset) / offsetSize)
+        return Error(ErrorKind::InvalidData, "binary property list offset table does not fit the file");
+    if (referenceSize < 8 && (objectCount - 1) >> (8 * referenceSize) != 0)
+        return Error(ErrorKind::InvalidData, "binary property list references are too narrow for its object count");
     return BinaryPropertyList(bytes, offsetSize, referenceSize, objectCount, topObject, tableOffset);
 }
 

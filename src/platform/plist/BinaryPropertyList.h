@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/base/Expected.h"
 #include "platform/plist/Value.h"
 
 // A read-only view of a binary property list ("bplist00"), the container format of keyed
@@ -60,9 +61,9 @@ public:
     // True when `bytes` start with the binary property list signature.
     static bool hasSignature(std::span<const std::uint8_t> bytes);
 
-    // Checks the header and trailer. Nothing (with the reason in `error`) when they are
-    // inconsistent with the size of `bytes`.
-    static std::optional<BinaryPropertyList> open(std::span<const std::uint8_t> bytes, std::string& error);
+    // Checks the header and trailer. An InvalidData error when they are inconsistent with the
+    // size of `bytes`.
+    static Expected<BinaryPropertyList> open(std::span<const std::uint8_t> bytes);
 
     std::uint64_t objectCount() const { return m_objectCount; }
     std::uint64_t topObject() const { return m_topObject; }

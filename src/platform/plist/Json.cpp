@@ -16,11 +16,9 @@ bool isTagged(const nlohmann::json& object, const char* tag) {
     return object.size() == 1 && object.contains(tag);
 }
 
-std::optional<Value> convert(const nlohmann::json& json, std::size_t depth, std::string& error) {
-    if (depth > archive::kMaxNestingDepth) {
-        error = "JSON nests deeper than " + std::to_string(archive::kMaxNestingDepth);
-        return std::nullopt;
-    }
+Expected<Value> convert(const nlohmann::json& json, std::size_t depth) {
+    if (depth > archive::kMaxNestingDepth)
+        return Error(ErrorKind::TooLarge, "JSON nests deeper than " + std::to_string(archive::kMaxNestingDepth));
     switch (json.type()) {
     case nlohmann::json::value_t::null:
     case nlohmann::json::value_t::discarded:
@@ -43,9 +41,9 @@ std::optional<Value> convert(const nlohmann::json& json, std::size_t depth, std:
         Array array;
         array.reserve(json.size());
         for (const auto& element : json) {
-            auto value = convert(element, depth + 1, error);
+            auto value = convert(element, depth + 1);
             if (!value)
-                return std::nullopt;
+                return std::move(value).error();
             array.push_back(std::move(*value));
         }
         return Value(std::move(array));
@@ -57,18 +55,14 @@ std::optional<Value> convert(const nlohmann::json& json, std::size_t depth, std:
     if (isTagged(json, kDataKey)) {
         const auto& text = json[kDataKey];
         auto bytes = text.is_string() ? base64::decode(text.get<std::string>()) : std::nullopt;
-        if (!bytes) {
-            error = "\"$data\" must hold base64 text";
-            return std::nullopt;
-        }
+        if (!bytes)
+            return Error(ErrorKind::InvalidData, "\"$data\" must hold base64 text");
         return Value(std::move(*bytes));
     }
     if (isTagged(json, kDateKey)) {
         const auto& seconds = json[kDateKey];
-        if (!seconds.is_number()) {
-            error = "\"$date\" must hold seconds since 2001-01-01";
-            return std::nullopt;
-        }
+        if (!seconds.is_number())
+            return Error(ErrorKind::InvalidData, "\"$date\" must hold seconds since 2001-01-01");
         return Value(Date{seconds.get<double>()});
     }
     if (isTagged(json, kClassKey) && json[kClassKey].is_string())
@@ -76,9 +70,9 @@ std::optional<Value> convert(const nlohmann::json& json, std::size_t depth, std:
 
     Dictionary dictionary;
     for (const auto& [key, element] : json.items()) {
-        auto value = convert(element, depth + 1, error);
+        auto value = convert(element, depth + 1);
         if (!value)
-            return std::nullopt;
+            return std::move(value).error();
         dictionary.emplace(key, std::move(*value));
     }
     return Value(std::move(dictionary));
@@ -126,8 +120,8 @@ nlohmann::json toJson(const Value& value) {
     return nullptr;
 }
 
-std::optional<Value> fromJson(const nlohmann::json& json, std::string& error) {
-    return convert(json, 0, error);
+Expected<Value> fromJson(const nlohmann::json& json) {
+    return convert(json, 0);
 }
 
 } // namespace vexo::plist::json

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <optional>
-#include <string>
-
 #include <nlohmann/json.hpp>
 
+#include "platform/base/Expected.h"
 #include "platform/plist/Value.h"
 
 // Values as JSON, for people: the tools print messages this way and accept them this way.
@@ -16,9 +14,9 @@ namespace vexo::plist::json {
 
 nlohmann::json toJson(const Value& value);
 
-// The value a JSON document stands for. Nothing (with the reason in `error`) for malformed
-// base64 under "$data", a "$date" that is not a number, or nesting deeper than
-// archive::kMaxNestingDepth. {"$class": ...} reads back as nothing.
-std::optional<Value> fromJson(const nlohmann::json& json, std::string& error);
+// The value a JSON document stands for. InvalidData for malformed base64 under "$data" or a
+// "$date" that is not a number; TooLarge for nesting deeper than archive::kMaxNestingDepth.
+// {"$class": ...} reads back as nothing.
+Expected<Value> fromJson(const nlohmann::json& json);
 
 } // namespace vexo::plist::json

@@ -25,6 +25,7 @@ constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20;
 // Abandons a decode from any depth of the recursion; caught in unarchive(), never escapes it.
 struct DecodeError {
     std::string reason;
+    ErrorKind kind;
 };
 
 enum class ClassKind { Dictionary, Array, String, Data, Date, Other };
@@ -54,7 +55,7 @@ public:
             fail("the top object is not a dictionary");
         const auto archiver = field(top, kArchiverKey);
         if (!archiver || !BinaryPropertyList::textEquals(objectAt(*archiver, "$archiver"), kArchiverName))
-            fail("not written by NSKeyedArchiver");
+            fail("not written by NSKeyedArchiver", ErrorKind::Unsupported);
 
         const auto objects = field(top, kObjectsKey);
         if (!objects)
@@ -77,7 +78,9 @@ public:
     }
 
 private:
-    [[noreturn]] static void fail(std::string reason) { throw DecodeError{std::move(reason)}; }
+    [[noreturn]] static void fail(std::string reason, ErrorKind kind = ErrorKind::InvalidData) {
+        throw DecodeError{std::move(reason), kind};
+    }
 
     Object objectAt(std::uint64_t index, std::string_view what) const {
         Object object;
@@ -131,11 +134,11 @@ private:
         if (uid >= m_objects.count)
             fail("UID " + std::to_string(uid) + " is out of range");
         if (depth > kMaxNestingDepth)
-            fail("nesting deeper than " + std::to_string(kMaxNestingDepth));
+            fail("nesting deeper than " + std::to_string(kMaxNestingDepth), ErrorKind::TooLarge);
         if (m_onPath[uid])
             fail("object " + std::to_string(uid) + " contains itself");
         if (m_budget-- == 0)
-            fail("the archive expands beyond its value budget");
+            fail("the archive expands beyond its value budget", ErrorKind::TooLarge);
 
         const Object object = objectAt(m_list.reference(m_objects, uid), "archived object");
         switch (object.kind) {
@@ -262,9 +265,9 @@ private:
         if (uid != 0 && uid < m_objects.count && m_list.read(m_list.reference(m_objects, uid), object) &&
             object.isString()) {
             if (depth > kMaxNestingDepth)
-                fail("nesting deeper than " + std::to_string(kMaxNestingDepth));
+                fail("nesting deeper than " + std::to_string(kMaxNestingDepth), ErrorKind::TooLarge);
             if (m_budget-- == 0)
-                fail("the archive expands beyond its value budget");
+                fail("the archive expands beyond its value budget", ErrorKind::TooLarge);
             return BinaryPropertyList::text(object);
         }
         auto keyText = decodeUid(uid, depth).stringValue();
@@ -326,46 +329,40 @@ private:
     std::vector<std::pair<std::uint64_t, FieldName>> m_fieldNames;
 };
 
-KeyedUnarchiver::Result failure(std::string reason) {
-    return {Value(), std::move(reason)};
-}
-
 } // namespace
 
-KeyedUnarchiver::Result KeyedUnarchiver::unarchive(std::span<const std::uint8_t> bytes) {
+Expected<Value> KeyedUnarchiver::unarchive(std::span<const std::uint8_t> bytes) {
     if (bytes.size() > kMaxInputBytes)
-        return failure("archive larger than " + std::to_string(kMaxInputBytes >> 20) + " MiB");
+        return Error(ErrorKind::TooLarge, "archive larger than " + std::to_string(kMaxInputBytes >> 20) + " MiB");
 
     Data converted;
     if (!BinaryPropertyList::hasSignature(bytes)) {
         if (!XmlPropertyList::hasSignature(bytes))
-            return failure("not a property list");
-        std::string error;
-        auto binary = XmlPropertyList::toBinary(bytes, error);
+            return Error(ErrorKind::InvalidData, "not a property list");
+        auto binary = XmlPropertyList::toBinary(bytes);
         if (!binary)
-            return failure(std::move(error));
+            return std::move(binary).error();
         converted = std::move(*binary);
         bytes = converted;
     }
 
-    std::string error;
-    const auto list = BinaryPropertyList::open(bytes, error);
+    auto list = BinaryPropertyList::open(bytes);
     if (!list)
-        return failure(std::move(error));
+        return std::move(list).error();
     try {
-        return {Decoder(*list, bytes.size()).decodeArchive(), {}};
+        return Decoder(*list, bytes.size()).decodeArchive();
     } catch (const DecodeError& decodeError) {
-        return failure(decodeError.reason);
+        return Error(decodeError.kind, decodeError.reason);
     }
 }
 
 Value KeyedUnarchiver::unarchiveObject(std::span<const std::uint8_t> bytes) {
-    Result result = unarchive(bytes);
-    if (!result.ok()) {
-        log::debug("plist", "cannot read keyed archive: " + result.error);
+    Expected<Value> root = unarchive(bytes);
+    if (!root) {
+        log::debug("plist", "cannot read keyed archive: " + root.error().message());
         return Value();
     }
-    return std::move(result.root);
+    return std::move(root).value();
 }
 
 } // namespace vexo::plist

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <span>
-#include <string>
 
+#include "platform/base/Expected.h"
 #include "platform/plist/Value.h"
 
 namespace vexo::plist {
@@ -16,18 +16,13 @@ namespace vexo::plist {
 // as nothing. Malformed input of any kind (truncated or corrupt bytes, UIDs out of range,
 // objects that contain themselves, nesting deeper than archive::kMaxNestingDepth, absurd
 // counts, wrong class descriptors, archives that would expand beyond a budget proportional
-// to their size) yields nothing, never a crash, a hang or an unbounded allocation.
+// to their size) yields an error, never a crash, a hang or an unbounded allocation.
 class KeyedUnarchiver {
 public:
-    struct Result {
-        Value root;
-        // Why decoding failed; empty on success.
-        std::string error;
-        bool ok() const { return error.empty(); }
-    };
-
-    // The archive's root object, or the reason it could not be read. Thread-safe.
-    static Result unarchive(std::span<const std::uint8_t> bytes);
+    // The archive's root object, or why it could not be read: TooLarge beyond a limit (input
+    // size, nesting, expansion), Unsupported for a property list that is no keyed archive,
+    // InvalidData for the rest. Thread-safe.
+    static Expected<Value> unarchive(std::span<const std::uint8_t> bytes);
 
     // The root object, or nothing with a debug log line saying why.
     static Value unarchiveObject(std::span<const std::uint8_t> bytes);

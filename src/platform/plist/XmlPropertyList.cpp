@@ -103,10 +103,11 @@ std::optional<double> parseReal(std::string_view text) {
 // Abandons a parse from anywhere in the reader; caught in toBinary(), never escapes it.
 struct ParseError {
     std::string reason;
+    ErrorKind kind;
 };
 
-[[noreturn]] void fail(std::string reason) {
-    throw ParseError{std::move(reason)};
+[[noreturn]] void fail(std::string reason, ErrorKind kind = ErrorKind::InvalidData) {
+    throw ParseError{std::move(reason), kind};
 }
 
 // The XML subset that property lists use: elements without meaningful attributes, character
@@ -249,7 +250,7 @@ private:
         const std::string_view name = tag.name;
         if (name == "array" || name == "dict") {
             if (m_frames.size() >= archive::kMaxNestingDepth)
-                fail("nesting deeper than " + std::to_string(archive::kMaxNestingDepth));
+                fail("nesting deeper than " + std::to_string(archive::kMaxNestingDepth), ErrorKind::TooLarge);
             Frame frame;
             frame.isDictionary = name == "dict";
             m_frames.push_back(std::move(frame));
@@ -442,12 +443,11 @@ bool XmlPropertyList::hasSignature(std::span<const std::uint8_t> bytes) {
     return text.starts_with("<?xml") || text.starts_with("<!DOCTYPE plist") || text.starts_with("<plist");
 }
 
-std::optional<Data> XmlPropertyList::toBinary(std::span<const std::uint8_t> bytes, std::string& error) {
+Expected<Data> XmlPropertyList::toBinary(std::span<const std::uint8_t> bytes) {
     try {
         return Reader(afterBomAndBlanks(bytes)).run();
     } catch (const ParseError& parseError) {
-        error = "XML property list: " + parseError.reason;
-        return std::nullopt;
+        return Error(parseError.kind, "XML property list: " + parseError.reason);
     }
 }
 

@@ -168,12 +168,12 @@ plist::Dictionary UserDefaults::load() const {
         return {};
     }
 
-    const plist::KeyedUnarchiver::Result result = plist::KeyedUnarchiver::unarchive(bytes);
-    if (!result.ok()) {
-        log::debug(kLogComponent, "ignoring corrupt " + m_file.string() + ": " + result.error);
+    const Expected<plist::Value> root = plist::KeyedUnarchiver::unarchive(bytes);
+    if (!root) {
+        log::debug(kLogComponent, "ignoring corrupt " + m_file.string() + ": " + root.error().message());
         return {};
     }
-    const plist::Dictionary* values = result.root.asDictionary();
+    const plist::Dictionary* values = root->asDictionary();
     if (values == nullptr) {
         log::debug(kLogComponent, "ignoring " + m_file.string() + ": its root is not a dictionary");
         return {};

@@ -67,11 +67,10 @@ const StringTable& Localization::tableNamed(std::string_view name) const {
     StringTable table;
     if (isPlainName(name)) {
         std::filesystem::path path = m_directory / (m_language + ".lproj") / (std::string(name) + ".strings");
-        std::string error;
-        if (std::optional<StringTable> loaded = StringTable::load(path, &error))
-            table = std::move(*loaded);
+        if (Expected<StringTable> loaded = StringTable::load(path))
+            table = std::move(loaded).value();
         else
-            log::debug(kComponent, "string table " + path.string() + " not used: " + error);
+            log::debug(kComponent, "string table " + path.string() + " not used: " + loaded.error().message());
     }
     return m_tables.emplace(std::string(name), std::move(table)).first->second;
 }

@@ -248,41 +248,34 @@ private:
 
 } // namespace
 
-std::optional<StringTable> StringTable::parse(std::string_view text, std::string* error) {
+Expected<StringTable> StringTable::parse(std::string_view text) {
     if (text.starts_with("\xEF\xBB\xBF"))
         text.remove_prefix(3);
-    auto reject = [&](std::string why) -> std::optional<StringTable> {
-        if (error)
-            *error = std::move(why);
-        return std::nullopt;
-    };
     if (!isValidUtf8(text))
-        return reject("not valid UTF-8");
+        return Error(ErrorKind::InvalidData, "not valid UTF-8");
     if (text.find('\0') != std::string_view::npos)
-        return reject("NUL in the text");
+        return Error(ErrorKind::InvalidData, "NUL in the text");
     StringTable table;
     Parser parser(text);
     if (!parser.run(table))
-        return reject(parser.error());
+        return Error(ErrorKind::InvalidData, parser.error());
     return table;
 }
 
-std::optional<StringTable> StringTable::load(const std::filesystem::path& path, std::string* error) {
+Expected<StringTable> StringTable::load(const std::filesystem::path& path) {
     std::error_code code;
     std::uintmax_t size = std::filesystem::file_size(path, code);
-    if (code || size > kMaxFileBytes) {
-        if (error)
-            *error = code ? code.message() : "file is too large";
-        return std::nullopt;
+    if (code) {
+        return Error(code == std::errc::no_such_file_or_directory ? ErrorKind::NotFound : ErrorKind::SystemFailure,
+                     code.message());
     }
+    if (size > kMaxFileBytes)
+        return Error(ErrorKind::TooLarge, "file is too large");
     std::ifstream file(path, std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (!file && !file.eof()) {
-        if (error)
-            *error = "cannot be read";
-        return std::nullopt;
-    }
-    return parse(text, error);
+    if (!file && !file.eof())
+        return Error(ErrorKind::SystemFailure, "cannot be read");
+    return parse(text);
 }
 
 const std::string* StringTable::find(std::string_view key) const {

@@ -3,9 +3,10 @@
 #include <cstddef>
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
+
+#include "platform/base/Expected.h"
 
 // One localised string table: the host platform's ".strings" text format, read as UTF-8.
 //
@@ -23,14 +24,14 @@ class StringTable {
 public:
     StringTable() = default;
 
-    // Parses `text`; nothing when it is not well formed, with "line N: why" in `error`
-    // when given. A leading byte-order mark is skipped.
-    [[nodiscard]] static std::optional<StringTable> parse(std::string_view text, std::string* error = nullptr);
+    // Parses `text`; an InvalidData error ("line N: why") when it is not well formed. A
+    // leading byte-order mark is skipped.
+    static Expected<StringTable> parse(std::string_view text);
 
-    // Reads and parses the file at `path`; nothing (and a reason in `error`) when it cannot
-    // be read, is larger than a megabyte, or does not parse.
-    [[nodiscard]] static std::optional<StringTable> load(const std::filesystem::path& path,
-                                                         std::string* error = nullptr);
+    // Reads and parses the file at `path`. NotFound when there is no such file, TooLarge
+    // above a megabyte, SystemFailure when it cannot be read, InvalidData when it does not
+    // parse.
+    static Expected<StringTable> load(const std::filesystem::path& path);
 
     // The value for `key`, or nullptr. The pointer lives as long as the table.
     [[nodiscard]] const std::string* find(std::string_view key) const;

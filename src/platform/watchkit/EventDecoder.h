@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "platform/base/Expected.h"
 #include "platform/plist/Value.h"
 
 // The JSON form of the user's input (ExtensionHost::handleEvent) read into typed events,
@@ -74,15 +75,9 @@ class EventDecoder {
 public:
     static constexpr int kMaximumSteps = 1000;
 
-    struct Result {
-        std::optional<input::Event> event;
-        // The event's type as given ("event" when it has none), for messages.
-        std::string type;
-        // Why it is no event; empty when `event` is set.
-        std::string error;
-    };
-
-    [[nodiscard]] static Result decode(const nlohmann::json& json);
+    // The event `json` stands for, or an InvalidData error "<type>: why" (with "event" for
+    // the type when it has none or an unknown one).
+    static Expected<input::Event> decode(const nlohmann::json& json);
 };
 
 } // namespace vexo::watchkit

@@ -50,8 +50,8 @@ ExtensionHost::~ExtensionHost() {
 
 EventResult ExtensionHost::start() {
     if (m_started)
-        return EventResult::failure("the application is started already");
-    return dispatch([&] {
+        return eventRefused("the application is started already");
+    return dispatch([&]() -> EventResult {
         std::vector<std::unique_ptr<Slot>> pages;
         for (std::size_t i = 0; i < m_layout.pages.size(); ++i) {
             const ControllerLayout* layout = m_layout.controller(m_layout.pages[i]);
@@ -61,8 +61,9 @@ EventResult ExtensionHost::start() {
             if (!page) {
                 for (auto& made : pages)
                     dropSlot(std::move(made));
-                return EventResult::failure("cannot start: " +
-                                            (layout ? error : "page '" + m_layout.pages[i] + "' is not in the layout"));
+                return Error(ErrorKind::NotFound,
+                             "cannot start: " +
+                                 (layout ? error : "page '" + m_layout.pages[i] + "' is not in the layout"));
             }
             awake(*page, Context{});
             pages.push_back(std::move(page));
@@ -75,7 +76,7 @@ EventResult ExtensionHost::start() {
         noteNavigation();
         if (!m_pages.empty() && !m_glanceVisible && m_modals.empty())
             activate(*m_pages.front());
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -193,13 +194,13 @@ EventResult ExtensionHost::present(Slot* presenter, std::string_view name, Conte
     if (!layout) {
         log::error(kComponent,
                    "presentControllerWithName" + from + ": the layout has no controller '" + std::string(name) + "'");
-        return EventResult::failure("the layout has no controller '" + std::string(name) + "'");
+        return Error(ErrorKind::NotFound, "the layout has no controller '" + std::string(name) + "'");
     }
     std::string error;
     std::unique_ptr<Slot> modal = makeSlot(Role::Modal, *layout, "modal-" + std::to_string(m_nextModal), error);
     if (!modal) {
         log::error(kComponent, "presentControllerWithName" + from + ": " + error);
-        return EventResult::failure(error);
+        return Error(ErrorKind::NotFound, error);
     }
     ++m_nextModal;
     modal->context = context;
@@ -212,7 +213,7 @@ EventResult ExtensionHost::present(Slot* presenter, std::string_view name, Conte
     noteNavigation();
     if (!m_glanceVisible)
         activate(*m_modals.back());
-    return EventResult::success();
+    return EventResult();
 }
 
 void ExtensionHost::dismiss(Slot& modal) {
@@ -268,7 +269,7 @@ void ExtensionHost::request(NavigationRequest request) {
     m_loop.post([alive = std::weak_ptr<ExtensionHost*>(m_alive)] {
         if (auto host = alive.lock()) {
             (*host)->m_drainPosted = false;
-            (void)(*host)->dispatch([] { return EventResult::success(); });
+            (void)(*host)->dispatch([] { return EventResult(); });
         }
     });
 }
@@ -318,19 +319,19 @@ EventResult ExtensionHost::dispatch(const std::function<EventResult()>& work) {
     if (m_dispatchDepth == 0)
         m_callbackError.reset();
     ++m_dispatchDepth;
-    EventResult result = EventResult::success();
+    EventResult result = EventResult();
     try {
         result = work();
     } catch (const std::exception& exception) {
         log::error(kComponent, std::string("input event failed: ") + exception.what());
-        result = EventResult::failure(exception.what());
+        result = Error(ErrorKind::SystemFailure, exception.what());
     }
     --m_dispatchDepth;
     if (m_dispatchDepth > 0)
         return result;
     drainNavigation();
-    if (result.ok() && m_callbackError)
-        result = EventResult::failure(*m_callbackError);
+    if (result && m_callbackError)
+        result = Error(ErrorKind::SystemFailure, *m_callbackError);
     m_callbackError.reset();
     return result;
 }

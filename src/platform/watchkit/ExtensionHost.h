@@ -184,7 +184,7 @@ public:
     EventResult deliverNotificationAction(std::string identifier, plist::Value userInfo);
 
     // One input event in the JSON form of EventDecoder. A malformed event is refused with
-    // the reason (EventResult::isMalformed()); one that does not fit the screen as above.
+    // the reason (an InvalidData error); one that does not fit the screen as above.
     EventResult handleEvent(const nlohmann::json& event);
 
     // Thread-safe: queues handleEvent(event) on the main loop; `completion` (when set)

@@ -26,13 +26,7 @@ constexpr std::string_view kComponent = "watchkit";
 EventResult refused(std::string_view event, const std::string& reason) {
     std::string message = std::string(event) + ": " + reason;
     log::info(kComponent, "input refused: " + message);
-    return EventResult::failure(std::move(message));
-}
-
-EventResult malformed(std::string_view event, const std::string& reason) {
-    std::string message = std::string(event) + ": " + reason;
-    log::info(kComponent, "malformed input: " + message);
-    return EventResult::malformed(std::move(message));
+    return eventRefused(std::move(message));
 }
 
 std::string inQuotes(std::string_view text) {
@@ -89,14 +83,14 @@ EventResult ExtensionHost::sendAction(const Target& target, const ActionValue& v
         return present(target.slot, layout.segue->destination, std::move(context));
     }
     if (!layout.action)
-        return EventResult::success();
+        return EventResult();
     const std::string& name = *layout.action;
     if (target.table) {
         const TableRow& row = target.table->rows().at(target.rowIndex);
         const auto* action = row.rowClass ? row.rowClass->description.action(name) : nullptr;
         if (!action)
-            return EventResult::failure("the row controller of row " + std::to_string(target.rowIndex) +
-                                        " has no action " + inQuotes(name));
+            return Error(ErrorKind::NotFound, "the row controller of row " + std::to_string(target.rowIndex) +
+                                                  " has no action " + inQuotes(name));
         std::shared_ptr<RowController> controller = row.controller;
         try {
             action->invoke(*controller, value);
@@ -104,16 +98,17 @@ EventResult ExtensionHost::sendAction(const Target& target, const ActionValue& v
             std::string message = "action " + inQuotes(name) + " of row " + std::to_string(target.rowIndex) +
                                   " threw: " + exception.what();
             log::error(kComponent, message);
-            return EventResult::failure(message);
+            return Error(ErrorKind::SystemFailure, message);
         }
-        return EventResult::success();
+        return EventResult();
     }
     const auto* action = target.slot->controllerClass->description.action(name);
     if (!action)
-        return EventResult::failure("class " + target.slot->layout->className + " has no action " + inQuotes(name));
+        return Error(ErrorKind::NotFound,
+                     "class " + target.slot->layout->className + " has no action " + inQuotes(name));
     callController(target.slot->controller, name,
                    [&](InterfaceController& controller) { action->invoke(controller, value); });
-    return EventResult::success();
+    return EventResult();
 }
 
 EventResult ExtensionHost::tap(std::string_view objectId) {
@@ -158,7 +153,7 @@ EventResult ExtensionHost::selectRow(std::string_view tableId, std::size_t rowIn
         std::shared_ptr<InterfaceObject> keep = target->object;
         callController(target->slot->controller, "tableDidSelectRowAtIndex",
                        [&](InterfaceController& controller) { controller.tableDidSelectRowAtIndex(table, rowIndex); });
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -221,7 +216,7 @@ EventResult ExtensionHost::swipeToPage(std::size_t pageIndex) {
             return refused("swipe", "there is no page " + std::to_string(pageIndex) + " (there are " +
                                         std::to_string(m_pages.size()) + ")");
         showPage(pageIndex);
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -236,7 +231,7 @@ EventResult ExtensionHost::openMenu() {
         if (menu.items().empty())
             return refused("openMenu", "screen " + inQuotes(visible->screen->id()) + " has no menu items");
         menu.setOpen(true);
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -257,7 +252,7 @@ EventResult ExtensionHost::pickMenuItem(std::size_t itemIndex) {
             return refused("pickMenuItem", "class " + visible->layout->className + " has no action " + inQuotes(name));
         callController(visible->controller, name,
                        [&](InterfaceController& controller) { action->invoke(controller, std::monostate{}); });
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -267,7 +262,7 @@ EventResult ExtensionHost::closeMenu() {
         if (!visible || !visible->screen->menu().isOpen())
             return refused("closeMenu", "no menu is open");
         visible->screen->menu().setOpen(false);
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -280,7 +275,7 @@ EventResult ExtensionHost::closeModal() {
         if (auto refusal = refusalWhileCovered("closeModal"))
             return refused("closeModal", *refusal);
         dismiss(*m_modals.back());
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -303,7 +298,7 @@ EventResult ExtensionHost::showGlance() {
         m_glanceVisible = true;
         noteNavigation();
         activate(*m_glance);
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -316,7 +311,7 @@ EventResult ExtensionHost::hideGlance() {
         noteNavigation();
         if (Slot* application = applicationSlot())
             activate(*application);
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -331,15 +326,15 @@ EventResult ExtensionHost::deliverNotificationAction(std::string identifier, pli
         }
         if (!m_started) {
             EventResult started = start();
-            if (!started.ok())
-                return refused("notificationAction", started.error());
+            if (!started)
+                return refused("notificationAction", started.error().message());
         }
         if (m_pages.empty())
             return refused("notificationAction", "the layout has no pages");
         callController(m_pages.front()->controller, "handleActionWithIdentifier", [&](InterfaceController& controller) {
             controller.handleActionWithIdentifier(identifier, userInfo);
         });
-        return EventResult::success();
+        return EventResult();
     });
 }
 
@@ -353,9 +348,11 @@ template <class... Handlers> Overloaded(Handlers...) -> Overloaded<Handlers...>;
 } // namespace
 
 EventResult ExtensionHost::handleEvent(const nlohmann::json& event) {
-    EventDecoder::Result decoded = EventDecoder::decode(event);
-    if (!decoded.event)
-        return malformed(decoded.type, decoded.error);
+    Expected<input::Event> decoded = EventDecoder::decode(event);
+    if (!decoded) {
+        log::info(kComponent, "malformed input: " + decoded.error().message());
+        return std::move(decoded).error();
+    }
     return std::visit(Overloaded{
                           [&](const input::Tap& tapEvent) { return tap(tapEvent.object); },
                           [&](const input::SelectRow& select) { return selectRow(select.object, select.row); },
@@ -368,7 +365,7 @@ EventResult ExtensionHost::handleEvent(const nlohmann::json& event) {
                               std::shared_ptr<InterfaceObject> found = object(flipEvent.object);
                               if (flipEvent.on && found && found->kind() == ObjectKind::Switch &&
                                   static_cast<Switch&>(*found).isOn() == *flipEvent.on)
-                                  return EventResult::success();
+                                  return EventResult();
                               return flip(flipEvent.object);
                           },
                           [&](const input::Swipe& swipe) {
@@ -390,7 +387,7 @@ EventResult ExtensionHost::handleEvent(const nlohmann::json& event) {
                               return deliverNotificationAction(action.identifier, action.userInfo);
                           },
                       },
-                      *decoded.event);
+                      *decoded);
 }
 
 void ExtensionHost::postEvent(nlohmann::json event, std::function<void(const EventResult&)> completion) {
@@ -401,7 +398,7 @@ void ExtensionHost::postEvent(nlohmann::json event, std::function<void(const Eve
                 if (completion)
                     completion(result);
             } else if (completion) {
-                completion(EventResult::failure("the interface has gone"));
+                completion(eventRefused("the interface has gone"));
             }
         });
 }

@@ -1,4 +1,5 @@
 #include <functional>
+#include <optional>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include "platform/plist/KeyedUnarchiver.h"
 
 using namespace vexo::plist;
+using vexo::ErrorKind;
 using Reference = BinaryPropertyListWriter::Reference;
 
 namespace {
@@ -43,8 +45,10 @@ Reference arrayInstance(BinaryPropertyListWriter& writer, std::vector<std::uint6
     return writer.addDictionary(keys, values);
 }
 
-std::string errorOf(const Data& bytes) {
-    return KeyedUnarchiver::unarchive(bytes).error;
+// The kind of error decoding `bytes` gives, or nothing when they decode.
+std::optional<ErrorKind> errorKindOf(const Data& bytes) {
+    const auto root = KeyedUnarchiver::unarchive(bytes);
+    return root ? std::nullopt : std::optional(root.error().kind());
 }
 
 } // namespace
@@ -54,6 +58,7 @@ TEST(MalformedArchiveTest, StructuralFaultsYieldNothingWithAReason) {
         const char* name;
         Data bytes;
         const char* reason;
+        ErrorKind kind = ErrorKind::InvalidData;
     };
     const Row rows[] = {
         {"empty input", {}, "not a property list"},
@@ -110,13 +115,14 @@ TEST(MalformedArchiveTest, StructuralFaultsYieldNothingWithAReason) {
              const Reference values[] = {w.addString("NSArchiver")};
              return w.finish(w.addDictionary(keys, values));
          }(),
-         "NSKeyedArchiver"},
+         "NSKeyedArchiver", ErrorKind::Unsupported},
     };
     for (const auto& row : rows) {
         const auto result = KeyedUnarchiver::unarchive(row.bytes);
-        EXPECT_FALSE(result.ok()) << row.name;
-        EXPECT_TRUE(result.root.isNull()) << row.name;
-        EXPECT_NE(result.error.find(row.reason), std::string::npos) << row.name << ": got '" << result.error << "'";
+        ASSERT_FALSE(result) << row.name;
+        EXPECT_EQ(result.error().kind(), row.kind) << row.name;
+        EXPECT_NE(result.error().message().find(row.reason), std::string::npos)
+            << row.name << ": got '" << result.error().message() << "'";
     }
 }
 
@@ -134,8 +140,8 @@ TEST(MalformedArchiveTest, SharedObjectsDecodeButExponentialSharingIsRefused) {
             },
             2);
     };
-    EXPECT_EQ(errorOf(chain(6)), "");
-    EXPECT_NE(errorOf(chain(40)).find("budget"), std::string::npos);
+    EXPECT_EQ(errorKindOf(chain(6)), std::nullopt);
+    EXPECT_EQ(errorKindOf(chain(40)), ErrorKind::TooLarge);
 }
 
 TEST(MalformedArchiveTest, UnknownClassesReadAsNothingBesideKnownParts) {
@@ -169,8 +175,8 @@ TEST(MalformedArchiveTest, DeepNestingIsRefused) {
             },
             2);
     };
-    EXPECT_EQ(errorOf(nested(200)), "");
-    EXPECT_NE(errorOf(nested(100000)).find("nesting"), std::string::npos);
+    EXPECT_EQ(errorKindOf(nested(200)), std::nullopt);
+    EXPECT_EQ(errorKindOf(nested(100000)), ErrorKind::TooLarge);
 }
 
 TEST(MalformedArchiveTest, AbsurdCountsAreRefusedWithoutAllocating) {
@@ -186,19 +192,19 @@ TEST(MalformedArchiveTest, AbsurdCountsAreRefusedWithoutAllocating) {
         bytes.push_back(0);
     for (int i = 7; i >= 0; --i)
         bytes.push_back(static_cast<std::uint8_t>(tableOffset >> (8 * i)));
-    EXPECT_FALSE(KeyedUnarchiver::unarchive(bytes).ok());
+    EXPECT_FALSE(KeyedUnarchiver::unarchive(bytes));
 
     // A trailer that claims more objects than the file could hold.
     Data valid = *KeyedArchiver::archivedData(Value("x"));
     valid[valid.size() - 17] = 0x7F;
-    EXPECT_FALSE(KeyedUnarchiver::unarchive(valid).ok());
+    EXPECT_FALSE(KeyedUnarchiver::unarchive(valid));
 }
 
 TEST(MalformedArchiveTest, TruncatedAndCorruptedBytesNeverCrash) {
     const Data valid = *KeyedArchiver::archivedData(vexo::plist::testing::deckStatusMessage());
     for (std::size_t size = 0; size < valid.size(); ++size) {
         const Data truncated(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(size));
-        EXPECT_FALSE(KeyedUnarchiver::unarchive(truncated).ok()) << size;
+        EXPECT_FALSE(KeyedUnarchiver::unarchive(truncated)) << size;
     }
     std::mt19937 random(20261122);
     for (int round = 0; round < 5000; ++round) {
@@ -207,12 +213,16 @@ TEST(MalformedArchiveTest, TruncatedAndCorruptedBytesNeverCrash) {
         for (int i = 0; i < flips; ++i)
             corrupt[random() % corrupt.size()] ^= static_cast<std::uint8_t>(1u << (random() % 8));
         // Any outcome is fine but a crash, a hang or a sanitizer report.
-        (void)KeyedUnarchiver::unarchive(corrupt);
+        static_cast<void>(KeyedUnarchiver::unarchive(corrupt));
     }
 }
 
 TEST(MalformedArchiveTest, MalformedXmlYieldsNothing) {
-    const std::pair<std::string, const char*> rows[] = {
+    const struct {
+        std::string xml;
+        const char* reason;
+        ErrorKind kind = ErrorKind::InvalidData;
+    } rows[] = {
         {"<plist><array><string>x</string></plist>", "unclosed container"},
         {"<plist><array></dict></plist>", "unexpected </dict>"},
         {"<plist><dict><key>a</key></dict></plist>", "key without a value"},
@@ -228,13 +238,14 @@ TEST(MalformedArchiveTest, MalformedXmlYieldsNothing) {
                  deep += "<array>";
              return deep;
          }(),
-         "nesting deeper"},
+         "nesting deeper", ErrorKind::TooLarge},
     };
-    for (const auto& [xml, reason] : rows) {
+    for (const auto& [xml, reason, kind] : rows) {
         const Data bytes(xml.begin(), xml.end());
         const auto result = KeyedUnarchiver::unarchive(bytes);
-        EXPECT_FALSE(result.ok()) << xml.substr(0, 60);
-        EXPECT_NE(result.error.find(reason), std::string::npos)
-            << xml.substr(0, 60) << ": got '" << result.error << "'";
+        ASSERT_FALSE(result) << xml.substr(0, 60);
+        EXPECT_EQ(result.error().kind(), kind) << xml.substr(0, 60);
+        EXPECT_NE(result.error().message().find(reason), std::string::npos)
+            << xml.substr(0, 60) << ": got '" << result.error().message() << "'";
     }
 }

@@ -1,5 +1,8 @@
 #include "platform/text/StringTable.h"
 
+#include <filesystem>
+#include <fstream>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -37,9 +40,8 @@ TEST(StringTableTest, ParsesTheStringsFormat) {
         {"key with spaces", R"("Automix On" = "Automix an";)", "Automix On", "Automix an"},
     };
     for (const Case& c : cases) {
-        std::string error;
-        std::optional<StringTable> table = StringTable::parse(c.text, &error);
-        ASSERT_TRUE(table) << c.name << ": " << error;
+        Expected<StringTable> table = StringTable::parse(c.text);
+        ASSERT_TRUE(table) << c.name << ": " << table.error().message();
         const std::string* value = table->find(c.key);
         ASSERT_NE(value, nullptr) << c.name;
         EXPECT_EQ(*value, c.value) << c.name;
@@ -70,10 +72,32 @@ TEST(StringTableTest, RejectsMalformedTextWithTheLine) {
         {std::string("\"a\" = \"\0\";", 9), "NUL in the text"},
     };
     for (const Case& c : cases) {
-        std::string error;
-        EXPECT_FALSE(StringTable::parse(c.text, &error)) << c.text;
-        EXPECT_EQ(error, c.error) << c.text;
+        Expected<StringTable> table = StringTable::parse(c.text);
+        ASSERT_FALSE(table) << c.text;
+        EXPECT_EQ(table.error(), Error(ErrorKind::InvalidData, c.error)) << c.text;
     }
+}
+
+TEST(StringTableTest, LoadSaysWhyAFileIsNotUsed) {
+    const std::filesystem::path folder = std::filesystem::path(::testing::TempDir()) / "string-table-load";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "large.strings") << std::string((1u << 20) + 1, ' ');
+    std::ofstream(folder / "broken.strings") << "\"a\" = \"b\"";
+    std::ofstream(folder / "good.strings") << "\"a\" = \"b\";";
+    const struct {
+        std::string file;
+        std::optional<ErrorKind> kind;
+    } rows[] = {
+        {"missing.strings", ErrorKind::NotFound},
+        {"large.strings", ErrorKind::TooLarge},
+        {"broken.strings", ErrorKind::InvalidData},
+        {"good.strings", std::nullopt},
+    };
+    for (const auto& row : rows) {
+        Expected<StringTable> table = StringTable::load(folder / row.file);
+        EXPECT_EQ(table ? std::nullopt : std::optional(table.error().kind()), row.kind) << row.file;
+    }
+    std::filesystem::remove_all(folder);
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "platform/watchkit/EventDecoder.h"
 
+#include <optional>
+
 #include <gtest/gtest.h>
 
 #include "TestInterface.h"
@@ -42,35 +44,33 @@ TEST(EventDecoderTest, ReadsEventsAndSaysWhyOthersAreNone) {
          "notificationAction: needs \"userInfo\" as an object: \"$data\" must hold base64 text"},
     };
     for (const auto& row : rows) {
-        EventDecoder::Result result = EventDecoder::decode(row.event);
+        vexo::Expected<input::Event> event = EventDecoder::decode(row.event);
         if (row.error.empty()) {
-            ASSERT_TRUE(result.event) << row.event.dump() << ": " << result.error;
-            EXPECT_EQ(result.event->index(), row.alternative) << row.event.dump();
+            ASSERT_TRUE(event) << row.event.dump() << ": " << event.error().message();
+            EXPECT_EQ(event->index(), row.alternative) << row.event.dump();
         } else {
-            EXPECT_FALSE(result.event) << row.event.dump();
-            EXPECT_EQ(result.type + ": " + result.error, row.error);
+            ASSERT_FALSE(event) << row.event.dump();
+            EXPECT_EQ(event.error(), vexo::Error(vexo::ErrorKind::InvalidData, row.error));
         }
     }
 }
 
 TEST(EventDecoderTest, TheHostTellsMalformedEventsFromRefusedOnes) {
     vexo::watchkit::testing::TestApplication app;
-    ASSERT_TRUE(app.host->start().ok());
+    ASSERT_TRUE(app.host->start());
     const struct {
         json event;
-        bool ok;
-        bool malformed;
+        std::optional<vexo::ErrorKind> refusal;
     } rows[] = {
-        {{{"type", "swipe"}, {"page", 1}}, true, false},
-        {{{"type", "swipe"}, {"page", 9}}, false, false},
-        {{{"type", "tap"}, {"object", "nowhere"}}, false, false},
-        {{{"type", "closeModal"}}, false, false},
-        {{{"type", "swipe"}}, false, true},
-        {{{"type", "nothing"}}, false, true},
+        {{{"type", "swipe"}, {"page", 1}}, std::nullopt},
+        {{{"type", "swipe"}, {"page", 9}}, vexo::ErrorKind::Unavailable},
+        {{{"type", "tap"}, {"object", "nowhere"}}, vexo::ErrorKind::Unavailable},
+        {{{"type", "closeModal"}}, vexo::ErrorKind::Unavailable},
+        {{{"type", "swipe"}}, vexo::ErrorKind::InvalidData},
+        {{{"type", "nothing"}}, vexo::ErrorKind::InvalidData},
     };
     for (const auto& row : rows) {
         EventResult result = app.host->handleEvent(row.event);
-        EXPECT_EQ(result.ok(), row.ok) << row.event.dump();
-        EXPECT_EQ(result.isMalformed(), row.malformed) << row.event.dump();
+        EXPECT_EQ(result ? std::nullopt : std::optional(result.error().kind()), row.refusal) << row.event.dump();
     }
 }

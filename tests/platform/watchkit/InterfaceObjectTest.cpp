@@ -68,15 +68,15 @@ TEST(InterfaceObjectTest, AnEmptyOutletIsAMessageToNil) {
 
     // A modal's outlets empty when it is dismissed, while others still hold the controller.
     TestApplication app;
-    ASSERT_TRUE(app.host->start().ok());
-    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")).ok());
+    ASSERT_TRUE(app.host->start());
+    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")));
     auto picker = std::dynamic_pointer_cast<PickerController>(app.host->visibleController());
     ASSERT_TRUE(picker && picker->m_titleLabel);
     EXPECT_EQ(picker->m_titleLabel->text(), "left: record") << "the context carried a C++ object";
     auto row = picker->m_table->rowControllerAtIndex<ItemRow>(1);
     ASSERT_TRUE(row && row->m_nameLabel);
     std::shared_ptr<Table> held = picker->m_table.get();
-    ASSERT_TRUE(app.host->closeModal().ok());
+    ASSERT_TRUE(app.host->closeModal());
     EXPECT_FALSE(picker->m_titleLabel);
     held->setRowTypes({"item"});
     held->insertRowsAtIndexes({0}, "item");
@@ -124,8 +124,8 @@ TEST(InterfaceObjectTest, ObjectsKeepWhatWasSet) {
 
 TEST(InterfaceObjectTest, ImageDataIsStoredOnceByContentAndTooMuchChangesNothing) {
     TestApplication app;
-    ASSERT_TRUE(app.host->start().ok());
-    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")).ok());
+    ASSERT_TRUE(app.host->start());
+    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")));
     auto picker = std::dynamic_pointer_cast<PickerController>(app.host->visibleController());
     auto one = picker->m_table->rowControllerAtIndex<ItemRow>(1);
     auto two = picker->m_table->rowControllerAtIndex<ItemRow>(2);
@@ -218,7 +218,7 @@ TEST(InterfaceObjectTest, TableRowsFollowTheIndexRules) {
 
 TEST(InterfaceObjectTest, MenusHoldFourItemsOfDeclaredActions) {
     TestApplication app;
-    ASSERT_TRUE(app.host->start().ok());
+    ASSERT_TRUE(app.host->start());
     auto page = app.page<PageController>(0);
     Menu& menu = page->screen()->menu();
     ASSERT_EQ(menu.items().size(), 1u) << "added when it woke";
@@ -232,15 +232,15 @@ TEST(InterfaceObjectTest, MenusHoldFourItemsOfDeclaredActions) {
     page->addMenuItemWithImageNamed("automix", "Five", "open");
     EXPECT_EQ(menu.items().size(), Menu::kMaxItems);
 
-    ASSERT_TRUE(app.host->openMenu().ok());
+    ASSERT_TRUE(app.host->openMenu());
     page->clearAllMenuItems();
     EXPECT_TRUE(menu.items().empty());
     EXPECT_FALSE(menu.isOpen()) << "an emptied menu closes";
-    EXPECT_FALSE(app.host->openMenu().ok());
+    EXPECT_FALSE(app.host->openMenu());
 
     page->addMenuItemWithImageNamed("automix", "Rebuilt", "open");
     EXPECT_TRUE(menu.isOpen()) << "a menu refilled before the user acts opens again";
-    ASSERT_TRUE(app.host->closeMenu().ok());
+    ASSERT_TRUE(app.host->closeMenu());
     page->clearAllMenuItems();
     page->addMenuItemWithImageNamed("automix", "Later", "open");
     EXPECT_FALSE(menu.isOpen()) << "a menu the user closed stays closed";

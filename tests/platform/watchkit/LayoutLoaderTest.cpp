@@ -301,10 +301,10 @@ TEST(LayoutLoaderTest, SubclassesDeclareTheInterfaceOfTheirBase) {
     ASSERT_TRUE(loaded) << loaded.error().message();
     vexo::runtime::DeterministicRunLoop loop;
     ExtensionHost host(loop, registry, std::move(*loaded));
-    ASSERT_TRUE(host.start().ok());
-    ASSERT_TRUE(host.tap("page-0.0").ok());
-    ASSERT_TRUE(host.swipeToPage(1).ok());
-    ASSERT_TRUE(host.tap("page-1.0").ok());
+    ASSERT_TRUE(host.start());
+    ASSERT_TRUE(host.tap("page-0.0"));
+    ASSERT_TRUE(host.swipeToPage(1));
+    ASSERT_TRUE(host.tap("page-1.0"));
     auto first = std::dynamic_pointer_cast<BasePage>(host.pageController(0));
     auto second = std::dynamic_pointer_cast<SecondPage>(host.pageController(1));
     ASSERT_TRUE(first && second);

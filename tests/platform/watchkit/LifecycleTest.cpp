@@ -61,7 +61,7 @@ TEST(LifecycleTest, PagesModalsAndTheGlanceFollowThePlatformOrder) {
     for (const auto& step : steps) {
         app.log.take();
         EventResult result = step.act();
-        EXPECT_TRUE(result.ok()) << step.step << ": " << result.error();
+        EXPECT_TRUE(result) << step.step << ": " << result.error().message();
         EXPECT_EQ(app.log.take(), step.expected) << step.step;
     }
     EXPECT_TRUE(app.host->modalControllers().empty());
@@ -70,7 +70,7 @@ TEST(LifecycleTest, PagesModalsAndTheGlanceFollowThePlatformOrder) {
 
 TEST(LifecycleTest, NotificationActionsGoToTheFirstPageAndStartTheApplication) {
     TestApplication app;
-    EXPECT_TRUE(app.host->deliverNotificationAction("load", deck(1)).ok());
+    EXPECT_TRUE(app.host->deliverNotificationAction("load", deck(1)));
     EXPECT_EQ(app.log.take(), (Calls{"init", "left.awake", "init", "middle.awake", "init", "right.awake",
                                      "left.willActivate", "left.handleAction load 1"}));
 
@@ -81,14 +81,14 @@ TEST(LifecycleTest, NotificationActionsGoToTheFirstPageAndStartTheApplication) {
         right->becomeCurrentPage();
         app.log.calls.push_back("handler returns");
     };
-    EXPECT_TRUE(app.host->deliverNotificationAction("load", plist::Value()).ok());
+    EXPECT_TRUE(app.host->deliverNotificationAction("load", plist::Value()));
     EXPECT_EQ(app.log.take(),
               (Calls{"left.handleAction load -", "handler returns", "left.didDeactivate", "right.willActivate"}));
 }
 
 TEST(LifecycleTest, NavigationFromOutsideACallbackWaitsForTheNextTurn) {
     TestApplication app;
-    ASSERT_TRUE(app.host->start().ok());
+    ASSERT_TRUE(app.host->start());
     app.log.take();
 
     // As from a timer: the caller may still be running code of a controller we would release.
@@ -100,7 +100,7 @@ TEST(LifecycleTest, NavigationFromOutsideACallbackWaitsForTheNextTurn) {
                                      "middle.didDeactivate", "picker.willActivate"}));
 
     // A modal under another dismisses what is over it too; only the top one was active.
-    ASSERT_TRUE(app.host->selectRow(app.visibleId("table"), 1).ok());
+    ASSERT_TRUE(app.host->selectRow(app.visibleId("table"), 1));
     auto picker = app.host->modalControllers().front();
     app.log.take();
     picker->dismissController();
@@ -120,29 +120,29 @@ TEST(LifecycleTest, NavigationFromOutsideACallbackWaitsForTheNextTurn) {
 
 TEST(LifecycleTest, BecomeCurrentPageUnderAModalChangesThePageWithoutCalls) {
     TestApplication app;
-    ASSERT_TRUE(app.host->start().ok());
-    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")).ok());
+    ASSERT_TRUE(app.host->start());
+    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")));
     app.log.take();
     app.page<PageController>(2)->becomeCurrentPage();
     app.loop.runUntilIdle();
     EXPECT_TRUE(app.log.take().empty()) << "the pages are covered";
     EXPECT_EQ(app.host->currentPage(), 2u);
-    ASSERT_TRUE(app.host->closeModal().ok());
+    ASSERT_TRUE(app.host->closeModal());
     EXPECT_EQ(app.log.take(), (Calls{"picker.didDeactivate", "right.willActivate"}));
 }
 
 TEST(LifecycleTest, AControllerThatThrowsFailsTheEventNotTheHost) {
     TestApplication app;
-    ASSERT_TRUE(app.host->start().ok());
-    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")).ok());
-    ASSERT_TRUE(app.host->selectRow(app.visibleId("table"), 1).ok());
+    ASSERT_TRUE(app.host->start());
+    ASSERT_TRUE(app.host->tap(app.visibleId("openButton")));
+    ASSERT_TRUE(app.host->selectRow(app.visibleId("table"), 1));
     std::string fail = app.buttonTitled("Fail");
     EventResult result = app.host->tap(fail);
-    EXPECT_FALSE(result.ok());
-    EXPECT_NE(result.error().find("fail of 'detail' threw: index 0 beyond bounds"), std::string::npos)
-        << result.error();
+    ASSERT_FALSE(result);
+    EXPECT_NE(result.error().message().find("fail of 'detail' threw: index 0 beyond bounds"), std::string::npos)
+        << result.error().message();
     app.log.take();
-    EXPECT_TRUE(app.host->closeModal().ok());
+    EXPECT_TRUE(app.host->closeModal());
     EXPECT_EQ(app.log.take(), (Calls{"detail.didDeactivate", "picker.willActivate"}));
 }
 
@@ -156,8 +156,9 @@ TEST(LifecycleTest, StartIsRefusedWhenAPageCannotBeMade) {
     loaded->controllers["right"].className = "Ghost";
     ExtensionHost host(loop, registry, std::move(*loaded));
     EventResult result = host.start();
-    EXPECT_FALSE(result.ok());
-    EXPECT_NE(result.error().find("class Ghost is not registered"), std::string::npos) << result.error();
+    ASSERT_FALSE(result);
+    EXPECT_NE(result.error().message().find("class Ghost is not registered"), std::string::npos)
+        << result.error().message();
     EXPECT_FALSE(host.isStarted());
     EXPECT_EQ(host.pageCount(), 0u);
     EXPECT_EQ(host.visibleController(), nullptr);

@@ -19,7 +19,7 @@ TEST(SessionTest, PagesModalsMenuGlanceAndNotificationInOneSession) {
         ++batches;
     });
     EXPECT_EQ(app.page<PageController>(0), nullptr) << "not made before start";
-    ASSERT_TRUE(app.host->start().ok());
+    ASSERT_TRUE(app.host->start());
     app.page<PageController>(0)->onAction = [&](const std::string& identifier) {
         if (identifier == "load")
             app.page<PageController>(2)->becomeCurrentPage();
@@ -27,7 +27,7 @@ TEST(SessionTest, PagesModalsMenuGlanceAndNotificationInOneSession) {
 
     auto send = [&](json event) {
         EventResult result = app.host->handleEvent(event);
-        EXPECT_TRUE(result.ok()) << event.dump() << ": " << result.error();
+        EXPECT_TRUE(result) << event.dump() << ": " << result.error().message();
         app.loop.runUntilIdle();
     };
     auto visibleScreen = [&] {
