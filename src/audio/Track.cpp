@@ -111,8 +111,8 @@ struct Track::State {
     std::size_t decode(std::int64_t chunk, float* out) {
         const std::int64_t start = chunk * kChunkFrames;
         if (decoderPosition != start) {
-            if (!decoder->seek(start)) {
-                finish(start, decoder->error());
+            if (auto sought = decoder->seek(start); !sought) {
+                finish(start, sought.error().message());
                 return 0;
             }
             decoderPosition = start;
@@ -182,10 +182,11 @@ Track::~Track() {
         m_state->worker.join();
 }
 
-std::shared_ptr<Track> Track::open(const std::filesystem::path& path, int sampleRate, std::string* error) {
-    std::unique_ptr<audio::Decoder> decoder = audio::Decoder::open(path, sampleRate, error);
-    if (!decoder)
-        return nullptr;
+Expected<std::shared_ptr<Track>> Track::open(const std::filesystem::path& path, int sampleRate) {
+    auto opened = audio::Decoder::open(path, sampleRate);
+    if (!opened)
+        return std::move(opened).error();
+    std::unique_ptr<audio::Decoder> decoder = std::move(opened).value();
     auto state = std::make_unique<State>();
     state->path = path;
     state->sampleRate = sampleRate;

@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/base/Expected.h"
+
 // One song being played: a worker thread of its own decodes it ahead of (and a little behind)
 // the play head into a fixed set of chunks, so that memory stays bounded however long the
 // song is (an hour-long mix keeps well under 20 MB), and the audio thread reads frames
@@ -26,9 +28,8 @@ public:
     static constexpr double kKeepBehindSeconds = 12;
 
     // Opens `path` (checking that it decodes) and starts reading from its start at
-    // `sampleRate`. Nothing, with `*error` set to the decoder's sentence, when it cannot play.
-    [[nodiscard]] static std::shared_ptr<Track> open(const std::filesystem::path& path, int sampleRate,
-                                                     std::string* error = nullptr);
+    // `sampleRate`. Fails as audio::Decoder::open when it cannot play.
+    [[nodiscard]] static Expected<std::shared_ptr<Track>> open(const std::filesystem::path& path, int sampleRate);
     ~Track();
 
     Track(const Track&) = delete;

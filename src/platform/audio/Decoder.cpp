@@ -200,16 +200,14 @@ Decoder::Decoder(std::unique_ptr<State> state)
 
 Decoder::~Decoder() = default;
 
-std::unique_ptr<Decoder> Decoder::open(const std::filesystem::path& path, int sampleRate, std::string* error) {
-    const auto fail = [&](std::string message) -> std::unique_ptr<Decoder> {
-        if (error != nullptr)
-            *error = std::move(message);
-        return nullptr;
+Expected<std::unique_ptr<Decoder>> Decoder::open(const std::filesystem::path& path, int sampleRate) {
+    const auto fail = [](std::string message, ErrorKind kind = ErrorKind::InvalidData) {
+        return Error(kind, std::move(message));
     };
     quietFFmpeg();
     std::error_code code;
     if (!std::filesystem::exists(path, code))
-        return fail("no such file: " + path.string());
+        return fail("no such file: " + path.string(), ErrorKind::NotFound);
     if (std::filesystem::is_directory(path, code))
         return fail(path.string() + " is a folder, not a song");
     if (sampleRate < 0)
@@ -227,12 +225,12 @@ std::unique_ptr<Decoder> Decoder::open(const std::filesystem::path& path, int sa
     if (state->stream < 0)
         return fail("no audio in " + path.string());
     if (decoder == nullptr)
-        return fail("no decoder for the audio in " + path.string());
+        return fail("no decoder for the audio in " + path.string(), ErrorKind::Unsupported);
     state->codec = avcodec_alloc_context3(decoder);
     state->packet = av_packet_alloc();
     state->frame = av_frame_alloc();
     if (state->codec == nullptr || state->packet == nullptr || state->frame == nullptr)
-        return fail("out of memory opening " + path.string());
+        return fail("out of memory opening " + path.string(), ErrorKind::SystemFailure);
     if (avcodec_parameters_to_context(state->codec, state->format->streams[state->stream]->codecpar) < 0 ||
         avcodec_open2(state->codec, decoder, nullptr) < 0)
         return fail("cannot decode the audio in " + path.string());
@@ -286,7 +284,7 @@ std::size_t Decoder::read(float* out, std::size_t capacity) {
     return written;
 }
 
-bool Decoder::seek(std::int64_t frame) {
+Expected<void> Decoder::seek(std::int64_t frame) {
     State& state = *m_state;
     frame = std::max<std::int64_t>(0, frame);
     const AVStream* audio = state.format->streams[state.stream];
@@ -296,7 +294,7 @@ bool Decoder::seek(std::int64_t frame) {
                                                         AVRational{1, state.sampleRate}, audio->time_base);
     if (const int sought = av_seek_frame(state.format, state.stream, timestamp, AVSEEK_FLAG_BACKWARD); sought < 0) {
         state.error = "cannot seek in " + state.path.string() + ": " + errorText(sought);
-        return false;
+        return Error(ErrorKind::InvalidData, state.error);
     }
     avcodec_flush_buffers(state.codec);
     // A fresh resampler: what the old one held belongs to the place left.
@@ -316,7 +314,7 @@ bool Decoder::seek(std::int64_t frame) {
     state.error.clear();
     // The first decoded frame tells where the seek landed; frames before `frame` are dropped.
     state.decodeMore();
-    return true;
+    return {};
 }
 
 const std::string& Decoder::error() const {
