@@ -184,6 +184,8 @@ Expected<std::unique_ptr<SqliteDatabase>> LibraryIndex::open(const std::filesyst
     const auto version = pragmaValue(*database, "user_version");
     if (!applicationID || !version) {
         const Error why = database->lastError();
+        if (why.kind() == ErrorKind::Busy)
+            return failure(why.withContext("cannot open " + path.string()));
         return failure(Error(why.kind(), path.string() + " is not a media library index (" + why.message() + ")"));
     }
     if (*applicationID == 0 && *version == 0) {

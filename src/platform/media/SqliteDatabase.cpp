@@ -19,8 +19,6 @@ ErrorKind errorKindOf(int resultCode) {
     case SQLITE_MISMATCH:
     case SQLITE_CONSTRAINT:
         return ErrorKind::InvalidData;
-    case SQLITE_CANTOPEN:
-        return ErrorKind::NotFound;
     case SQLITE_TOOBIG:
         return ErrorKind::TooLarge;
     default:

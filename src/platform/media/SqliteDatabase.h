@@ -41,7 +41,8 @@ public:
 
     // The last failed call on this connection as an Error: Busy when another connection held
     // the database past the busy timeout, InvalidData when the file is not a database or is
-    // damaged, NotFound when it cannot be opened, SystemFailure otherwise (I/O, read-only, full).
+    // damaged, TooLarge past SQLite's limits, SystemFailure otherwise (cannot open, I/O,
+    // read-only, full).
     [[nodiscard]] Error lastError() const;
 
     // The rowid given by the last successful INSERT.
