@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/base/Expected.h"
@@ -43,7 +44,7 @@ public:
     [[nodiscard]] bool isExact() const;
     // Why decoding stopped before the end, if it did (a truncated file): the song then ends
     // where decoding stopped.
-    [[nodiscard]] std::string error() const;
+    [[nodiscard]] std::optional<Error> error() const;
 
     // Audio thread: copies frames [start, start + frames) into `out` (interleaved stereo).
     // Frames before 0, past the end, or not decoded yet are silence. True when every frame

@@ -62,7 +62,7 @@ struct Decoder::State {
     bool locating = false;
     bool draining = false;
     bool ended = false;
-    std::string error;
+    std::optional<Error> error;
 
     [[nodiscard]] std::size_t pendingFrames() const { return (pending.size() - pendingOffset) / kChannels; }
 
@@ -108,7 +108,7 @@ struct Decoder::State {
         if (resampler == nullptr || decoded.sample_rate != inputRate || decoded.format != inputFormat ||
             av_channel_layout_compare(&decoded.ch_layout, &inputLayout) != 0) {
             if (!configureResampler(decoded)) {
-                error = "cannot convert the audio of " + path.string();
+                error = Error(ErrorKind::Unsupported, "cannot convert the audio of " + path.string());
                 ended = true;
                 return;
             }
@@ -161,7 +161,7 @@ struct Decoder::State {
                 break;
             }
             if (received != AVERROR(EAGAIN)) {
-                error = "cannot decode " + path.string() + ": " + errorText(received);
+                error = Error(ErrorKind::InvalidData, "cannot decode " + path.string() + ": " + errorText(received));
                 ended = true;
                 break;
             }
@@ -172,7 +172,7 @@ struct Decoder::State {
             const int read = av_read_frame(format, packet);
             if (read < 0) {
                 if (read != AVERROR_EOF)
-                    error = "cannot read " + path.string() + ": " + errorText(read);
+                    error = ffmpegError(read, "cannot read " + path.string());
                 draining = true;
                 avcodec_send_packet(codec, nullptr);
                 continue;
@@ -182,7 +182,8 @@ struct Decoder::State {
                 if (sent < 0 && sent != AVERROR(EAGAIN)) {
                     // A damaged packet is skipped; a run of them ends the song there.
                     if (++badPackets >= kMaximumBadPackets) {
-                        error = "cannot decode " + path.string() + ": " + errorText(sent);
+                        error =
+                            Error(ErrorKind::InvalidData, "cannot decode " + path.string() + ": " + errorText(sent));
                         draining = true;
                         avcodec_send_packet(codec, nullptr);
                     }
@@ -246,8 +247,8 @@ Expected<std::unique_ptr<Decoder>> Decoder::open(const std::filesystem::path& pa
 
     if (!state->decodeMore())
         return fail("cannot decode " + path.string() +
-                    (state->error.empty() ? std::string(": no audio frames") : ": " + state->error));
-    state->error.clear();
+                    (state->error ? ": " + state->error->message() : std::string(": no audio frames")));
+    state->error.reset();
     return std::unique_ptr<Decoder>(new Decoder(std::move(state)));
 }
 
@@ -293,8 +294,8 @@ Expected<void> Decoder::seek(std::int64_t frame) {
     const std::int64_t timestamp = start + av_rescale_q(std::max<std::int64_t>(0, frame - preroll),
                                                         AVRational{1, state.sampleRate}, audio->time_base);
     if (const int sought = av_seek_frame(state.format, state.stream, timestamp, AVSEEK_FLAG_BACKWARD); sought < 0) {
-        state.error = "cannot seek in " + state.path.string() + ": " + errorText(sought);
-        return Error(ErrorKind::InvalidData, state.error);
+        state.error = Error(ErrorKind::InvalidData, "cannot seek in " + state.path.string() + ": " + errorText(sought));
+        return *state.error;
     }
     avcodec_flush_buffers(state.codec);
     // A fresh resampler: what the old one held belongs to the place left.
@@ -311,13 +312,13 @@ Expected<void> Decoder::seek(std::int64_t frame) {
         state.skip = frame;
     state.draining = false;
     state.ended = false;
-    state.error.clear();
+    state.error.reset();
     // The first decoded frame tells where the seek landed; frames before `frame` are dropped.
     state.decodeMore();
     return {};
 }
 
-const std::string& Decoder::error() const {
+const std::optional<Error>& Decoder::error() const {
     return m_state->error;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/base/Expected.h"
@@ -49,8 +50,9 @@ public:
     // a frame past the end leaves the decoder at its end.
     [[nodiscard]] Expected<void> seek(std::int64_t frame);
 
-    // Empty unless decoding failed; then why, in one sentence.
-    [[nodiscard]] const std::string& error() const;
+    // Nothing unless decoding failed; then why, in one sentence (InvalidData for a damaged
+    // file, the system's reason when reading it failed).
+    [[nodiscard]] const std::optional<Error>& error() const;
 
 private:
     struct State;
