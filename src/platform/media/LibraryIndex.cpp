@@ -84,10 +84,11 @@ Error failure(const SqliteDatabase& database, const std::string& prefix) {
     return failure(database.lastError().withContext(prefix));
 }
 
-std::optional<std::int64_t> pragmaValue(SqliteDatabase& database, std::string_view pragma) {
+// The error is taken before the statement goes: the next statement prepared clears it.
+Expected<std::int64_t> pragmaValue(SqliteDatabase& database, std::string_view pragma) {
     auto statement = database.prepare("PRAGMA " + std::string(pragma));
     if (statement.step() != SqliteStatement::Step::Row)
-        return std::nullopt;
+        return database.lastError();
     return statement.integer(0);
 }
 
@@ -111,7 +112,7 @@ Expected<void> createSchema(SqliteDatabase& database, const std::filesystem::pat
             return std::nullopt;
         return statement.integer(0);
     }();
-    if (version == 0 && tables == 0) {
+    if (version && *version == 0 && tables == 0) {
         auto created = executeAll(database, {std::string(kSchema), std::string(kAnalysisTable),
                                              "PRAGMA application_id = " + std::to_string(LibraryIndex::kApplicationID),
                                              "PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion)});
@@ -132,7 +133,7 @@ Expected<void> upgradeSchema(SqliteDatabase& database, const std::filesystem::pa
     if (!database.execute("BEGIN IMMEDIATE"))
         return failure(database, context);
     const auto version = pragmaValue(database, "user_version");
-    Expected<void> upgraded = version.has_value() ? Expected<void>() : database.lastError();
+    Expected<void> upgraded = version ? Expected<void>() : version.error();
     if (upgraded && *version == 1)
         upgraded = database.execute(kUpgradeFrom1);
     if (upgraded && *version <= 2)
@@ -145,11 +146,11 @@ Expected<void> upgradeSchema(SqliteDatabase& database, const std::filesystem::pa
     }
     if (!database.execute("COMMIT"))
         return failure(database, context);
-    if (version == 1)
+    if (*version == 1)
         log::info(kLogComponent, path.string() + ": index upgraded to version " +
                                      std::to_string(LibraryIndex::kSchemaVersion) +
                                      "; the next scan reads every file again");
-    else if (version < LibraryIndex::kSchemaVersion)
+    else if (*version < LibraryIndex::kSchemaVersion)
         log::info(kLogComponent, path.string() + ": index upgraded to version " +
                                      std::to_string(LibraryIndex::kSchemaVersion) +
                                      "; songs are analysed on the next scan");
@@ -181,9 +182,9 @@ Expected<std::unique_ptr<SqliteDatabase>> LibraryIndex::open(const std::filesyst
     auto database = std::move(opened).value();
     // The first read of the header tells an SQLite file from any other.
     const auto applicationID = pragmaValue(*database, "application_id");
-    const auto version = pragmaValue(*database, "user_version");
-    if (!applicationID || !version) {
-        const Error why = database->lastError();
+    const auto version = applicationID ? pragmaValue(*database, "user_version") : applicationID;
+    if (!version) {
+        const Error& why = version.error();
         if (why.kind() == ErrorKind::Busy)
             return failure(why.withContext("cannot open " + path.string()));
         return failure(Error(why.kind(), path.string() + " is not a media library index (" + why.message() + ")"));
