@@ -110,10 +110,9 @@ double bareTagLibReads(const std::vector<fs::path>& paths) {
 media::LibraryScanner::Summary scanOrExit(const fs::path& index, const fs::path& folder) {
     media::LibraryScanner::Options options;
     options.applicationGroup.clear();
-    std::string error;
-    const auto summary = media::LibraryScanner(index, options).scan(folder, {}, &error);
+    const auto summary = media::LibraryScanner(index, options).scan(folder);
     if (!summary) {
-        std::fprintf(stderr, "scan failed: %s\n", error.c_str());
+        std::fprintf(stderr, "scan failed: %s\n", summary.error().message().c_str());
         std::exit(1);
     }
     return *summary;
@@ -208,7 +207,7 @@ void queryBenchmark(const Settings& settings, const fs::path& work) {
     std::printf("generated and scanned in %.2f s (scan %.2f s, %.0f files/s)\n", secondsSince(start), summary.seconds,
                 static_cast<double>(summary.audioFiles + summary.playlistFiles) / summary.seconds);
 
-    const auto library = media::MediaLibrary::open(index);
+    const auto library = media::MediaLibrary::open(index).valueOr(nullptr);
     std::vector<double> times, floors;
     std::size_t rows = 0;
     for (std::size_t round = 0; round < settings.queries; ++round) {

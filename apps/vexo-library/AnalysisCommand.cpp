@@ -27,13 +27,11 @@ void showProgress(TerminalProgress& line, const analysis::LibraryAnalyzer::Progr
 
 int runAnalysis(const std::filesystem::path& indexPath, const analysis::LibraryAnalyzer::Options& options, bool quiet) {
     TerminalProgress line(TerminalProgress::styleFor(quiet));
-    std::string error;
     const auto summary = analysis::LibraryAnalyzer::analyze(
-        indexPath, options, [&](const analysis::LibraryAnalyzer::Progress& progress) { showProgress(line, progress); },
-        &error);
+        indexPath, options, [&](const analysis::LibraryAnalyzer::Progress& progress) { showProgress(line, progress); });
     line.clear();
     if (!summary) {
-        std::cerr << "vexo-library: " << error << "\n";
+        std::cerr << "vexo-library: " << summary.error().message() << "\n";
         return 1;
     }
     for (const auto& problem : summary->problems)

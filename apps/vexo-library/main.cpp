@@ -171,11 +171,10 @@ std::shared_ptr<MediaLibrary> openExisting(const std::filesystem::path& path, in
         code = fail("no media library at " + path.string() + "; make one with: vexo-library scan DIR");
         return nullptr;
     }
-    std::string reason;
-    auto library = MediaLibrary::open(path, &reason);
+    auto library = MediaLibrary::open(path);
     if (!library)
-        code = fail(reason);
-    return library;
+        code = fail(library.error().message());
+    return std::move(library).valueOr(nullptr);
 }
 
 void showProgress(library::TerminalProgress& line, const media::LibraryScanner::Progress& progress) {
@@ -214,12 +213,12 @@ int scan(const Options& options, const std::filesystem::path& indexPath, const s
     std::signal(SIGTERM, interrupt);
     media::LibraryScanner scanner(indexPath, scanOptions);
     library::TerminalProgress line(library::TerminalProgress::styleFor(options.quiet));
-    std::string error;
-    const auto summary = scanner.scan(
-        folder, [&](const media::LibraryScanner::Progress& progress) { showProgress(line, progress); }, &error);
+    const auto summary =
+        scanner.scan(folder, [&](const media::LibraryScanner::Progress& progress) { showProgress(line, progress); });
     line.clear();
     if (!summary)
-        return fail(error, g_interrupted ? 128 + SIGINT : kFailure);
+        return fail(summary.error().message(),
+                    summary.error().kind() == ErrorKind::Cancelled ? 128 + SIGINT : kFailure);
 
     for (const auto& problem : summary->problems)
         std::cerr << "vexo-library: skipped " << problem.path.string() << ": " << problem.reason << "\n";

@@ -73,19 +73,17 @@ void analyseScanned(const std::filesystem::path& indexPath, const std::filesyste
     analysis::LibraryAnalyzer::Options analysisOptions;
     analysisOptions.only = {folder};
     std::size_t lastTenth = 11;
-    std::string error;
     const auto summary = analysis::LibraryAnalyzer::analyze(
-        indexPath, analysisOptions,
-        [&](const analysis::LibraryAnalyzer::Progress& progress) {
+        indexPath, analysisOptions, [&](const analysis::LibraryAnalyzer::Progress& progress) {
             const std::size_t tenth = progress.songsDone * 10 / std::max<std::size_t>(1, progress.songsTotal);
             if (tenth != lastTenth)
                 std::cerr << "vexo-phone: analysed " << progress.songsDone << " of " << progress.songsTotal
                           << " songs\n";
             lastTenth = tenth;
-        },
-        &error);
+        });
     if (!summary)
-        std::cerr << "vexo-phone: cannot analyse the songs: " << error << " (they play with their tags' values)\n";
+        std::cerr << "vexo-phone: cannot analyse the songs: " << summary.error().message()
+                  << " (they play with their tags' values)\n";
     else if (summary->songs > 0)
         std::cerr << "vexo-phone: analysed " << summary->songs << " songs, " << summary->complete
                   << " with tempo and key\n";
@@ -149,10 +147,9 @@ private:
 };
 
 int listDevices() {
-    std::string error;
-    const auto devices = audio::listOutputDevices(&error);
+    const auto devices = audio::listOutputDevices();
     if (!devices)
-        return fail("cannot list the sound devices: " + error);
+        return fail("cannot list the sound devices: " + devices.error().message());
     if (devices->empty())
         std::cout << "no sound device found (vexo-phone plays to a null output; --audio-device none says so)\n";
     for (const audio::AudioDevice& device : *devices)
@@ -164,28 +161,30 @@ int listDevices() {
 // The sound side of the program: the output, the engine it renders, and the recording.
 class Sound {
 public:
-    // Nothing, with `*error` set, when the output asked for cannot play.
-    static std::unique_ptr<Sound> start(const Options& options, std::string* error) {
+    // Fails when the output asked for cannot play.
+    static Expected<std::unique_ptr<Sound>> start(const Options& options) {
         std::string notice;
-        auto output = audio::openOutput(options.output, &notice, error);
+        auto output = audio::openOutput(options.output, &notice);
         if (!output)
-            return nullptr;
+            return std::move(output).error();
         if (!notice.empty())
             std::cerr << "vexo-phone: " << notice << "\n";
-        auto sound = std::unique_ptr<Sound>(new Sound(std::move(output)));
+        auto sound = std::unique_ptr<Sound>(new Sound(std::move(output).value()));
         if (!options.record.empty()) {
-            std::string why;
-            sound->m_recorder = audio::Recorder::start(options.record, sound->m_output->sampleRate(), &why);
-            if (sound->m_recorder) {
+            auto recorder = audio::Recorder::start(options.record, sound->m_output->sampleRate());
+            if (recorder) {
+                sound->m_recorder = std::move(recorder).value();
                 sound->m_engine.setRecorder(sound->m_recorder.get());
                 std::cerr << "vexo-phone: recording the mix to " << options.record << "\n";
             } else {
-                std::cerr << "vexo-phone: not recording: " << why << "\n";
+                std::cerr << "vexo-phone: not recording: " << recorder.error().message() << "\n";
             }
         }
         sound::AudioEngine& engine = sound->m_engine;
-        if (!sound->m_output->start([&engine](float* out, std::size_t frames) { engine.render(out, frames); }, error))
-            return nullptr;
+        if (auto started =
+                sound->m_output->start([&engine](float* out, std::size_t frames) { engine.render(out, frames); });
+            !started)
+            return std::move(started).error();
         // The null output that stands in for a missing device has been named in the notice.
         if (notice.empty())
             std::cerr << "vexo-phone: playing to " << sound->m_output->description() << "\n";
@@ -209,7 +208,7 @@ public:
     void reportRecording() {
         if (m_recorder && !m_reported)
             if (const auto failure = m_recorder->failure()) {
-                std::cerr << "vexo-phone: the recording stopped: " << *failure << " (the music plays on)\n";
+                std::cerr << "vexo-phone: the recording stopped: " << failure->message() << " (the music plays on)\n";
                 m_reported = true;
             }
     }
@@ -235,19 +234,18 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
     if (!options.music.empty()) {
         media::LibraryScanner::Options scanOptions;
         scanOptions.applicationGroup = options.group;
-        std::string error;
-        const auto summary = media::LibraryScanner(indexPath, scanOptions).scan(options.music, {}, &error);
+        const auto summary = media::LibraryScanner(indexPath, scanOptions).scan(options.music);
         if (!summary)
-            return fail("cannot scan " + options.music + ": " + error);
+            return fail("cannot scan " + options.music + ": " + summary.error().message());
         std::cerr << "vexo-phone: scanned " << summary->audioFiles << " audio files and " << summary->playlistFiles
                   << " playlists in " << options.music << "\n";
         if (options.analyse)
             analyseScanned(indexPath, summary->folder);
     }
-    std::string error;
-    const std::shared_ptr<media::MediaLibrary> library = media::MediaLibrary::open(indexPath, &error);
-    if (!library)
-        return fail("cannot open the media library " + indexPath.string() + ": " + error);
+    auto opened = media::MediaLibrary::open(indexPath);
+    if (!opened)
+        return fail("cannot open the media library " + indexPath.string() + ": " + opened.error().message());
+    const std::shared_ptr<media::MediaLibrary> library = std::move(opened).value();
 
     SignalWatch signals;
     runtime::AsioRunLoop loop;
@@ -259,9 +257,10 @@ int run(const Options& options, const std::filesystem::path& indexPath) {
     if (!link.isListening())
         return fail("cannot listen in " + container->string() +
                     ": another vexo-phone already runs on this container (or see --verbose)");
-    const std::unique_ptr<Sound> sound = Sound::start(options, &error);
-    if (!sound)
-        return fail("cannot play: " + error);
+    auto started = Sound::start(options);
+    if (!started)
+        return fail("cannot play: " + started.error().message());
+    const std::unique_ptr<Sound> sound = std::move(started).value();
     if (options.autoGain)
         sound->link().setAutoGainTarget(options.autoGainTarget);
     phone::Engine engine(

@@ -172,11 +172,10 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
         socketLink, protocolLog, std::string(model::VXAWLibraryActionMessageIdentifier),
         [&reader] { return reader.messageWithIdentifier(model::VXAWLibraryActionMessageIdentifier); });
 
-    std::string libraryError;
-    std::shared_ptr<media::MediaLibrary> library =
-        media::MediaLibrary::open(media::MediaLibrary::defaultPath(), &libraryError);
-    if (!library)
-        log::warning(kComponent, "no media library (" + libraryError + "); the playlist list stays empty");
+    auto opened = media::MediaLibrary::open(media::MediaLibrary::defaultPath());
+    if (!opened)
+        log::warning(kComponent, "no media library (" + opened.error().message() + "); the playlist list stays empty");
+    std::shared_ptr<media::MediaLibrary> library = std::move(opened).valueOr(nullptr);
     auto defaults = std::make_shared<runtime::UserDefaults>(runtime::UserDefaults::standardPath(kDefaultsDomain));
     model::installEnvironment({&loop, link, library, defaults, options.group});
 

@@ -57,7 +57,7 @@ double bestOfThree(const auto& work) {
 }
 
 double bareDecode(const std::filesystem::path& path) {
-    const auto decoder = audio::Decoder::open(path, audio::Decoder::kSourceSampleRate);
+    const auto decoder = audio::Decoder::open(path, audio::Decoder::kSourceSampleRate).valueOr(nullptr);
     if (!decoder)
         return 0;
     std::vector<float> block(4096 * 2);
@@ -80,8 +80,8 @@ int throughput(double seconds, int songs) {
         recipe.sampleRate = kRate;
         const std::vector<float> frames = analysis::testing::beatSong(recipe);
         const auto path = folder.path() / ("song" + std::to_string(i) + (i % 2 == 0 ? ".flac" : ".wav"));
-        const auto writer = audio::AudioFileWriter::create(path, kRate, nullptr);
-        if (!writer || !writer->write(frames.data(), frames.size() / 2, nullptr) || !writer->finish(nullptr)) {
+        const auto writer = audio::AudioFileWriter::create(path, kRate).valueOr(nullptr);
+        if (!writer || !writer->write(frames.data(), frames.size() / 2) || !writer->finish()) {
             std::fprintf(stderr, "bench_analysis: cannot write %s\n", path.c_str());
             return 1;
         }
@@ -97,7 +97,7 @@ int throughput(double seconds, int songs) {
     const double analyse = bestOfThree([&] {
         complete = 0;
         for (const auto& file : files)
-            complete += analysis::TrackAnalyzer::analyzeFile(file).failure.empty() ? 1 : 0;
+            complete += analysis::TrackAnalyzer::analyzeFile(file).failure ? 0 : 1;
     });
     std::printf("%d songs, %.0f s of audio (44.1 kHz stereo, FLAC and WAVE), %zu analysed whole\n", songs, audioSeconds,
                 complete);

@@ -88,10 +88,11 @@ public:
         media::PersistentID id = 1;
         for (const auto& song : songs) {
             const auto path = folder / song.file;
-            std::string error;
-            if (!audio::testing::writeToneFile(
-                    path, {song.rate, 240, song.frequency, 0.4, static_cast<double>(song.bpm)}, &error)) {
-                std::fprintf(stderr, "bench_audio_engine: cannot write %s: %s\n", path.c_str(), error.c_str());
+            if (auto written = audio::testing::writeToneFile(
+                    path, {song.rate, 240, song.frequency, 0.4, static_cast<double>(song.bpm)});
+                !written) {
+                std::fprintf(stderr, "bench_audio_engine: cannot write %s: %s\n", path.c_str(),
+                             written.error().message().c_str());
                 std::exit(1);
             }
             media::MediaItem::Properties properties;
@@ -176,13 +177,12 @@ int run(const Options& options, const std::filesystem::path& root) {
     phone::Engine engine(loop, catalog, link, {}, &soundLink);
     link.setEngine(&engine);
     engine.start();
-    std::string error;
-    const std::unique_ptr<audio::Recorder> recorder =
-        audio::Recorder::start(root / "mix.flac", options.sampleRate, &error);
-    if (!recorder) {
-        std::fprintf(stderr, "bench_audio_engine: cannot record: %s\n", error.c_str());
+    auto started = audio::Recorder::start(root / "mix.flac", options.sampleRate);
+    if (!started) {
+        std::fprintf(stderr, "bench_audio_engine: cannot record: %s\n", started.error().message().c_str());
         return 1;
     }
+    const std::unique_ptr<audio::Recorder> recorder = std::move(started).value();
     audioEngine.setRecorder(recorder.get());
 
     // The callback: render, time it, and note when deck 1's loop changes.

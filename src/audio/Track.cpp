@@ -52,7 +52,7 @@ struct Track::State {
     // then found by reading the chunk before.
     std::atomic<std::int64_t> endBound{std::numeric_limits<std::int64_t>::max()};
     mutable std::mutex errorMutex;
-    std::string error;
+    std::optional<Error> error;
 
     std::atomic<std::int64_t> playhead{0};
     std::atomic<std::int64_t> keep{-1};
@@ -111,8 +111,8 @@ struct Track::State {
     std::size_t decode(std::int64_t chunk, float* out) {
         const std::int64_t start = chunk * kChunkFrames;
         if (decoderPosition != start) {
-            if (!decoder->seek(start)) {
-                finish(start, decoder->error());
+            if (auto sought = decoder->seek(start); !sought) {
+                finish(start, sought.error());
                 return 0;
             }
             decoderPosition = start;
@@ -134,10 +134,10 @@ struct Track::State {
         return frames;
     }
 
-    void finish(std::int64_t frames, const std::string& why) {
+    void finish(std::int64_t frames, const std::optional<Error>& why) {
         if (exactFrames.load() < 0 || frames < exactFrames.load())
             exactFrames.store(frames);
-        if (!why.empty()) {
+        if (why) {
             std::lock_guard lock(errorMutex);
             error = why;
         }
@@ -182,10 +182,11 @@ Track::~Track() {
         m_state->worker.join();
 }
 
-std::shared_ptr<Track> Track::open(const std::filesystem::path& path, int sampleRate, std::string* error) {
-    std::unique_ptr<audio::Decoder> decoder = audio::Decoder::open(path, sampleRate, error);
-    if (!decoder)
-        return nullptr;
+Expected<std::shared_ptr<Track>> Track::open(const std::filesystem::path& path, int sampleRate) {
+    auto opened = audio::Decoder::open(path, sampleRate);
+    if (!opened)
+        return std::move(opened).error();
+    std::unique_ptr<audio::Decoder> decoder = std::move(opened).value();
     auto state = std::make_unique<State>();
     state->path = path;
     state->sampleRate = sampleRate;
@@ -224,7 +225,7 @@ bool Track::isExact() const {
     return m_state->exactFrames.load() >= 0;
 }
 
-std::string Track::error() const {
+std::optional<Error> Track::error() const {
     std::lock_guard lock(m_state->errorMutex);
     return m_state->error;
 }

@@ -5,7 +5,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "platform/base/Expected.h"
 
 // One song being played: a worker thread of its own decodes it ahead of (and a little behind)
 // the play head into a fixed set of chunks, so that memory stays bounded however long the
@@ -26,9 +29,8 @@ public:
     static constexpr double kKeepBehindSeconds = 12;
 
     // Opens `path` (checking that it decodes) and starts reading from its start at
-    // `sampleRate`. Nothing, with `*error` set to the decoder's sentence, when it cannot play.
-    [[nodiscard]] static std::shared_ptr<Track> open(const std::filesystem::path& path, int sampleRate,
-                                                     std::string* error = nullptr);
+    // `sampleRate`. Fails as audio::Decoder::open when it cannot play.
+    [[nodiscard]] static Expected<std::shared_ptr<Track>> open(const std::filesystem::path& path, int sampleRate);
     ~Track();
 
     Track(const Track&) = delete;
@@ -42,7 +44,7 @@ public:
     [[nodiscard]] bool isExact() const;
     // Why decoding stopped before the end, if it did (a truncated file): the song then ends
     // where decoding stopped.
-    [[nodiscard]] std::string error() const;
+    [[nodiscard]] std::optional<Error> error() const;
 
     // Audio thread: copies frames [start, start + frames) into `out` (interleaved stereo).
     // Frames before 0, past the end, or not decoded yet are silence. True when every frame

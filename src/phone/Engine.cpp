@@ -305,14 +305,14 @@ bool Engine::load(std::int64_t deck, const media::MediaItem& item) {
     std::string& loadError = m_loadErrors.at(static_cast<std::size_t>(deck - 1));
     std::shared_ptr<sound::Track> track;
     if (m_sound) {
-        std::string error;
-        track = m_sound->open(song, &error);
-        if (!track) {
-            loadError = "cannot load \"" + item.title() + "\": " + error;
+        auto opened = m_sound->open(song);
+        if (!opened) {
+            loadError = "cannot load \"" + item.title() + "\": " + opened.error().message();
             log::warning(kLogComponent, "deck " + std::to_string(deck) + " " + loadError);
             markDeckChanged(deck);
             return false;
         }
+        track = std::move(opened).value();
         // The watch is told the decoded length, not the tags'.
         song.duration = m_sound->durationOf(*track);
     }

@@ -15,15 +15,12 @@ std::int64_t SoundLink::frames(double seconds) const {
     return static_cast<std::int64_t>(std::llround(seconds * m_engine.sampleRate()));
 }
 
-std::shared_ptr<sound::Track> SoundLink::open(const Deck::Song& song, std::string* error) const {
+Expected<std::shared_ptr<sound::Track>> SoundLink::open(const Deck::Song& song) const {
     const std::optional<std::string>& url = song.item.assetURL();
     const std::optional<std::filesystem::path> path = url ? media::FileURL::toPath(*url) : std::nullopt;
-    if (!path) {
-        if (error != nullptr)
-            *error = "the song has no local file";
-        return nullptr;
-    }
-    return sound::Track::open(*path, m_engine.sampleRate(), error);
+    if (!path)
+        return Error(ErrorKind::NotFound, "the song has no local file");
+    return sound::Track::open(*path, m_engine.sampleRate());
 }
 
 double SoundLink::autoGainOf(const Deck::Song& song) const {

@@ -9,6 +9,7 @@
 #include "audio/AudioEngine.h"
 #include "phone/Deck.h"
 #include "phone/Mixer.h"
+#include "platform/base/Expected.h"
 
 namespace vexo::sound {
 class Track;
@@ -43,9 +44,9 @@ public:
     // The linear gain a song loaded now plays at.
     [[nodiscard]] double autoGainOf(const Deck::Song& song) const;
 
-    // Opens the file of `song` to play. Nothing, with `*error` set to why (the file is gone,
-    // is no audio, cannot be decoded), when it cannot play.
-    [[nodiscard]] std::shared_ptr<sound::Track> open(const Deck::Song& song, std::string* error) const;
+    // Opens the file of `song` to play, or says why it cannot play (the song has no file, the
+    // file is gone, is no audio, cannot be decoded).
+    [[nodiscard]] Expected<std::shared_ptr<sound::Track>> open(const Deck::Song& song) const;
     // The decoded length of `track` in seconds, as far as it is known yet.
     [[nodiscard]] double durationOf(const sound::Track& track) const;
 

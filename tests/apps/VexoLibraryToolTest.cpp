@@ -147,7 +147,7 @@ TEST_F(VexoLibraryToolTest, AScanInAnotherProcessReachesThisProcessUnderTheSameI
     using vexo::media::MediaLibrary;
     vexo::runtime::DeterministicRunLoop loop;
     vexo::runtime::RunLoop::CurrentScope current(&loop);
-    const auto media = MediaLibrary::open(MediaLibrary::defaultPath());
+    const auto media = MediaLibrary::open(MediaLibrary::defaultPath()).valueOr(nullptr);
     ASSERT_TRUE(media);
     media->beginGeneratingLibraryChangeNotifications();
     int changes = 0;
@@ -205,7 +205,7 @@ TEST_F(VexoLibraryToolTest, DemoWritesTaggedSongsAndPlaylistsAndScansThem) {
     EXPECT_NE(made.output.find("items: 40 added"), std::string::npos) << made.output;
     EXPECT_NE(made.errors.find("wrote song 40 of 40"), std::string::npos) << made.errors;
 
-    const auto media = MediaLibrary::open(MediaLibrary::defaultPath());
+    const auto media = MediaLibrary::open(MediaLibrary::defaultPath()).valueOr(nullptr);
     ASSERT_TRUE(media);
     const auto playlists = media->playlists(MediaType::Any, MediaLibrary::EmptyPlaylists::Include);
     EXPECT_GE(playlists.size(), 25u);

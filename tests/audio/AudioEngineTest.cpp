@@ -36,11 +36,9 @@ protected:
 
     void loadTone(int deck, double frequency, double seconds = 12) {
         const auto path = m_folder.path() / ("tone" + std::to_string(deck) + ".wav");
-        std::string error;
-        ASSERT_TRUE(audio::testing::writeToneFile(path, ToneRecipe{kRate, seconds, frequency, 0.5, 0}, &error))
-            << error;
-        std::shared_ptr<Track> track = Track::open(path, kRate, &error);
-        ASSERT_TRUE(track) << error;
+        ASSERT_TRUE(audio::testing::writeToneFile(path, ToneRecipe{kRate, seconds, frequency, 0.5, 0}));
+        std::shared_ptr<Track> track = Track::open(path, kRate).valueOr(nullptr);
+        ASSERT_TRUE(track);
         m_engine.load(deck, track, BeatGrid{120, 0});
     }
 
@@ -81,9 +79,8 @@ TEST_F(AudioEngineTest, VolumeScalesTheMixUnderTheLimiter) {
 TEST_F(AudioEngineTest, ASongsGainScalesOnlyItsDeck) {
     m_engine.setCrossfader(0.5);
     const auto [before1, before2] = toneLevels();
-    std::string error;
-    std::shared_ptr<Track> track = Track::open(m_folder.path() / "tone1.wav", kRate, &error);
-    ASSERT_TRUE(track) << error;
+    std::shared_ptr<Track> track = Track::open(m_folder.path() / "tone1.wav", kRate).valueOr(nullptr);
+    ASSERT_TRUE(track);
     m_engine.load(1, track, BeatGrid{120, 0}, 0.25);
     m_engine.play(1);
     (void)m_renderer.renderSeconds(0.05);

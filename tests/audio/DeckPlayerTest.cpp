@@ -23,7 +23,7 @@ protected:
     void SetUp() override {
         const auto path = m_folder.path() / "tone.wav";
         ASSERT_TRUE(audio::testing::writeToneFile(path, m_tone));
-        m_track = Track::open(path, kRate);
+        m_track = Track::open(path, kRate).valueOr(nullptr);
         ASSERT_TRUE(m_track);
         ASSERT_TRUE(m_track->waitUntilReadable(0, 4 * kRate, 10s));
         m_player.load(m_track.get());
@@ -44,7 +44,8 @@ protected:
 
 TEST_F(DeckPlayerTest, AtRateOneTheSongPlaysAsItIsAndStopsAtItsEnd) {
     std::vector<float> song(4 * kRate * 2);
-    const std::unique_ptr<audio::Decoder> decoder = audio::Decoder::open(m_track->path(), kRate);
+    const std::unique_ptr<audio::Decoder> decoder = audio::Decoder::open(m_track->path(), kRate).valueOr(nullptr);
+    ASSERT_TRUE(decoder);
     ASSERT_EQ(decoder->read(song.data(), 4 * kRate), static_cast<std::size_t>(4 * kRate));
     m_player.play();
     const std::vector<float> played = render(100);

@@ -26,7 +26,7 @@ protected:
                                             {title, "Vexo", "", "", {}, {}}));
         std::ofstream(music() / "Set.m3u") << "#EXTM3U\nWarm Up.wav\nPeak Time.wav\n";
         scan();
-        m_library = media::MediaLibrary::open(index());
+        m_library = media::MediaLibrary::open(index()).valueOr(nullptr);
         ASSERT_TRUE(m_library);
         installEnvironment({&m_loop, m_parent, m_library, makeDefaults()});
     }

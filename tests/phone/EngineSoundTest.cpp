@@ -32,8 +32,7 @@ protected:
     void addSong(media::PersistentID id, const std::string& file, std::int64_t bpm, std::optional<ToneRecipe> tone) {
         const auto path = m_folder.path() / file;
         if (tone) {
-            std::string error;
-            ASSERT_TRUE(audio::testing::writeToneFile(path, *tone, &error)) << error;
+            ASSERT_TRUE(audio::testing::writeToneFile(path, *tone));
         }
         media::MediaItem::Properties properties;
         properties.persistentID = id;
@@ -109,9 +108,7 @@ TEST_F(EngineSoundTest, ASongThatCannotPlayLeavesTheDeckAsItWas) {
     addSong(4, "truncated.flac", 120, std::nullopt);
     std::ofstream(m_folder.path() / "garbage.mp3") << std::string(4096, 'x');
     {
-        std::string error;
-        ASSERT_TRUE(
-            audio::testing::writeToneFile(m_folder.path() / "whole.flac", ToneRecipe{kRate, 4, 440, 0.5, 0}, &error));
+        ASSERT_TRUE(audio::testing::writeToneFile(m_folder.path() / "whole.flac", ToneRecipe{kRate, 4, 440, 0.5, 0}));
         std::ifstream whole(m_folder.path() / "whole.flac", std::ios::binary);
         std::string bytes((std::istreambuf_iterator<char>(whole)), std::istreambuf_iterator<char>());
         std::ofstream(m_folder.path() / "truncated.flac", std::ios::binary) << bytes.substr(0, 30);

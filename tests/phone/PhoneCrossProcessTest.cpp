@@ -48,7 +48,7 @@ protected:
         ASSERT_TRUE(AudioFixture::write(music / "peak.wav", AudioFixture::Format::Wav, 3.0, withArtwork));
         ASSERT_TRUE(AudioFixture::write(music / "cool.wav", AudioFixture::Format::Wav, 2.0, {"Cool Down", "Vexo"}));
         ASSERT_TRUE(media::LibraryScanner(index()).scan(music));
-        m_library = media::MediaLibrary::open(index());
+        m_library = media::MediaLibrary::open(index()).valueOr(nullptr);
         ASSERT_TRUE(m_library);
 
         m_phone = std::make_unique<vexo::testing::Subprocess>(std::vector<std::string>{VEXO_PHONE_PATH});

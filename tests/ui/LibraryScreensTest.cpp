@@ -63,7 +63,7 @@ protected:
         }
         const std::filesystem::path index = m_root.path() / "library.sqlite";
         ASSERT_TRUE(media::LibraryScanner(index).scan(music));
-        m_mediaLibrary = media::MediaLibrary::open(index);
+        m_mediaLibrary = media::MediaLibrary::open(index).valueOr(nullptr);
         ASSERT_TRUE(m_mediaLibrary);
         model::installEnvironment({&m_loop, m_parent, m_mediaLibrary, makeDefaults()});
     }

@@ -21,8 +21,8 @@ media::ItemAnalysis storedForm(const TrackAnalysis& analysis) {
     stored.key = analysis.key;
     stored.loudnessLUFS = analysis.loudnessLUFS;
     stored.truePeakDBTP = analysis.truePeakDBTP;
-    if (!analysis.failure.empty())
-        stored.failure = analysis.failure;
+    if (analysis.failure)
+        stored.failure = analysis.failure->message();
     return stored;
 }
 
@@ -39,14 +39,14 @@ unsigned LibraryAnalyzer::threadCount(unsigned requested) {
     return std::max(1u, std::thread::hardware_concurrency());
 }
 
-std::optional<LibraryAnalyzer::Summary> LibraryAnalyzer::analyze(const std::filesystem::path& indexPath,
-                                                                 const Options& options,
-                                                                 const std::function<void(const Progress&)>& progress,
-                                                                 std::string* error) {
+Expected<LibraryAnalyzer::Summary> LibraryAnalyzer::analyze(const std::filesystem::path& indexPath,
+                                                            const Options& options,
+                                                            const std::function<void(const Progress&)>& progress) {
     const auto started = std::chrono::steady_clock::now();
-    auto store = media::AnalysisStore::open(indexPath, error);
-    if (!store)
-        return std::nullopt;
+    auto opened = media::AnalysisStore::open(indexPath);
+    if (!opened)
+        return std::move(opened).error();
+    const std::unique_ptr<media::AnalysisStore> store = std::move(opened).value();
     const std::vector<media::AnalysisStore::Pending> songs =
         store->pending(kAnalysisVersion, options.force, options.only);
 
@@ -82,7 +82,7 @@ std::optional<LibraryAnalyzer::Summary> LibraryAnalyzer::analyze(const std::file
     }
 
     unsigned workersDone = 0;
-    bool writeFailed = false;
+    std::optional<Error> writeFailed;
     while (workersDone < summary.threads) {
         Finished item;
         {
@@ -95,26 +95,26 @@ std::optional<LibraryAnalyzer::Summary> LibraryAnalyzer::analyze(const std::file
             ++workersDone;
             continue;
         }
-        if (item.analysis.failure == "cancelled" || writeFailed)
+        if ((item.analysis.failure && item.analysis.failure->kind() == ErrorKind::Cancelled) || writeFailed)
             continue;
         const auto& song = songs[item.index];
-        if (!store->store(song, storedForm(item.analysis), error)) {
-            writeFailed = true;
+        if (auto stored = store->store(song, storedForm(item.analysis)); !stored) {
+            writeFailed = std::move(stored).error();
             stop = true;
             continue;
         }
         ++summary.songs;
         summary.audioSeconds += item.analysis.durationSeconds;
-        if (item.analysis.failure.empty())
+        if (!item.analysis.failure)
             ++summary.complete;
         else
-            summary.problems.push_back({song.path, item.analysis.failure});
+            summary.problems.push_back({song.path, item.analysis.failure->message()});
         if (progress)
             progress({summary.songs, songs.size(), song.path});
     }
     workers.clear();
     if (writeFailed)
-        return std::nullopt;
+        return std::move(*writeFailed);
     summary.cancelled = options.cancel != nullptr && options.cancel->load() && summary.songs < songs.size();
     summary.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     return summary;

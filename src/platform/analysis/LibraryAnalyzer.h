@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/Expected.h"
+
 // Analyses the songs of a media library index that need it (never analysed, analysed by an
 // older analyser, or changed on disk since) on a pool of worker threads, one song per
 // thread at a time, and stores each result in the index as it comes. What was stored stays
@@ -55,11 +57,10 @@ public:
     };
 
     // Runs the analysis on the index at `indexPath`, calling `progress` (when set) on the
-    // calling thread after each song. Nothing, with the reason in `error`, when the index
-    // cannot be opened or written.
-    [[nodiscard]] static std::optional<Summary> analyze(const std::filesystem::path& indexPath, const Options& options,
-                                                        const std::function<void(const Progress&)>& progress,
-                                                        std::string* error);
+    // calling thread after each song. Fails when the index cannot be opened or written (as
+    // media::AnalysisStore); a cancelled run is a summary, with what was stored.
+    [[nodiscard]] static Expected<Summary> analyze(const std::filesystem::path& indexPath, const Options& options,
+                                                   const std::function<void(const Progress&)>& progress);
 
     // Worker threads for `requested` (0: the machine's cores, at least 1).
     [[nodiscard]] static unsigned threadCount(unsigned requested);

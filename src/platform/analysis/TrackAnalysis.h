@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/base/Error.h"
+
 // What analysing one song found. Values a song cannot give (no tempo in a silent file, no
 // key in a file too short to tell) are absent; `failure` then says why in a few words.
 namespace vexo::analysis {
@@ -29,9 +31,11 @@ struct TrackAnalysis {
     std::optional<double> truePeakDBTP;
     // Seconds decoded.
     double durationSeconds = 0;
-    // Empty when the song was analysed whole; else why not (a short sentence: "silent",
-    // "shorter than 5 s", "cannot decode ...").
-    std::string failure;
+    // Nothing when the song was analysed whole; else why not, in a short sentence stored
+    // with the analysis: Unsupported for a song without what is measured ("silent", "shorter
+    // than 5 s", "no steady beat found"), TooLarge for "longer than 2 h", Cancelled, or the
+    // decoder's error ("cannot decode ...").
+    std::optional<Error> failure;
 };
 
 } // namespace vexo::analysis

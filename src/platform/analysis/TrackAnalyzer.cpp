@@ -29,6 +29,15 @@ bool halvedForKey(int sampleRate) {
     return sampleRate > 24000;
 }
 
+// A song that plays but lacks what is measured; the words are stored as the reason.
+Error lacking(std::string what) {
+    return Error(ErrorKind::Unsupported, std::move(what));
+}
+
+Error tooLong() {
+    return Error(ErrorKind::TooLarge, "longer than 2 h");
+}
+
 // Everything one pass over a song feeds, block by block.
 class Pipeline {
 public:
@@ -64,21 +73,21 @@ public:
 
     [[nodiscard]] double seconds() const { return static_cast<double>(m_frames) / m_sampleRate; }
 
-    TrackAnalysis finish(std::string failure) {
+    TrackAnalysis finish(std::optional<Error> failure = std::nullopt) {
         TrackAnalysis result;
         result.durationSeconds = seconds();
         result.failure = std::move(failure);
         const LoudnessMeter::Result loudness = m_loudness.result();
         result.loudnessLUFS = loudness.integratedLUFS;
         result.truePeakDBTP = loudness.truePeakDBTP;
-        if (!result.failure.empty())
+        if (result.failure)
             return result;
         if (m_peak < kSilentPeak || !loudness.integratedLUFS) {
-            result.failure = "silent";
+            result.failure = lacking("silent");
             return result;
         }
         if (result.durationSeconds < kShortestAnalysedSeconds) {
-            result.failure = "shorter than 5 s";
+            result.failure = lacking("shorter than 5 s");
             return result;
         }
         if (const auto tempo = m_tempo.finish()) {
@@ -87,11 +96,11 @@ public:
         }
         result.key = m_key.finish();
         if (!result.beatsPerMinute && !result.key)
-            result.failure = "no beat and no key found";
+            result.failure = lacking("no beat and no key found");
         else if (!result.beatsPerMinute)
-            result.failure = "no steady beat found";
+            result.failure = lacking("no steady beat found");
         else if (!result.key)
-            result.failure = "no key found";
+            result.failure = lacking("no key found");
         return result;
     }
 
@@ -110,7 +119,7 @@ private:
     std::size_t m_frames = 0;
 };
 
-TrackAnalysis failed(std::string why) {
+TrackAnalysis failed(Error why) {
     TrackAnalysis result;
     result.failure = std::move(why);
     return result;
@@ -119,16 +128,16 @@ TrackAnalysis failed(std::string why) {
 } // namespace
 
 TrackAnalysis TrackAnalyzer::analyzeFile(const std::filesystem::path& path, const std::atomic<bool>* cancel) {
-    std::string error;
-    std::unique_ptr<audio::Decoder> decoder = audio::Decoder::open(path, audio::Decoder::kSourceSampleRate, &error);
-    if (decoder && !analysedRate(decoder->sampleRate()))
-        decoder = audio::Decoder::open(path, kFallbackSampleRate, &error);
-    if (!decoder)
-        return failed(error);
+    auto opened = audio::Decoder::open(path, audio::Decoder::kSourceSampleRate);
+    if (opened && !analysedRate((*opened)->sampleRate()))
+        opened = audio::Decoder::open(path, kFallbackSampleRate);
+    if (!opened)
+        return failed(std::move(opened).error());
+    const std::unique_ptr<audio::Decoder> decoder = std::move(opened).value();
     const int sampleRate = decoder->sampleRate();
     const auto longest = static_cast<std::int64_t>(kLongestAnalysedSeconds * sampleRate);
     if (decoder->estimatedFrames() > longest) {
-        TrackAnalysis result = failed("longer than 2 h");
+        TrackAnalysis result = failed(tooLong());
         result.durationSeconds = static_cast<double>(decoder->estimatedFrames()) / sampleRate;
         return result;
     }
@@ -137,17 +146,17 @@ TrackAnalysis TrackAnalyzer::analyzeFile(const std::filesystem::path& path, cons
     std::int64_t decoded = 0;
     for (;;) {
         if (cancel != nullptr && cancel->load(std::memory_order_relaxed))
-            return pipeline.finish("cancelled");
+            return pipeline.finish(Error(ErrorKind::Cancelled, "cancelled"));
         const std::size_t frames = decoder->read(block.data(), kBlockFrames);
         if (frames == 0)
             break;
         decoded += static_cast<std::int64_t>(frames);
         if (decoded > longest)
-            return pipeline.finish("longer than 2 h");
+            return pipeline.finish(tooLong());
         pipeline.add(block.data(), frames);
     }
     // A file that breaks off part-way is analysed as far as it plays, as the engine plays it.
-    return pipeline.finish({});
+    return pipeline.finish();
 }
 
 TrackAnalysis TrackAnalyzer::analyzeFrames(const float* stereoFrames, std::size_t frames, int sampleRate) {
@@ -156,7 +165,7 @@ TrackAnalysis TrackAnalyzer::analyzeFrames(const float* stereoFrames, std::size_
         const std::size_t count = std::min(kBlockFrames, frames - at);
         pipeline.add(stereoFrames + at * audio::kChannels, count);
     }
-    return pipeline.finish({});
+    return pipeline.finish();
 }
 
 } // namespace vexo::analysis

@@ -7,13 +7,10 @@
 
 namespace vexo::audio {
 
-std::optional<std::vector<AudioDevice>> listOutputDevices(std::string* error) {
+Expected<std::vector<AudioDevice>> listOutputDevices() {
     PortAudioSession session;
-    if (!session.isStarted()) {
-        if (error != nullptr)
-            *error = "PortAudio cannot start: " + session.error();
-        return std::nullopt;
-    }
+    if (!session.isStarted())
+        return Error(ErrorKind::Unavailable, "PortAudio cannot start: " + session.error());
     std::vector<AudioDevice> devices;
     const PaDeviceIndex defaultDevice = Pa_GetDefaultOutputDevice();
     for (PaDeviceIndex index = 0; index < Pa_GetDeviceCount(); ++index) {

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/base/Expected.h"
 
 // The sound devices that can play, as PortAudio sees them (ALSA and JACK; PipeWire and
 // PulseAudio through their ALSA or JACK plugins).
@@ -17,8 +18,8 @@ struct AudioDevice {
     bool isDefault = false;
 };
 
-// Every device with at least two output channels. Nothing, with `*error` set, when PortAudio
-// cannot start; an empty list on a machine without sound.
-[[nodiscard]] std::optional<std::vector<AudioDevice>> listOutputDevices(std::string* error = nullptr);
+// Every device with at least two output channels; an empty list on a machine without sound.
+// Fails (Unavailable) when PortAudio cannot start.
+[[nodiscard]] Expected<std::vector<AudioDevice>> listOutputDevices();
 
 } // namespace vexo::audio

@@ -103,38 +103,39 @@ struct AudioFileWriter::State {
     std::int64_t nextPts = 0;
     bool finished = false;
 
-    bool fail(std::string message, std::string* error) {
-        if (error != nullptr)
-            *error = std::move(message);
+    // Ends the file where it is; nothing more is taken.
+    Error fail(Error error) {
         finished = true;
         if (format != nullptr && format->pb != nullptr)
             avio_closep(&format->pb);
-        return false;
+        return error;
     }
+    Error fail(std::string message) { return fail(Error(ErrorKind::SystemFailure, std::move(message))); }
+    Error fail(int code, const std::string& message) { return fail(ffmpegError(code, message)); }
 
     // Sends `input` (null: the end) to the encoder and writes every packet it gives back.
-    bool encode(AVFrame* input, std::string* error) {
+    Expected<void> encode(AVFrame* input) {
         if (const int sent = avcodec_send_frame(codec, input); sent < 0 && sent != AVERROR_EOF)
-            return fail("cannot encode " + path.string() + ": " + errorText(sent), error);
+            return fail(sent, "cannot encode " + path.string());
         for (;;) {
             const int received = avcodec_receive_packet(codec, packet);
             if (received == AVERROR(EAGAIN) || received == AVERROR_EOF)
                 break;
             if (received < 0)
-                return fail("cannot encode " + path.string() + ": " + errorText(received), error);
+                return fail(received, "cannot encode " + path.string());
             av_packet_rescale_ts(packet, codec->time_base, stream->time_base);
             packet->stream_index = stream->index;
             const int written = av_interleaved_write_frame(format, packet);
             if (written < 0)
-                return fail("cannot write " + path.string() + ": " + errorText(written), error);
+                return fail(written, "cannot write " + path.string());
         }
         if (format->pb != nullptr && format->pb->error < 0)
-            return fail("cannot write " + path.string() + ": " + errorText(format->pb->error), error);
-        return true;
+            return fail(format->pb->error, "cannot write " + path.string());
+        return {};
     }
 
     // Encodes whole frames from the queue; with `all`, the last short one too.
-    bool drain(bool all, std::string* error) {
+    Expected<void> drain(bool all) {
         while (av_audio_fifo_size(fifo) >= frameSize || (all && av_audio_fifo_size(fifo) > 0)) {
             const int count = std::min(frameSize, av_audio_fifo_size(fifo));
             av_frame_unref(frame);
@@ -143,28 +144,28 @@ struct AudioFileWriter::State {
             frame->sample_rate = codec->sample_rate;
             av_channel_layout_copy(&frame->ch_layout, &codec->ch_layout);
             if (av_frame_get_buffer(frame, 0) < 0)
-                return fail("out of memory writing " + path.string(), error);
+                return fail("out of memory writing " + path.string());
             av_audio_fifo_read(fifo, reinterpret_cast<void**>(frame->extended_data), count);
             frame->pts = nextPts;
             nextPts += count;
-            if (!encode(frame, error))
-                return false;
+            if (auto encoded = encode(frame); !encoded)
+                return encoded;
         }
-        return true;
+        return {};
     }
 
     // Converts `frames` interleaved float frames (null: what the resampler still holds) into
     // the queue.
-    bool queue(const float* interleaved, std::size_t frames, std::string* error) {
+    Expected<void> queue(const float* interleaved, std::size_t frames) {
         const int room = swr_get_out_samples(resampler, static_cast<int>(frames));
         if (room <= 0)
-            return true;
+            return {};
         if (av_audio_fifo_realloc(fifo, av_audio_fifo_size(fifo) + room) < 0)
-            return fail("out of memory writing " + path.string(), error);
+            return fail("out of memory writing " + path.string());
         std::uint8_t** out = nullptr;
         int lineSize = 0;
         if (av_samples_alloc_array_and_samples(&out, &lineSize, kChannels, room, codec->sample_fmt, 0) < 0)
-            return fail("out of memory writing " + path.string(), error);
+            return fail("out of memory writing " + path.string());
         const auto* in = reinterpret_cast<const std::uint8_t*>(interleaved);
         const int made =
             swr_convert(resampler, out, room, interleaved != nullptr ? &in : nullptr, static_cast<int>(frames));
@@ -172,7 +173,9 @@ struct AudioFileWriter::State {
             av_audio_fifo_write(fifo, reinterpret_cast<void**>(out), made);
         av_freep(&out[0]);
         av_freep(&out);
-        return made >= 0 || fail("cannot convert the audio for " + path.string(), error);
+        if (made < 0)
+            return fail("cannot convert the audio for " + path.string());
+        return {};
     }
 };
 
@@ -180,38 +183,38 @@ AudioFileWriter::AudioFileWriter(std::unique_ptr<State> state)
     : m_state(std::move(state)) {}
 
 AudioFileWriter::~AudioFileWriter() {
-    (void)finish(nullptr);
+    (void)finish();
 }
 
 bool AudioFileWriter::supportsExtension(const std::filesystem::path& path) {
     return kindOf(path) != nullptr;
 }
 
-std::unique_ptr<AudioFileWriter> AudioFileWriter::create(const std::filesystem::path& path, int sampleRate,
-                                                         std::string* error) {
-    const auto fail = [&](std::string message) -> std::unique_ptr<AudioFileWriter> {
-        if (error != nullptr)
-            *error = std::move(message);
-        return nullptr;
+Expected<std::unique_ptr<AudioFileWriter>> AudioFileWriter::create(const std::filesystem::path& path, int sampleRate) {
+    const auto fail = [](std::string message, ErrorKind kind = ErrorKind::SystemFailure) {
+        return Error(kind, std::move(message));
     };
     quietFFmpeg();
     const Kind* kind = kindOf(path);
     if (kind == nullptr)
         return fail("cannot write " + path.string() +
-                    ": the file name must end in .wav, .flac, .aif, .aiff, .mp3, .m4a, .ogg or .opus");
+                        ": the file name must end in .wav, .flac, .aif, .aiff, .mp3, .m4a, .ogg or .opus",
+                    ErrorKind::Unsupported);
     if (sampleRate <= 0)
-        return fail("no sample rate to write " + path.string() + " at");
+        return fail("no sample rate to write " + path.string() + " at", ErrorKind::InvalidData);
     const AVCodec* encoder = kind->encoder != nullptr ? avcodec_find_encoder_by_name(kind->encoder) : nullptr;
     if (encoder == nullptr)
         encoder = avcodec_find_encoder(kind->codec);
     if (encoder == nullptr)
-        return fail("cannot write " + path.string() + ": this machine's FFmpeg has no encoder for it");
+        return fail("cannot write " + path.string() + ": this machine's FFmpeg has no encoder for it",
+                    ErrorKind::Unsupported);
 
     auto state = std::make_unique<State>();
     state->path = path;
     if (avformat_alloc_output_context2(&state->format, nullptr, kind->muxer, path.c_str()) < 0 ||
         state->format == nullptr)
-        return fail("cannot write " + path.string() + ": this machine's FFmpeg cannot make such files");
+        return fail("cannot write " + path.string() + ": this machine's FFmpeg cannot make such files",
+                    ErrorKind::Unsupported);
     state->stream = avformat_new_stream(state->format, nullptr);
     state->codec = avcodec_alloc_context3(encoder);
     state->frame = av_frame_alloc();
@@ -232,7 +235,7 @@ std::unique_ptr<AudioFileWriter> AudioFileWriter::create(const std::filesystem::
     if (state->format->oformat->flags & AVFMT_GLOBALHEADER)
         codec.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (const int opened = avcodec_open2(&codec, encoder, nullptr); opened < 0)
-        return fail("cannot write " + path.string() + ": " + errorText(opened));
+        return ffmpegError(opened, "cannot write " + path.string());
     avcodec_parameters_from_context(state->stream->codecpar, &codec);
     state->stream->time_base = codec.time_base;
     state->frameSize =
@@ -248,39 +251,40 @@ std::unique_ptr<AudioFileWriter> AudioFileWriter::create(const std::filesystem::
         return fail("out of memory writing " + path.string());
 
     if (const int opened = avio_open(&state->format->pb, path.c_str(), AVIO_FLAG_WRITE); opened < 0)
-        return fail("cannot create " + path.string() + ": " + errorText(opened));
+        return ffmpegError(opened, "cannot create " + path.string());
     if (const int written = avformat_write_header(state->format, nullptr); written < 0)
-        return fail("cannot write " + path.string() + ": " + errorText(written));
+        return ffmpegError(written, "cannot write " + path.string());
     return std::unique_ptr<AudioFileWriter>(new AudioFileWriter(std::move(state)));
 }
 
-bool AudioFileWriter::write(const float* interleaved, std::size_t frames, std::string* error) {
-    State& state = *m_state;
-    if (state.finished) {
-        if (error != nullptr)
-            *error = "cannot write " + state.path.string() + ": it is finished";
-        return false;
-    }
-    return state.queue(interleaved, frames, error) && state.drain(false, error);
-}
-
-bool AudioFileWriter::finish(std::string* error) {
+Expected<void> AudioFileWriter::write(const float* interleaved, std::size_t frames) {
     State& state = *m_state;
     if (state.finished)
-        return true;
-    if (!state.queue(nullptr, 0, error) || !state.drain(true, error) || !state.encode(nullptr, error))
-        return false;
+        return Error(ErrorKind::InvalidData, "cannot write " + state.path.string() + ": it is finished");
+    if (auto queued = state.queue(interleaved, frames); !queued)
+        return queued;
+    return state.drain(false);
+}
+
+Expected<void> AudioFileWriter::finish() {
+    State& state = *m_state;
+    if (state.finished)
+        return {};
+    // What the resampler holds, then the last short frame, then what the encoder holds.
+    if (auto queued = state.queue(nullptr, 0); !queued)
+        return queued;
+    if (auto drained = state.drain(true); !drained)
+        return drained;
+    if (auto flushed = state.encode(nullptr); !flushed)
+        return flushed;
     state.finished = true;
     const int trailer = av_write_trailer(state.format);
     const int flushed = state.format->pb != nullptr ? state.format->pb->error : 0;
     const int closed = avio_closep(&state.format->pb);
     const int failure = trailer < 0 ? trailer : (flushed < 0 ? flushed : closed);
-    if (failure < 0) {
-        if (error != nullptr)
-            *error = "cannot write " + state.path.string() + ": " + errorText(failure);
-        return false;
-    }
-    return true;
+    if (failure < 0)
+        return ffmpegError(failure, "cannot write " + state.path.string());
+    return {};
 }
 
 } // namespace vexo::audio

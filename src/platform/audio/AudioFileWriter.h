@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/base/Expected.h"
+
 // Encodes audio in the program's sample format (AudioFormat.h) into a file, the format
 // chosen by the file's extension: ".wav" (16-bit PCM WAVE), ".flac" (24-bit FLAC), ".aif" and
 // ".aiff" (16-bit AIFF), ".mp3", ".m4a" (AAC), ".ogg" (Vorbis) and ".opus", each through
@@ -15,11 +17,11 @@ namespace vexo::audio {
 
 class AudioFileWriter {
 public:
-    // Creates `path` (replacing a file there) ready to take frames at `sampleRate`. Returns
-    // nothing and sets `*error` (when given) for an extension it does not know, a format
-    // this machine's FFmpeg cannot encode, or a path it cannot create.
-    [[nodiscard]] static std::unique_ptr<AudioFileWriter> create(const std::filesystem::path& path, int sampleRate,
-                                                                 std::string* error = nullptr);
+    // Creates `path` (replacing a file there) ready to take frames at `sampleRate`. Fails
+    // for an extension it does not know or a format this machine's FFmpeg cannot encode
+    // (Unsupported), or a path it cannot create (NotFound for a missing folder).
+    [[nodiscard]] static Expected<std::unique_ptr<AudioFileWriter>> create(const std::filesystem::path& path,
+                                                                           int sampleRate);
     // Finishes the file if finish() was not called (errors then go unreported).
     ~AudioFileWriter();
 
@@ -29,13 +31,13 @@ public:
     // True when create() knows the extension of `path`.
     [[nodiscard]] static bool supportsExtension(const std::filesystem::path& path);
 
-    // Appends `frames` interleaved stereo frames. False, with `*error` set, when writing
-    // failed (a full disk among others); the writer is then finished and takes nothing more.
-    [[nodiscard]] bool write(const float* interleaved, std::size_t frames, std::string* error = nullptr);
+    // Appends `frames` interleaved stereo frames. Fails when writing failed (a full disk among
+    // others); the writer is then finished and takes nothing more.
+    [[nodiscard]] Expected<void> write(const float* interleaved, std::size_t frames);
 
     // Flushes the encoder and writes the file's trailer; the file is complete and closed.
-    // Calling it again does nothing and returns true.
-    [[nodiscard]] bool finish(std::string* error = nullptr);
+    // Calling it again does nothing and succeeds.
+    [[nodiscard]] Expected<void> finish();
 
 private:
     struct State;

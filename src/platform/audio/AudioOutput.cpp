@@ -35,12 +35,7 @@ int deviceNamed(const std::string& name) {
 
 } // namespace
 
-std::unique_ptr<AudioOutput> openOutput(const OutputOptions& options, std::string* notice, std::string* error) {
-    const auto fail = [&](std::string message) -> std::unique_ptr<AudioOutput> {
-        if (error != nullptr)
-            *error = std::move(message);
-        return nullptr;
-    };
+Expected<std::unique_ptr<AudioOutput>> openOutput(const OutputOptions& options, std::string* notice) {
     if (options.device == "none")
         return nullOutput(options);
 
@@ -50,12 +45,13 @@ std::unique_ptr<AudioOutput> openOutput(const OutputOptions& options, std::strin
         device = options.device.empty() ? Pa_GetDefaultOutputDevice() : deviceNamed(options.device);
     if (!options.device.empty()) {
         if (!session->isStarted())
-            return fail("cannot reach the sound devices: " + session->error());
+            return Error(ErrorKind::Unavailable, "cannot reach the sound devices: " + session->error());
         if (device == -2)
-            return fail("more than one sound device is named like \"" + options.device +
-                        "\": give more of the name (see --list-audio-devices)");
+            return Error(ErrorKind::InvalidData, "more than one sound device is named like \"" + options.device +
+                                                     "\": give more of the name (see --list-audio-devices)");
         if (device < 0)
-            return fail("no sound device named \"" + options.device + "\" (see --list-audio-devices)");
+            return Error(ErrorKind::NotFound,
+                         "no sound device named \"" + options.device + "\" (see --list-audio-devices)");
     }
     if (device < 0) {
         std::unique_ptr<AudioOutput> output = nullOutput(options);
@@ -63,12 +59,10 @@ std::unique_ptr<AudioOutput> openOutput(const OutputOptions& options, std::strin
             *notice = "no sound device found: playing silently to " + output->description();
         return output;
     }
-    std::string why;
-    std::unique_ptr<AudioOutput> output =
-        PortAudioOutput::open(std::move(session), device, options.sampleRate, options.bufferFrames, &why);
+    auto output = PortAudioOutput::open(std::move(session), device, options.sampleRate, options.bufferFrames);
     if (!output)
-        return fail(why);
-    return output;
+        return std::move(output).error();
+    return std::unique_ptr<AudioOutput>(std::move(output).value());
 }
 
 } // namespace vexo::audio

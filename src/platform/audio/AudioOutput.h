@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/base/Expected.h"
+
 // Where the mix goes: a sound device through PortAudio, or a null output that calls the
 // render callback at the pace of a real device and throws the sound away (a server or a CI
 // machine without a sound card plays the same way, only silently).
@@ -28,9 +30,9 @@ public:
 
     virtual ~AudioOutput() = default;
 
-    // Starts calling `render` (never before start(), never after stop() returned). False,
-    // with `*error` set, when the device cannot start.
-    [[nodiscard]] virtual bool start(RenderCallback render, std::string* error = nullptr) = 0;
+    // Starts calling `render` (never before start(), never after stop() returned). Fails when
+    // the device cannot start (Busy when another program holds it).
+    [[nodiscard]] virtual Expected<void> start(RenderCallback render) = 0;
     // Returns once `render` will not be called again. Idempotent.
     virtual void stop() = 0;
 
@@ -43,10 +45,10 @@ public:
 };
 
 // Opens the output that `options` name. With the default device asked for and no device on
-// the machine, returns the null output and sets `*notice` to the one line that says so. A
-// named device that does not exist, or a rate or buffer size it refuses, returns nothing with
-// `*error` set.
-[[nodiscard]] std::unique_ptr<AudioOutput> openOutput(const OutputOptions& options, std::string* notice,
-                                                      std::string* error);
+// the machine, returns the null output and sets `*notice` (when given) to the one line that
+// says so. Fails for a named device that does not exist (NotFound) or is ambiguous
+// (InvalidData), sound devices that cannot be reached (Unavailable), or a rate or buffer
+// size the device refuses.
+[[nodiscard]] Expected<std::unique_ptr<AudioOutput>> openOutput(const OutputOptions& options, std::string* notice);
 
 } // namespace vexo::audio

@@ -62,7 +62,7 @@ struct Decoder::State {
     bool locating = false;
     bool draining = false;
     bool ended = false;
-    std::string error;
+    std::optional<Error> error;
 
     [[nodiscard]] std::size_t pendingFrames() const { return (pending.size() - pendingOffset) / kChannels; }
 
@@ -108,7 +108,7 @@ struct Decoder::State {
         if (resampler == nullptr || decoded.sample_rate != inputRate || decoded.format != inputFormat ||
             av_channel_layout_compare(&decoded.ch_layout, &inputLayout) != 0) {
             if (!configureResampler(decoded)) {
-                error = "cannot convert the audio of " + path.string();
+                error = Error(ErrorKind::Unsupported, "cannot convert the audio of " + path.string());
                 ended = true;
                 return;
             }
@@ -161,7 +161,7 @@ struct Decoder::State {
                 break;
             }
             if (received != AVERROR(EAGAIN)) {
-                error = "cannot decode " + path.string() + ": " + errorText(received);
+                error = Error(ErrorKind::InvalidData, "cannot decode " + path.string() + ": " + errorText(received));
                 ended = true;
                 break;
             }
@@ -172,7 +172,7 @@ struct Decoder::State {
             const int read = av_read_frame(format, packet);
             if (read < 0) {
                 if (read != AVERROR_EOF)
-                    error = "cannot read " + path.string() + ": " + errorText(read);
+                    error = ffmpegError(read, "cannot read " + path.string());
                 draining = true;
                 avcodec_send_packet(codec, nullptr);
                 continue;
@@ -182,7 +182,8 @@ struct Decoder::State {
                 if (sent < 0 && sent != AVERROR(EAGAIN)) {
                     // A damaged packet is skipped; a run of them ends the song there.
                     if (++badPackets >= kMaximumBadPackets) {
-                        error = "cannot decode " + path.string() + ": " + errorText(sent);
+                        error =
+                            Error(ErrorKind::InvalidData, "cannot decode " + path.string() + ": " + errorText(sent));
                         draining = true;
                         avcodec_send_packet(codec, nullptr);
                     }
@@ -200,16 +201,14 @@ Decoder::Decoder(std::unique_ptr<State> state)
 
 Decoder::~Decoder() = default;
 
-std::unique_ptr<Decoder> Decoder::open(const std::filesystem::path& path, int sampleRate, std::string* error) {
-    const auto fail = [&](std::string message) -> std::unique_ptr<Decoder> {
-        if (error != nullptr)
-            *error = std::move(message);
-        return nullptr;
+Expected<std::unique_ptr<Decoder>> Decoder::open(const std::filesystem::path& path, int sampleRate) {
+    const auto fail = [](std::string message, ErrorKind kind = ErrorKind::InvalidData) {
+        return Error(kind, std::move(message));
     };
     quietFFmpeg();
     std::error_code code;
     if (!std::filesystem::exists(path, code))
-        return fail("no such file: " + path.string());
+        return fail("no such file: " + path.string(), ErrorKind::NotFound);
     if (std::filesystem::is_directory(path, code))
         return fail(path.string() + " is a folder, not a song");
     if (sampleRate < 0)
@@ -227,12 +226,12 @@ std::unique_ptr<Decoder> Decoder::open(const std::filesystem::path& path, int sa
     if (state->stream < 0)
         return fail("no audio in " + path.string());
     if (decoder == nullptr)
-        return fail("no decoder for the audio in " + path.string());
+        return fail("no decoder for the audio in " + path.string(), ErrorKind::Unsupported);
     state->codec = avcodec_alloc_context3(decoder);
     state->packet = av_packet_alloc();
     state->frame = av_frame_alloc();
     if (state->codec == nullptr || state->packet == nullptr || state->frame == nullptr)
-        return fail("out of memory opening " + path.string());
+        return fail("out of memory opening " + path.string(), ErrorKind::SystemFailure);
     if (avcodec_parameters_to_context(state->codec, state->format->streams[state->stream]->codecpar) < 0 ||
         avcodec_open2(state->codec, decoder, nullptr) < 0)
         return fail("cannot decode the audio in " + path.string());
@@ -248,8 +247,8 @@ std::unique_ptr<Decoder> Decoder::open(const std::filesystem::path& path, int sa
 
     if (!state->decodeMore())
         return fail("cannot decode " + path.string() +
-                    (state->error.empty() ? std::string(": no audio frames") : ": " + state->error));
-    state->error.clear();
+                    (state->error ? ": " + state->error->message() : std::string(": no audio frames")));
+    state->error.reset();
     return std::unique_ptr<Decoder>(new Decoder(std::move(state)));
 }
 
@@ -286,7 +285,7 @@ std::size_t Decoder::read(float* out, std::size_t capacity) {
     return written;
 }
 
-bool Decoder::seek(std::int64_t frame) {
+Expected<void> Decoder::seek(std::int64_t frame) {
     State& state = *m_state;
     frame = std::max<std::int64_t>(0, frame);
     const AVStream* audio = state.format->streams[state.stream];
@@ -295,8 +294,8 @@ bool Decoder::seek(std::int64_t frame) {
     const std::int64_t timestamp = start + av_rescale_q(std::max<std::int64_t>(0, frame - preroll),
                                                         AVRational{1, state.sampleRate}, audio->time_base);
     if (const int sought = av_seek_frame(state.format, state.stream, timestamp, AVSEEK_FLAG_BACKWARD); sought < 0) {
-        state.error = "cannot seek in " + state.path.string() + ": " + errorText(sought);
-        return false;
+        state.error = Error(ErrorKind::InvalidData, "cannot seek in " + state.path.string() + ": " + errorText(sought));
+        return *state.error;
     }
     avcodec_flush_buffers(state.codec);
     // A fresh resampler: what the old one held belongs to the place left.
@@ -313,13 +312,13 @@ bool Decoder::seek(std::int64_t frame) {
         state.skip = frame;
     state.draining = false;
     state.ended = false;
-    state.error.clear();
+    state.error.reset();
     // The first decoded frame tells where the seek landed; frames before `frame` are dropped.
     state.decodeMore();
-    return true;
+    return {};
 }
 
-const std::string& Decoder::error() const {
+const std::optional<Error>& Decoder::error() const {
     return m_state->error;
 }
 

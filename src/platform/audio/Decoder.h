@@ -4,7 +4,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+
+#include "platform/base/Expected.h"
 
 // Decodes one audio file of any format the media library scans (MP3, AAC/M4A, FLAC, Ogg
 // Vorbis, Opus, WAVE, AIFF) to the program's sample format (AudioFormat.h) at a chosen sample
@@ -20,11 +23,11 @@ public:
     // Passed as the sample rate to open(): decode at the file's own rate, not resampled.
     static constexpr int kSourceSampleRate = 0;
 
-    // Opens `path` and decodes its first frames to make sure it plays. Returns nothing and
-    // sets `*error` (when given) to one sentence a user understands: the file is missing or
-    // unreadable, is not an audio file, has no audio stream, or cannot be decoded.
-    [[nodiscard]] static std::unique_ptr<Decoder> open(const std::filesystem::path& path, int sampleRate,
-                                                       std::string* error = nullptr);
+    // Opens `path` and decodes its first frames to make sure it plays. Fails with one sentence
+    // a user understands: the file is missing (NotFound), is not an audio file, has no audio
+    // stream or cannot be decoded (InvalidData), or needs a decoder this FFmpeg lacks
+    // (Unsupported).
+    [[nodiscard]] static Expected<std::unique_ptr<Decoder>> open(const std::filesystem::path& path, int sampleRate);
     ~Decoder();
 
     Decoder(const Decoder&) = delete;
@@ -43,12 +46,13 @@ public:
     [[nodiscard]] std::size_t read(float* out, std::size_t capacity);
 
     // Makes the next read() start exactly at `frame` (sample-accurate, also in compressed
-    // formats). False, with error() set, when the file cannot seek there; a frame past the end
-    // leaves the decoder at its end.
-    [[nodiscard]] bool seek(std::int64_t frame);
+    // formats). Fails, with error() set to the same sentence, when the file cannot seek there;
+    // a frame past the end leaves the decoder at its end.
+    [[nodiscard]] Expected<void> seek(std::int64_t frame);
 
-    // Empty unless decoding failed; then why, in one sentence.
-    [[nodiscard]] const std::string& error() const;
+    // Nothing unless decoding failed; then why, in one sentence (InvalidData for a damaged
+    // file, the system's reason when reading it failed).
+    [[nodiscard]] const std::optional<Error>& error() const;
 
 private:
     struct State;

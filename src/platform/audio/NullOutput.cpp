@@ -47,14 +47,11 @@ NullOutput::~NullOutput() {
     stop();
 }
 
-bool NullOutput::start(RenderCallback render, std::string* error) {
-    if (m_running.exchange(true)) {
-        if (error != nullptr)
-            *error = "the null output runs already";
-        return false;
-    }
+Expected<void> NullOutput::start(RenderCallback render) {
+    if (m_running.exchange(true))
+        return Error(ErrorKind::Busy, "the null output runs already");
     m_thread = std::thread([this, render = std::move(render)]() mutable { run(std::move(render)); });
-    return true;
+    return {};
 }
 
 void NullOutput::stop() {

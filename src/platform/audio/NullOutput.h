@@ -17,7 +17,7 @@ public:
     NullOutput(int sampleRate, std::size_t bufferFrames);
     ~NullOutput() override;
 
-    bool start(RenderCallback render, std::string* error = nullptr) override;
+    Expected<void> start(RenderCallback render) override;
     void stop() override;
     int sampleRate() const override { return m_sampleRate; }
     std::size_t bufferFrames() const override { return m_bufferFrames; }

@@ -26,26 +26,20 @@ PortAudioOutput::PortAudioOutput(std::unique_ptr<PortAudioSession> session, int 
       m_bufferFrames(bufferFrames),
       m_description(std::move(description)) {}
 
-std::unique_ptr<PortAudioOutput> PortAudioOutput::open(std::unique_ptr<PortAudioSession> session, int device,
-                                                       int sampleRate, std::size_t bufferFrames, std::string* error) {
+Expected<std::unique_ptr<PortAudioOutput>> PortAudioOutput::open(std::unique_ptr<PortAudioSession> session, int device,
+                                                                 int sampleRate, std::size_t bufferFrames) {
     const PaDeviceInfo* info = Pa_GetDeviceInfo(device);
-    if (info == nullptr) {
-        if (error != nullptr)
-            *error = "no such sound device";
-        return nullptr;
-    }
+    if (info == nullptr)
+        return Error(ErrorKind::NotFound, "no such sound device");
     const PaStreamParameters parameters = parametersFor(device);
     int rate = sampleRate;
     if (rate == 0)
         rate = Pa_IsFormatSupported(nullptr, &parameters, kDefaultSampleRate) == paFormatIsSupported
                    ? kDefaultSampleRate
                    : static_cast<int>(info->defaultSampleRate);
-    if (const PaError supported = Pa_IsFormatSupported(nullptr, &parameters, rate); supported != paFormatIsSupported) {
-        if (error != nullptr)
-            *error = std::string(info->name) + " cannot play stereo at " + std::to_string(rate) +
-                     " Hz: " + Pa_GetErrorText(supported);
-        return nullptr;
-    }
+    if (const PaError supported = Pa_IsFormatSupported(nullptr, &parameters, rate); supported != paFormatIsSupported)
+        return Error(ErrorKind::Unsupported, std::string(info->name) + " cannot play stereo at " +
+                                                 std::to_string(rate) + " Hz: " + Pa_GetErrorText(supported));
     const PaHostApiInfo* host = Pa_GetHostApiInfo(info->hostApi);
     std::string description = std::string(info->name) + " (" + (host != nullptr ? host->name : "?") + ", " +
                               std::to_string(rate) + " Hz, " + std::to_string(bufferFrames) + " frames a buffer)";
@@ -57,9 +51,9 @@ PortAudioOutput::~PortAudioOutput() {
     stop();
 }
 
-bool PortAudioOutput::start(RenderCallback render, std::string* error) {
+Expected<void> PortAudioOutput::start(RenderCallback render) {
     if (m_stream != nullptr)
-        return true;
+        return {};
     m_render = std::move(render);
     const PaStreamParameters parameters = parametersFor(m_device);
     PaError result = Pa_OpenStream(&m_stream, nullptr, &parameters, m_sampleRate, m_bufferFrames,
@@ -71,11 +65,11 @@ bool PortAudioOutput::start(RenderCallback render, std::string* error) {
         if (m_stream != nullptr)
             Pa_CloseStream(m_stream);
         m_stream = nullptr;
-        if (error != nullptr)
-            *error = std::string("the sound device does not start: ") + Pa_GetErrorText(result);
-        return false;
+        // Another program holding the device is the usual cause, and it may let go later.
+        return Error(result == paDeviceUnavailable ? ErrorKind::Busy : ErrorKind::SystemFailure,
+                     std::string("the sound device does not start: ") + Pa_GetErrorText(result));
     }
-    return true;
+    return {};
 }
 
 void PortAudioOutput::stop() {

@@ -16,13 +16,13 @@ namespace vexo::audio {
 class PortAudioOutput final : public AudioOutput {
 public:
     // Opens device `device` (a PortAudio device index) at `sampleRate` (0: 48000 if the device
-    // takes it, else its own). Nothing, with `*error` set, when the device refuses.
-    [[nodiscard]] static std::unique_ptr<PortAudioOutput> open(std::unique_ptr<PortAudioSession> session, int device,
-                                                               int sampleRate, std::size_t bufferFrames,
-                                                               std::string* error);
+    // takes it, else its own). Fails when there is no such device (NotFound) or it refuses
+    // the rate (Unsupported).
+    [[nodiscard]] static Expected<std::unique_ptr<PortAudioOutput>>
+    open(std::unique_ptr<PortAudioSession> session, int device, int sampleRate, std::size_t bufferFrames);
     ~PortAudioOutput() override;
 
-    bool start(RenderCallback render, std::string* error = nullptr) override;
+    Expected<void> start(RenderCallback render) override;
     void stop() override;
     int sampleRate() const override { return m_sampleRate; }
     std::size_t bufferFrames() const override { return m_bufferFrames; }

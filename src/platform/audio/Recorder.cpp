@@ -33,7 +33,7 @@ struct Recorder::State {
     std::atomic<std::uint64_t> written{0};
     std::atomic<std::uint64_t> dropped{0};
     mutable std::mutex failureMutex;
-    std::optional<std::string> failure;
+    std::optional<Error> failure;
     std::thread thread;
     std::once_flag stopped;
 
@@ -44,9 +44,9 @@ struct Recorder::State {
             // Whole frames only: the audio thread pushes whole frames, so the ring holds them.
             std::size_t samples;
             while ((samples = ring.pop(chunk.data(), chunk.size())) > 0) {
-                std::string error;
-                if (recording.load() && !writer->write(chunk.data(), samples / kChannels, &error))
-                    fail(error);
+                if (recording.load())
+                    if (auto wrote = writer->write(chunk.data(), samples / kChannels); !wrote)
+                        fail(std::move(wrote).error());
                 if (recording.load())
                     written.fetch_add(samples / kChannels);
             }
@@ -54,17 +54,17 @@ struct Recorder::State {
                 break;
             std::this_thread::sleep_for(kWritePeriod);
         }
-        std::string error;
-        if (recording.load() && !writer->finish(&error))
-            fail(error);
+        if (recording.load())
+            if (auto finished = writer->finish(); !finished)
+                fail(std::move(finished).error());
         recording.store(false);
     }
 
-    void fail(const std::string& why) {
+    void fail(Error why) {
         recording.store(false);
         std::lock_guard lock(failureMutex);
         if (!failure)
-            failure = why;
+            failure = std::move(why);
     }
 };
 
@@ -75,16 +75,14 @@ Recorder::~Recorder() {
     stop();
 }
 
-std::unique_ptr<Recorder> Recorder::start(const std::filesystem::path& path, int sampleRate, std::string* error) {
+Expected<std::unique_ptr<Recorder>> Recorder::start(const std::filesystem::path& path, int sampleRate) {
     const std::string extension = path.extension().string();
-    if (extension != ".wav" && extension != ".flac") {
-        if (error != nullptr)
-            *error = "a recording is a .wav or .flac file, not " + path.string();
-        return nullptr;
-    }
-    std::unique_ptr<AudioFileWriter> writer = AudioFileWriter::create(path, sampleRate, error);
-    if (!writer)
-        return nullptr;
+    if (extension != ".wav" && extension != ".flac")
+        return Error(ErrorKind::Unsupported, "a recording is a .wav or .flac file, not " + path.string());
+    auto created = AudioFileWriter::create(path, sampleRate);
+    if (!created)
+        return std::move(created).error();
+    std::unique_ptr<AudioFileWriter> writer = std::move(created).value();
     const auto ringSamples = static_cast<std::size_t>(kRingSeconds * sampleRate) * kChannels;
     auto state = std::make_unique<State>(path, std::move(writer), ringSamples);
     State* raw = state.get();
@@ -119,7 +117,7 @@ bool Recorder::isRecording() const {
     return m_state->recording.load() && !m_state->stopping.load();
 }
 
-std::optional<std::string> Recorder::failure() const {
+std::optional<Error> Recorder::failure() const {
     std::lock_guard lock(m_state->failureMutex);
     return m_state->failure;
 }

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/base/Expected.h"
+
 // Records the master output to a WAVE or FLAC file (by extension) while it plays. The audio
 // thread only copies frames into a lock-free ring; a thread of the recorder's own encodes
 // and writes them. A write that fails (a full disk, a file system gone) stops the recording
@@ -19,10 +21,9 @@ public:
     // The ring holds this many seconds, so that a slow disk can fall that far behind.
     static constexpr double kRingSeconds = 4;
 
-    // Creates `path` and starts the writing thread. Nothing, with `*error` set, for an
-    // extension other than .wav and .flac or a path that cannot be created.
-    [[nodiscard]] static std::unique_ptr<Recorder> start(const std::filesystem::path& path, int sampleRate,
-                                                         std::string* error = nullptr);
+    // Creates `path` and starts the writing thread. Fails for an extension other than .wav
+    // and .flac (Unsupported) or a path that cannot be created (as AudioFileWriter::create).
+    [[nodiscard]] static Expected<std::unique_ptr<Recorder>> start(const std::filesystem::path& path, int sampleRate);
     // Stops (see stop()).
     ~Recorder();
 
@@ -41,7 +42,7 @@ public:
     // False once stopped or failed.
     [[nodiscard]] bool isRecording() const;
     // Why writing stopped, once it failed; any thread.
-    [[nodiscard]] std::optional<std::string> failure() const;
+    [[nodiscard]] std::optional<Error> failure() const;
     [[nodiscard]] std::uint64_t framesWritten() const;
     [[nodiscard]] std::uint64_t framesDropped() const;
 

@@ -35,13 +35,13 @@ AnalysisStore::AnalysisStore(std::unique_ptr<SqliteDatabase> database)
 
 AnalysisStore::~AnalysisStore() = default;
 
-std::unique_ptr<AnalysisStore> AnalysisStore::open(const std::filesystem::path& path, std::string* error) {
-    auto database = LibraryIndex::open(path, error);
+Expected<std::unique_ptr<AnalysisStore>> AnalysisStore::open(const std::filesystem::path& path) {
+    auto database = LibraryIndex::open(path);
     if (!database)
-        return nullptr;
+        return std::move(database).error();
     // A reader of the index may hold it for a moment; wait rather than fail.
-    database->execute("PRAGMA busy_timeout = 5000");
-    return std::unique_ptr<AnalysisStore>(new AnalysisStore(std::move(database)));
+    (void)(*database)->execute("PRAGMA busy_timeout = 5000");
+    return std::unique_ptr<AnalysisStore>(new AnalysisStore(std::move(database).value()));
 }
 
 std::vector<AnalysisStore::Pending> AnalysisStore::pending(int version, bool force,
@@ -70,7 +70,7 @@ std::vector<AnalysisStore::Pending> AnalysisStore::pending(int version, bool for
     return found;
 }
 
-bool AnalysisStore::store(const Pending& item, const ItemAnalysis& analysis, std::string* error) {
+Expected<void> AnalysisStore::store(const Pending& item, const ItemAnalysis& analysis) {
     auto statement = m_database->prepare(
         "INSERT OR REPLACE INTO analysis (item_id, version, modified_ns, size, bpm, first_beat, musical_key,"
         " loudness, true_peak, failure) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)");
@@ -96,19 +96,16 @@ bool AnalysisStore::store(const Pending& item, const ItemAnalysis& analysis, std
     bindReal(8, analysis.loudnessLUFS);
     bindReal(9, analysis.truePeakDBTP);
     bindText(10, analysis.failure);
-    if (statement.step() != SqliteStatement::Step::Done) {
-        if (error != nullptr)
-            *error = "cannot store the analysis of " + item.path.string() + ": " + m_database->errorMessage();
-        return false;
-    }
-    return true;
+    if (statement.step() != SqliteStatement::Step::Done)
+        return m_database->lastError().withContext("cannot store the analysis of " + item.path.string());
+    return {};
 }
 
-bool AnalysisStore::begin() {
+Expected<void> AnalysisStore::begin() {
     return m_database->execute("BEGIN IMMEDIATE");
 }
 
-bool AnalysisStore::commit() {
+Expected<void> AnalysisStore::commit() {
     return m_database->execute("COMMIT");
 }
 

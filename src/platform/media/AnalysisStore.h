@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/Expected.h"
 #include "platform/media/MediaItem.h"
 #include "platform/media/MediaType.h"
 
@@ -26,9 +27,8 @@ public:
         std::int64_t size = 0;
     };
 
-    // Opens (or makes, or upgrades) the index at `path`; nothing, with the reason in `error`,
-    // as LibraryIndex::open.
-    [[nodiscard]] static std::unique_ptr<AnalysisStore> open(const std::filesystem::path& path, std::string* error);
+    // Opens (or makes, or upgrades) the index at `path`; fails as LibraryIndex::open.
+    [[nodiscard]] static Expected<std::unique_ptr<AnalysisStore>> open(const std::filesystem::path& path);
     ~AnalysisStore();
     AnalysisStore(const AnalysisStore&) = delete;
     AnalysisStore& operator=(const AnalysisStore&) = delete;
@@ -40,13 +40,13 @@ public:
     [[nodiscard]] std::vector<Pending> pending(int version, bool force,
                                                const std::vector<std::filesystem::path>& only) const;
 
-    // Stores what analysing `item` found, replacing what was stored. False, with the reason
-    // in `error`, when the index cannot be written.
-    [[nodiscard]] bool store(const Pending& item, const ItemAnalysis& analysis, std::string* error);
+    // Stores what analysing `item` found, replacing what was stored; fails when the index
+    // cannot be written (Busy while another process holds it past the busy timeout).
+    [[nodiscard]] Expected<void> store(const Pending& item, const ItemAnalysis& analysis);
 
     // Store calls between these share one transaction (far faster than one each).
-    bool begin();
-    bool commit();
+    [[nodiscard]] Expected<void> begin();
+    [[nodiscard]] Expected<void> commit();
 
 private:
     explicit AnalysisStore(std::unique_ptr<SqliteDatabase> database);

@@ -1,7 +1,10 @@
 #include "platform/media/LibraryIndex.h"
 
+#include <initializer_list>
+#include <optional>
 #include <system_error>
 
+#include "platform/base/SystemError.h"
 #include "platform/log/Log.h"
 
 namespace vexo::media {
@@ -71,25 +74,37 @@ CREATE TABLE analysis (
 );
 )sql";
 
-bool fail(std::string* error, std::string message) {
-    log::debug(kLogComponent, message);
-    if (error != nullptr)
-        *error = std::move(message);
-    return false;
+Error failure(Error error) {
+    log::debug(kLogComponent, error.message());
+    return error;
 }
 
-std::optional<std::int64_t> pragmaValue(SqliteDatabase& database, std::string_view pragma) {
+// Why `database`'s last call failed, the message after `prefix`.
+Error failure(const SqliteDatabase& database, const std::string& prefix) {
+    return failure(database.lastError().withContext(prefix));
+}
+
+// The error is taken before the statement goes: the next statement prepared clears it.
+Expected<std::int64_t> pragmaValue(SqliteDatabase& database, std::string_view pragma) {
     auto statement = database.prepare("PRAGMA " + std::string(pragma));
     if (statement.step() != SqliteStatement::Step::Row)
-        return std::nullopt;
+        return database.lastError();
     return statement.integer(0);
+}
+
+// Runs `statements` in order, stopping at the first that fails.
+Expected<void> executeAll(SqliteDatabase& database, std::initializer_list<std::string> statements) {
+    for (const auto& statement : statements)
+        if (auto done = database.execute(statement); !done)
+            return done;
+    return {};
 }
 
 // Makes the tables unless another process did meanwhile; the immediate transaction makes
 // two first openings take turns.
-bool createSchema(SqliteDatabase& database, const std::filesystem::path& path, std::string* error) {
+Expected<void> createSchema(SqliteDatabase& database, const std::filesystem::path& path) {
     if (!database.execute("BEGIN IMMEDIATE"))
-        return fail(error, path.string() + ": " + database.errorMessage());
+        return failure(database, path.string());
     const auto version = pragmaValue(database, "user_version");
     const auto tables = [&]() -> std::optional<std::int64_t> {
         auto statement = database.prepare("SELECT count(*) FROM sqlite_master");
@@ -97,116 +112,110 @@ bool createSchema(SqliteDatabase& database, const std::filesystem::path& path, s
             return std::nullopt;
         return statement.integer(0);
     }();
-    bool ok = true;
-    if (version == 0 && tables == 0) {
-        ok = database.execute(kSchema) && database.execute(kAnalysisTable) &&
-             database.execute("PRAGMA application_id = " + std::to_string(LibraryIndex::kApplicationID)) &&
-             database.execute("PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion));
-    }
-    if (!ok) {
-        const std::string message = database.errorMessage();
-        database.execute("ROLLBACK");
-        return fail(error, path.string() + ": cannot create the index: " + message);
+    if (version && *version == 0 && tables == 0) {
+        auto created = executeAll(database, {std::string(kSchema), std::string(kAnalysisTable),
+                                             "PRAGMA application_id = " + std::to_string(LibraryIndex::kApplicationID),
+                                             "PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion)});
+        if (!created) {
+            (void)database.execute("ROLLBACK");
+            return failure(std::move(created).error().withContext(path.string() + ": cannot create the index"));
+        }
     }
     if (!database.execute("COMMIT"))
-        return fail(error, path.string() + ": " + database.errorMessage());
-    return true;
+        return failure(database, path.string());
+    return {};
 }
 
 // Brings an index of an earlier version up to this one; another process may be doing the
 // same, so the version is read again inside the write transaction.
-bool upgradeSchema(SqliteDatabase& database, const std::filesystem::path& path, std::string* error) {
+Expected<void> upgradeSchema(SqliteDatabase& database, const std::filesystem::path& path) {
+    const std::string context = path.string() + ": cannot upgrade the index";
     if (!database.execute("BEGIN IMMEDIATE"))
-        return fail(error, path.string() + ": cannot upgrade the index: " + database.errorMessage());
+        return failure(database, context);
     const auto version = pragmaValue(database, "user_version");
-    bool ok = version.has_value();
-    if (ok && *version == 1)
-        ok = database.execute(kUpgradeFrom1);
-    if (ok && *version <= 2)
-        ok = database.execute(kAnalysisTable);
-    if (ok && *version < LibraryIndex::kSchemaVersion)
-        ok = database.execute("PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion));
-    if (!ok) {
-        const std::string message = database.errorMessage();
-        database.execute("ROLLBACK");
-        return fail(error, path.string() + ": cannot upgrade the index: " + message);
+    Expected<void> upgraded = version ? Expected<void>() : version.error();
+    if (upgraded && *version == 1)
+        upgraded = database.execute(kUpgradeFrom1);
+    if (upgraded && *version <= 2)
+        upgraded = database.execute(kAnalysisTable);
+    if (upgraded && *version < LibraryIndex::kSchemaVersion)
+        upgraded = database.execute("PRAGMA user_version = " + std::to_string(LibraryIndex::kSchemaVersion));
+    if (!upgraded) {
+        (void)database.execute("ROLLBACK");
+        return failure(std::move(upgraded).error().withContext(context));
     }
     if (!database.execute("COMMIT"))
-        return fail(error, path.string() + ": cannot upgrade the index: " + database.errorMessage());
-    if (version == 1)
+        return failure(database, context);
+    if (*version == 1)
         log::info(kLogComponent, path.string() + ": index upgraded to version " +
                                      std::to_string(LibraryIndex::kSchemaVersion) +
                                      "; the next scan reads every file again");
-    else if (version < LibraryIndex::kSchemaVersion)
+    else if (*version < LibraryIndex::kSchemaVersion)
         log::info(kLogComponent, path.string() + ": index upgraded to version " +
                                      std::to_string(LibraryIndex::kSchemaVersion) +
                                      "; songs are analysed on the next scan");
-    return true;
+    return {};
+}
+
+Error notAnIndex(const std::filesystem::path& path) {
+    return failure(
+        Error(ErrorKind::InvalidData, path.string() + " is an SQLite database but not a media library index"));
 }
 
 } // namespace
 
-std::unique_ptr<SqliteDatabase> LibraryIndex::open(const std::filesystem::path& path, std::string* error) {
-    if (path.empty()) {
-        fail(error, "no path given for the media library index");
-        return nullptr;
-    }
+Expected<std::unique_ptr<SqliteDatabase>> LibraryIndex::open(const std::filesystem::path& path) {
+    if (path.empty())
+        return failure(Error(ErrorKind::NotFound, "no path given for the media library index"));
     std::error_code code;
     if (path.has_parent_path() && !std::filesystem::is_directory(path.parent_path(), code)) {
         std::filesystem::create_directories(path.parent_path(), code);
-        if (code) {
-            fail(error, "cannot make the folder " + path.parent_path().string() + ": " + code.message());
-            return nullptr;
-        }
+        if (code)
+            return failure(systemError(code, "cannot make the folder " + path.parent_path().string()));
     }
-    if (std::filesystem::is_directory(path, code)) {
-        fail(error, path.string() + " is a folder, not a media library index");
-        return nullptr;
-    }
+    if (std::filesystem::is_directory(path, code))
+        return failure(Error(ErrorKind::InvalidData, path.string() + " is a folder, not a media library index"));
 
-    std::string openError;
-    auto database = SqliteDatabase::open(path, &openError);
-    if (!database) {
-        fail(error, "cannot open " + path.string() + ": " + openError);
-        return nullptr;
-    }
+    auto opened = SqliteDatabase::open(path);
+    if (!opened)
+        return failure(std::move(opened).error().withContext("cannot open " + path.string()));
+    auto database = std::move(opened).value();
     // The first read of the header tells an SQLite file from any other.
     const auto applicationID = pragmaValue(*database, "application_id");
-    const auto version = pragmaValue(*database, "user_version");
-    if (!applicationID || !version) {
-        fail(error, path.string() + " is not a media library index (" + database->errorMessage() + ")");
-        return nullptr;
+    const auto version = applicationID ? pragmaValue(*database, "user_version") : applicationID;
+    if (!version) {
+        const Error& why = version.error();
+        if (why.kind() == ErrorKind::Busy)
+            return failure(why.withContext("cannot open " + path.string()));
+        return failure(Error(why.kind(), path.string() + " is not a media library index (" + why.message() + ")"));
     }
     if (*applicationID == 0 && *version == 0) {
         // A new file, or an SQLite database of someone else's; createSchema tells them apart.
-        if (!createSchema(*database, path, error))
-            return nullptr;
+        if (auto created = createSchema(*database, path); !created)
+            return std::move(created).error();
     } else if (*applicationID != kApplicationID) {
-        fail(error, path.string() + " is an SQLite database but not a media library index");
-        return nullptr;
+        return notAnIndex(path);
     }
     const auto created = pragmaValue(*database, "user_version");
-    if (!created || *created == 0) {
-        fail(error, path.string() + " is an SQLite database but not a media library index");
-        return nullptr;
-    }
-    if (*created > kSchemaVersion) {
-        fail(error, path.string() + " was made by a newer version of this program (index version " +
-                        std::to_string(*created) + ")");
-        return nullptr;
-    }
-    if (*created < kSchemaVersion && !upgradeSchema(*database, path, error))
-        return nullptr;
+    if (!created || *created == 0)
+        return notAnIndex(path);
+    if (*created > kSchemaVersion)
+        return failure(Error(ErrorKind::Unsupported,
+                             path.string() + " was made by a newer version of this program (index version " +
+                                 std::to_string(*created) + ")"));
+    if (*created < kSchemaVersion)
+        if (auto upgraded = upgradeSchema(*database, path); !upgraded)
+            return std::move(upgraded).error();
     // Readers never wait for the scanner in WAL mode; NORMAL keeps the index intact on a crash
     // and may only lose the last batch of a scan on power loss. Either may be refused (a
     // read-only file); the index works without them.
-    database->execute("PRAGMA journal_mode = WAL");
-    database->execute("PRAGMA synchronous = NORMAL");
+    (void)database->execute("PRAGMA journal_mode = WAL");
+    (void)database->execute("PRAGMA synchronous = NORMAL");
     // A playlist query visits every item's page; with SQLite's default 2 MB cache a library of
     // tens of thousands of items is read from the file again on each query. The cache grows
     // only as pages are used, and mapped reads skip a copy per page.
-    database->execute("PRAGMA cache_size = -32768");
-    database->execute("PRAGMA mmap_size = 268435456");
+    (void)database->execute("PRAGMA cache_size = -32768");
+    (void)database->execute("PRAGMA mmap_size = 268435456");
     return database;
 }
 

@@ -41,10 +41,11 @@ public:
     static constexpr int kSchemaVersion = 3;
 
     // Opens the index at `path`, making the file, its folder and the tables when missing, and
-    // upgrading an index of an earlier version. Nothing, with the reason in `error` when
-    // given, for a file that is not an index of ours, one of a newer schema, or one that
-    // cannot be opened, made or upgraded (a read-only index of an earlier version).
-    [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path, std::string* error);
+    // upgrading an index of an earlier version. Fails with InvalidData for a file that is not
+    // an index of ours, Unsupported for one of a newer schema, Busy when another process held
+    // it locked too long, and the system's reason when it cannot be opened, made or upgraded
+    // (a read-only index of an earlier version).
+    [[nodiscard]] static Expected<std::unique_ptr<SqliteDatabase>> open(const std::filesystem::path& path);
 
     [[nodiscard]] static std::int64_t stored(PersistentID id) { return static_cast<std::int64_t>(id); }
     [[nodiscard]] static PersistentID persistentID(std::int64_t stored) { return static_cast<PersistentID>(stored); }

@@ -11,6 +11,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include "platform/base/SystemError.h"
 #include "platform/ipc/Container.h"
 #include "platform/ipc/NotifyCenter.h"
 #include "platform/log/Log.h"
@@ -188,16 +189,16 @@ public:
         if (!m_inTransaction)
             return true;
         m_inTransaction = false;
-        return m_database.execute("COMMIT");
+        return m_database.execute("COMMIT").hasValue();
     }
 
     void rollback() {
         if (m_inTransaction)
-            m_database.execute("ROLLBACK");
+            (void)m_database.execute("ROLLBACK");
         m_inTransaction = false;
     }
 
-    std::string errorMessage() const { return m_database.errorMessage(); }
+    Error lastError() const { return m_database.lastError(); }
 
 private:
     bool beginWrite() {
@@ -257,25 +258,23 @@ private:
     SqliteStatement m_markPlaylistGone;
 };
 
-bool setError(std::string* error, std::string message) {
-    log::debug(kLogComponent, message);
-    if (error != nullptr)
-        *error = std::move(message);
-    return false;
+Error failure(Error error) {
+    log::debug(kLogComponent, error.message());
+    return error;
 }
 
 // A clear reason when `folder` cannot be scanned at all.
-std::optional<std::string> checkFolder(const fs::path& folder) {
+Expected<void> checkFolder(const fs::path& folder) {
     struct stat status {};
     if (::stat(folder.c_str(), &status) != 0)
-        return folder.string() + ": " + std::strerror(errno);
+        return systemError(errno, folder.string());
     if (!S_ISDIR(status.st_mode))
-        return folder.string() + " is not a folder";
+        return Error(ErrorKind::InvalidData, folder.string() + " is not a folder");
     DIR* stream = ::opendir(folder.c_str());
     if (stream == nullptr)
-        return folder.string() + ": " + std::strerror(errno);
+        return systemError(errno, folder.string());
     ::closedir(stream);
-    return std::nullopt;
+    return {};
 }
 
 void postChange(const std::string& group) {
@@ -303,30 +302,21 @@ LibraryScanner::LibraryScanner(fs::path indexPath, Options options)
     : m_indexPath(std::move(indexPath)),
       m_options(std::move(options)) {}
 
-std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& folder, const ProgressCallback& progress,
-                                                            std::string* error) {
+Expected<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& folder, const ProgressCallback& progress) {
     const auto start = Clock::now();
-    if (const auto problem = checkFolder(folder)) {
-        setError(error, *problem);
-        return std::nullopt;
-    }
+    if (auto usable = checkFolder(folder); !usable)
+        return failure(std::move(usable).error());
     std::error_code code;
     const fs::path root = fs::canonical(fs::absolute(folder), code);
-    if (code) {
-        setError(error, folder.string() + ": " + code.message());
-        return std::nullopt;
-    }
-    std::string reason;
-    const auto database = LibraryIndex::open(m_indexPath, &reason);
-    if (!database) {
-        setError(error, reason);
-        return std::nullopt;
-    }
-    ScanRun run(*database, m_options.batchSize);
-    if (!run.prepare()) {
-        setError(error, m_indexPath.string() + ": " + database->errorMessage());
-        return std::nullopt;
-    }
+    if (code)
+        return failure(systemError(code, folder.string()));
+    auto opened = LibraryIndex::open(m_indexPath);
+    if (!opened)
+        return failure(std::move(opened).error());
+    SqliteDatabase& database = **opened;
+    ScanRun run(database, m_options.batchSize);
+    if (!run.prepare())
+        return failure(database.lastError().withContext(m_indexPath.string()));
 
     Summary summary;
     summary.folder = root;
@@ -351,38 +341,34 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
     const std::size_t total = listing.files.size();
     std::size_t done = 0;
 
-    auto writeFailed = [&]() -> std::optional<Summary> {
-        setError(error, "cannot write " + m_indexPath.string() + ": " + run.errorMessage());
+    auto writeFailed = [&]() -> Error {
+        Error error = run.lastError().withContext("cannot write " + m_indexPath.string());
         run.rollback();
-        return std::nullopt;
+        return failure(std::move(error));
     };
 
     auto knownItems = run.load("items");
     auto knownPlaylists = run.load("playlists");
-    if (!knownItems || !knownPlaylists) {
-        setError(error, "cannot read " + m_indexPath.string() + ": " + run.errorMessage());
-        return std::nullopt;
-    }
+    if (!knownItems || !knownPlaylists)
+        return failure(run.lastError().withContext("cannot read " + m_indexPath.string()));
 
     // Stops early, keeping the batches written; nothing is marked gone, since the files not
-    // yet visited were not checked.
-    auto cancelled = [&]() -> bool {
+    // yet visited were not checked. The error to return once cancelled.
+    auto cancelled = [&]() -> std::optional<Error> {
         if (!m_options.isCancelled || !m_options.isCancelled())
-            return false;
-        if (!run.commit()) {
-            writeFailed();
-            return true;
-        }
+            return std::nullopt;
+        if (!run.commit())
+            return writeFailed();
         if (summary.changedIndex() && !m_options.applicationGroup.empty())
             postChange(m_options.applicationGroup);
-        setError(error, "interrupted; the " + std::to_string(done) + " files read so far are kept");
-        return true;
+        return failure(
+            Error(ErrorKind::Cancelled, "interrupted; the " + std::to_string(done) + " files read so far are kept"));
     };
 
     report(Progress::Phase::Reading, 0, total);
     for (const FolderWalker::File* file : audioFiles) {
-        if (cancelled())
-            return std::nullopt;
+        if (auto stopped = cancelled())
+            return std::move(*stopped);
         const auto found = knownItems->find(file->path.native());
         Known* known = found != knownItems->end() ? &found->second : nullptr;
         if (known != nullptr)
@@ -390,13 +376,13 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
         if (known != nullptr && known->present && known->modifiedNanoseconds == file->modifiedNanoseconds &&
             known->size == static_cast<std::int64_t>(file->size)) {
             ++summary.itemsUnchanged;
-        } else if (const auto track = TagReader::read(file->path, &reason)) {
+        } else if (const auto track = TagReader::read(file->path)) {
             if (!run.putItem(*file, *track, known ? std::optional(known->id) : std::nullopt))
                 return writeFailed();
             ++(known != nullptr ? summary.itemsUpdated : summary.itemsAdded);
         } else {
             // An item already known keeps what it had; the file is read again next time.
-            summary.problems.push_back({file->path, reason});
+            summary.problems.push_back({file->path, track.error().message()});
         }
         report(Progress::Phase::Reading, ++done, total);
     }
@@ -414,8 +400,8 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
 
     // After the items, so that a playlist's entries are checked against the files now there.
     for (const FolderWalker::File* file : playlistFiles) {
-        if (cancelled())
-            return std::nullopt;
+        if (auto stopped = cancelled())
+            return std::move(*stopped);
         const auto found = knownPlaylists->find(file->path.native());
         Known* known = found != knownPlaylists->end() ? &found->second : nullptr;
         if (known != nullptr)
@@ -423,12 +409,12 @@ std::optional<LibraryScanner::Summary> LibraryScanner::scan(const fs::path& fold
         if (known != nullptr && known->present && known->modifiedNanoseconds == file->modifiedNanoseconds &&
             known->size == static_cast<std::int64_t>(file->size)) {
             // Unchanged; its entries meet newly indexed files at query time.
-        } else if (const auto contents = PlaylistFile::read(file->path, &reason)) {
+        } else if (const auto contents = PlaylistFile::read(file->path)) {
             if (!run.putPlaylist(*file, *contents, known ? std::optional(known->id) : std::nullopt))
                 return writeFailed();
             ++(known != nullptr ? summary.playlistsUpdated : summary.playlistsAdded);
         } else {
-            summary.problems.push_back({file->path, reason});
+            summary.problems.push_back({file->path, contents.error().message()});
         }
         report(Progress::Phase::Reading, ++done, total);
     }

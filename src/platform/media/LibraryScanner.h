@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/Expected.h"
 #include "platform/media/MediaLibrary.h"
 
 // Builds and refreshes the index of a music folder: every audio file in it (recursively) is
@@ -78,12 +79,11 @@ public:
     // Scans `folder`, calling `progress` (when set) on the calling thread as it goes. Every
     // item whose file has gone loses its asset URL, whichever folder it was found in; items of
     // other folders stay otherwise, as do those in a folder that could not be read.
-    // Nothing, with the reason in `error` when given, when the folder is missing or
-    // unreadable, the index cannot be opened, writing it fails (batches committed before
-    // stay) or the scan was cancelled (what it read is kept). Unreadable or damaged files inside the folder do not stop
-    // the scan: they are listed in the summary's problems.
-    [[nodiscard]] std::optional<Summary> scan(const std::filesystem::path& folder,
-                                              const ProgressCallback& progress = {}, std::string* error = nullptr);
+    // Fails when the folder is missing (NotFound) or unreadable, the index cannot be opened
+    // (as LibraryIndex::open), writing it fails (batches committed before stay), or the scan
+    // was cancelled (Cancelled; what it read is kept). Unreadable or damaged files inside the
+    // folder do not stop the scan: they are listed in the summary's problems.
+    [[nodiscard]] Expected<Summary> scan(const std::filesystem::path& folder, const ProgressCallback& progress = {});
 
 private:
     std::filesystem::path m_indexPath;

@@ -89,16 +89,13 @@ fs::path MediaLibrary::defaultPath() {
     return dataHome / "vexo" / "media-library.sqlite";
 }
 
-std::shared_ptr<MediaLibrary> MediaLibrary::open(const fs::path& path, std::string* error) {
-    std::string reason;
-    auto database = LibraryIndex::open(path, &reason);
+Expected<std::shared_ptr<MediaLibrary>> MediaLibrary::open(const fs::path& path) {
+    auto database = LibraryIndex::open(path);
     if (!database) {
-        log::warning(kLogComponent, reason);
-        if (error != nullptr)
-            *error = reason;
-        return nullptr;
+        log::warning(kLogComponent, database.error().message());
+        return std::move(database).error();
     }
-    return std::shared_ptr<MediaLibrary>(new MediaLibrary(path, std::move(database)));
+    return std::shared_ptr<MediaLibrary>(new MediaLibrary(path, std::move(database).value()));
 }
 
 MediaLibrary::MediaLibrary(fs::path path, std::unique_ptr<SqliteDatabase> database)
@@ -180,7 +177,7 @@ std::vector<MediaPlaylist> MediaLibrary::playlists(MediaType filter, EmptyPlayli
     }
     if (failed)
         log::warning(kLogComponent, "playlist query failed: " + m_database->errorMessage());
-    m_database->execute("COMMIT");
+    (void)m_database->execute("COMMIT");
     if (failed)
         return {};
 

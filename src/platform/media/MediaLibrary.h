@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/base/Expected.h"
 #include "platform/media/MediaItem.h"
 #include "platform/media/MediaPlaylist.h"
 #include "platform/media/MediaType.h"
@@ -53,10 +54,9 @@ public:
     [[nodiscard]] static std::filesystem::path defaultPath();
 
     // Opens the index at `path`, making an empty one (and its folder) when there is none.
-    // Nothing, with a log line and the reason in `error` when given, when the file cannot be
-    // opened or is not a media library index.
-    [[nodiscard]] static std::shared_ptr<MediaLibrary> open(const std::filesystem::path& path,
-                                                            std::string* error = nullptr);
+    // Fails, with a log line, as LibraryIndex::open: when the file cannot be opened or is not
+    // a media library index.
+    [[nodiscard]] static Expected<std::shared_ptr<MediaLibrary>> open(const std::filesystem::path& path);
 
     // Stops generating change notifications. On another thread than the one that began them,
     // the registration is removed on that loop. REQUIRES: that loop outlives the library, or

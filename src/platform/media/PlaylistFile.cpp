@@ -7,6 +7,7 @@
 #include <fstream>
 #include <span>
 
+#include "platform/base/SystemError.h"
 #include "platform/media/FileURL.h"
 #include "platform/plist/Utf.h"
 
@@ -150,27 +151,18 @@ PlaylistFile::Contents PlaylistFile::parse(std::string_view text, const fs::path
     return contents;
 }
 
-std::optional<PlaylistFile::Contents> PlaylistFile::read(const fs::path& path, std::string* error) {
+Expected<PlaylistFile::Contents> PlaylistFile::read(const fs::path& path) {
     std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        if (error != nullptr)
-            *error = std::strerror(errno);
-        return std::nullopt;
-    }
+    if (!stream)
+        return systemError(errno);
     std::string text;
     std::error_code code;
     const auto size = fs::file_size(path, code);
-    if (!code && size > kMaximumBytes) {
-        if (error != nullptr)
-            *error = "larger than " + std::to_string(kMaximumBytes >> 20) + " MiB";
-        return std::nullopt;
-    }
+    if (!code && size > kMaximumBytes)
+        return Error(ErrorKind::TooLarge, "larger than " + std::to_string(kMaximumBytes >> 20) + " MiB");
     text.assign(std::istreambuf_iterator<char>(stream), {});
-    if (stream.bad()) {
-        if (error != nullptr)
-            *error = "read error";
-        return std::nullopt;
-    }
+    if (stream.bad())
+        return Error(ErrorKind::SystemFailure, "read error");
     Contents contents = parse(text, path);
     for (auto& entry : contents.entries) {
         if (fs::exists(entry, code)) {

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/base/Expected.h"
+
 // M3U and M3U8 playlist files: one entry per line, the rest comments.
 //
 // Entries are paths relative to the playlist's folder, absolute paths or file:// URLs; other
@@ -39,9 +41,9 @@ public:
 
     // Reads and parses the file at `path` (absolute), then replaces every entry that exists by
     // its canonical path, so that entries match the scanner's canonical item paths whatever
-    // symbolic links they go through. Nothing, with the reason in `error` when given, when
-    // the file cannot be read or is too large.
-    [[nodiscard]] static std::optional<Contents> read(const std::filesystem::path& path, std::string* error);
+    // symbolic links they go through. Fails with the system's reason when the file cannot be
+    // read (NotFound when it is missing), TooLarge above kMaximumBytes.
+    [[nodiscard]] static Expected<Contents> read(const std::filesystem::path& path);
 };
 
 } // namespace vexo::media

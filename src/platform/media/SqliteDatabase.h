@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/base/Expected.h"
 #include "platform/media/SqliteStatement.h"
 
 struct sqlite3;
@@ -18,9 +19,9 @@ namespace vexo::media {
 
 class SqliteDatabase {
 public:
-    // Opens (creating if missing) the database at `path`. Nothing, with the reason in `error`
-    // when given, when the file cannot be opened.
-    [[nodiscard]] static std::unique_ptr<SqliteDatabase> open(const std::filesystem::path& path, std::string* error);
+    // Opens (creating if missing) the database at `path`, or says why the file cannot be
+    // opened (the kinds as lastError()).
+    [[nodiscard]] static Expected<std::unique_ptr<SqliteDatabase>> open(const std::filesystem::path& path);
 
     ~SqliteDatabase();
     SqliteDatabase(const SqliteDatabase&) = delete;
@@ -28,8 +29,8 @@ public:
     SqliteDatabase(SqliteDatabase&&) = delete;
     SqliteDatabase& operator=(SqliteDatabase&&) = delete;
 
-    // Runs one or more statements that return no rows. False on the first error.
-    bool execute(std::string_view sql);
+    // Runs one or more statements that return no rows; stops at the first error (lastError()).
+    [[nodiscard]] Expected<void> execute(std::string_view sql);
 
     // A prepared statement; an invalid one (see errorMessage()) when `sql` does not compile.
     // REQUIRES: the statement is destroyed before the database.
@@ -37,6 +38,12 @@ public:
 
     // The message of the last failed call on this connection.
     [[nodiscard]] std::string errorMessage() const;
+
+    // The last failed call on this connection as an Error: Busy when another connection held
+    // the database past the busy timeout, InvalidData when the file is not a database or is
+    // damaged, TooLarge past SQLite's limits, SystemFailure otherwise (cannot open, I/O,
+    // read-only, full).
+    [[nodiscard]] Error lastError() const;
 
     // The rowid given by the last successful INSERT.
     [[nodiscard]] std::int64_t lastInsertRowId() const;

@@ -33,6 +33,7 @@
 #include <taglib/xiphcomment.h>
 #include <unistd.h>
 
+#include "platform/base/SystemError.h"
 #include "platform/log/Log.h"
 
 namespace vexo::media {
@@ -299,12 +300,6 @@ MediaType mediaTypeFromGenre(const std::string& genre, MediaType fallback) {
     return fallback;
 }
 
-bool setError(std::string* error, std::string message) {
-    if (error != nullptr)
-        *error = std::move(message);
-    return false;
-}
-
 } // namespace
 
 std::int64_t TagReader::beatsPerMinuteFromText(std::string_view text) {
@@ -332,27 +327,23 @@ bool TagReader::isAudioFile(const std::filesystem::path& path) {
     return std::find(kAudioExtensions.begin(), kAudioExtensions.end(), extension) != kAudioExtensions.end();
 }
 
-std::optional<TagReader::Track> TagReader::read(const std::filesystem::path& path, std::string* error) {
+Expected<TagReader::Track> TagReader::read(const std::filesystem::path& path) {
     installDebugListener();
     TagLib::FileRef reference(path.c_str(), true, TagLib::AudioProperties::Average);
     if (reference.isNull()) {
         // TagLib does not say why; an open of our own does when the file is the cause.
         const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) {
-            setError(error, std::strerror(errno));
-        } else {
-            ::close(fd);
-            setError(error, "not a valid audio file of its kind");
-        }
-        return std::nullopt;
+        if (fd < 0)
+            return systemError(errno);
+        ::close(fd);
+        return Error(ErrorKind::InvalidData, "not a valid audio file of its kind");
     }
 
     // TagLib accepts a file with a valid header but no audio (an empty MP3, a WAV without its
     // data); it is nothing anyone could play.
     const TagLib::AudioProperties* properties = reference.audioProperties();
     if (properties == nullptr || (properties->sampleRate() <= 0 && properties->lengthInMilliseconds() <= 0)) {
-        setError(error, "no audio found in it");
-        return std::nullopt;
+        return Error(ErrorKind::InvalidData, "no audio found in it");
     }
 
     Track track;

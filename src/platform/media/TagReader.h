@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/base/Expected.h"
 #include "platform/media/MediaType.h"
 
 // What the library keeps of one audio file, read with TagLib: title, artist, album, length,
@@ -50,10 +51,10 @@ public:
     // True when `path` has the extension (in any case) of a kind of file read().
     [[nodiscard]] static bool isAudioFile(const std::filesystem::path& path);
 
-    // Reads the tags of the file at `path`. Nothing, with the reason in `error` when given,
-    // when the file cannot be opened or is not a valid file of its kind. Thread-safe: each
-    // call opens the file afresh.
-    [[nodiscard]] static std::optional<Track> read(const std::filesystem::path& path, std::string* error);
+    // Reads the tags of the file at `path`. Fails with the system's reason when the file
+    // cannot be opened (NotFound when it is missing), InvalidData when it is not a valid file
+    // of its kind or holds no audio. Thread-safe: each call opens the file afresh.
+    [[nodiscard]] static Expected<Track> read(const std::filesystem::path& path);
 };
 
 } // namespace vexo::media

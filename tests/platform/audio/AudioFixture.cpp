@@ -27,12 +27,14 @@ std::vector<float> toneFrames(const ToneRecipe& recipe) {
     return out;
 }
 
-bool writeToneFile(const std::filesystem::path& path, const ToneRecipe& recipe, std::string* error) {
-    const std::unique_ptr<AudioFileWriter> writer = AudioFileWriter::create(path, recipe.sampleRate, error);
+Expected<void> writeToneFile(const std::filesystem::path& path, const ToneRecipe& recipe) {
+    auto writer = AudioFileWriter::create(path, recipe.sampleRate);
     if (!writer)
-        return false;
+        return std::move(writer).error();
     const std::vector<float> frames = toneFrames(recipe);
-    return writer->write(frames.data(), frames.size() / 2, error) && writer->finish(error);
+    if (auto written = (*writer)->write(frames.data(), frames.size() / 2); !written)
+        return written;
+    return (*writer)->finish();
 }
 
 } // namespace vexo::audio::testing

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/base/Expected.h"
+
 // Audio files made on the spot for the audio tests, written with the program's own encoder
 // (AudioFileWriter), so any extension it knows gives that format. Stereo, both channels equal.
 namespace vexo::audio::testing {
@@ -22,8 +24,7 @@ struct ToneRecipe {
 // The frames a ToneRecipe describes, interleaved stereo.
 [[nodiscard]] std::vector<float> toneFrames(const ToneRecipe& recipe);
 
-// Writes them to `path`; false, with `*error` set, when the writer refused.
-[[nodiscard]] bool writeToneFile(const std::filesystem::path& path, const ToneRecipe& recipe,
-                                 std::string* error = nullptr);
+// Writes them to `path`; fails as the writer does.
+[[nodiscard]] Expected<void> writeToneFile(const std::filesystem::path& path, const ToneRecipe& recipe);
 
 } // namespace vexo::audio::testing

@@ -49,17 +49,17 @@ TEST(DecoderTest, EveryScannedFormatDecodesToItsToneAndLength) {
     vexo::testing::TemporaryDirectory folder;
     for (const Row& row : rows) {
         const auto path = folder.path() / (std::string("tone") + row.extension);
-        std::string error;
-        if (!testing::writeToneFile(path, ToneRecipe{row.writtenRate, 2, 1000, 0.5, 0}, &error)) {
-            ADD_FAILURE() << row.extension << ": " << error;
+        if (auto written = testing::writeToneFile(path, ToneRecipe{row.writtenRate, 2, 1000, 0.5, 0}); !written) {
+            ADD_FAILURE() << row.extension << ": " << written.error().message();
             continue;
         }
-        const std::unique_ptr<Decoder> decoder = Decoder::open(path, kRate, &error);
-        ASSERT_TRUE(decoder) << row.extension << ": " << error;
+        auto opened = Decoder::open(path, kRate);
+        ASSERT_TRUE(opened) << row.extension << ": " << opened.error().message();
+        const std::unique_ptr<Decoder>& decoder = *opened;
         EXPECT_NEAR(static_cast<double>(decoder->estimatedFrames()), 2.0 * kRate, 0.05 * kRate) << row.extension;
         const std::vector<float> frames = readAll(*decoder);
         EXPECT_NEAR(static_cast<double>(frames.size() / 2), 2.0 * kRate, row.lengthTolerance + 2) << row.extension;
-        EXPECT_TRUE(decoder->error().empty()) << decoder->error();
+        EXPECT_FALSE(decoder->error()) << decoder->error()->message();
         const std::vector<float> middle = channel(frames, 1, kRate / 2, kRate / 2);
         EXPECT_NEAR(dominantFrequency(middle, kRate, 500, 1500), 1000, 2) << row.extension;
         EXPECT_NEAR(toneAmplitude(middle, 1000, kRate), 0.5, 0.03) << row.extension;
@@ -80,11 +80,13 @@ TEST(DecoderTest, ASeekLandsOnTheFrameAStraightReadGives) {
         ASSERT_TRUE(testing::writeToneFile(path, ToneRecipe{row.writtenRate, 3, 330, 0.5, 0}));
         auto straight = Decoder::open(path, kRate);
         ASSERT_TRUE(straight);
-        const std::vector<float> all = readAll(*straight);
-        auto decoder = Decoder::open(path, kRate);
+        const std::vector<float> all = readAll(**straight);
+        auto opened = Decoder::open(path, kRate);
+        ASSERT_TRUE(opened);
+        const std::unique_ptr<Decoder>& decoder = *opened;
         for (const std::int64_t frame :
              {std::int64_t{100000}, std::int64_t{12345}, std::int64_t{0}, std::int64_t{77777}}) {
-            ASSERT_TRUE(decoder->seek(frame)) << decoder->error();
+            ASSERT_TRUE(decoder->seek(frame));
             std::vector<float> got(256 * 2);
             ASSERT_EQ(decoder->read(got.data(), 256), 256u);
             for (std::size_t i = 0; i < got.size(); ++i)
@@ -114,28 +116,30 @@ TEST(DecoderTest, BadFilesSayWhyAndNeverCrash) {
         // Nothing: it must not open, and the reason holds this. Else: it opens and gives about
         // this many frames.
         const char* reason;
+        vexo::ErrorKind kind;
         double frames;
     };
+    using vexo::ErrorKind;
     const Row rows[] = {
-        {folder.path() / "missing.wav", "no such file", 0},
-        {write("empty.wav", ""), "not an audio file", 0},
-        {write("garbage.mp3", std::string(8192, '\x5a')), "", 0},
-        {write("header-cut.wav", wav.substr(0, 20)), "", 0},
-        {folder.path(), "folder", 0},
-        {write("half.wav", wav.substr(0, wav.size() / 2)), nullptr, kRate},
-        {write("half.flac", flac.substr(0, flac.size() / 2)), nullptr, 0.85 * kRate},
+        {folder.path() / "missing.wav", "no such file", ErrorKind::NotFound, 0},
+        {write("empty.wav", ""), "not an audio file", ErrorKind::InvalidData, 0},
+        {write("garbage.mp3", std::string(8192, '\x5a')), "", ErrorKind::InvalidData, 0},
+        {write("header-cut.wav", wav.substr(0, 20)), "", ErrorKind::InvalidData, 0},
+        {folder.path(), "folder", ErrorKind::InvalidData, 0},
+        {write("half.wav", wav.substr(0, wav.size() / 2)), nullptr, {}, kRate},
+        {write("half.flac", flac.substr(0, flac.size() / 2)), nullptr, {}, 0.85 * kRate},
     };
     for (const Row& row : rows) {
-        std::string error;
-        const std::unique_ptr<Decoder> decoder = Decoder::open(row.path, kRate, &error);
+        const auto decoder = Decoder::open(row.path, kRate);
         if (row.reason != nullptr) {
-            EXPECT_FALSE(decoder) << row.path;
-            EXPECT_FALSE(error.empty()) << row.path;
-            EXPECT_NE(error.find(row.reason), std::string::npos) << error;
+            ASSERT_FALSE(decoder) << row.path;
+            EXPECT_EQ(decoder.error().kind(), row.kind) << row.path << ": " << decoder.error().message();
+            EXPECT_FALSE(decoder.error().message().empty()) << row.path;
+            EXPECT_NE(decoder.error().message().find(row.reason), std::string::npos) << decoder.error().message();
             continue;
         }
-        ASSERT_TRUE(decoder) << row.path << ": " << error;
-        EXPECT_NEAR(static_cast<double>(readAll(*decoder).size() / 2), row.frames, 0.1 * kRate) << row.path;
+        ASSERT_TRUE(decoder) << row.path << ": " << decoder.error().message();
+        EXPECT_NEAR(static_cast<double>(readAll(**decoder).size() / 2), row.frames, 0.1 * kRate) << row.path;
     }
 }
 

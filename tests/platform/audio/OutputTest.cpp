@@ -13,9 +13,9 @@ using namespace std::chrono_literals;
 
 TEST(OutputTest, TheNullOutputCallsForWholeBuffersUntilItStops) {
     std::string notice;
-    std::string error;
-    const std::unique_ptr<AudioOutput> output = openOutput({"none", 44100, 256}, &notice, &error);
-    ASSERT_TRUE(output) << error;
+    auto opened = openOutput({"none", 44100, 256}, &notice);
+    ASSERT_TRUE(opened) << opened.error().message();
+    const std::unique_ptr<AudioOutput>& output = *opened;
     EXPECT_TRUE(notice.empty()) << "asked for by name, it needs no notice";
     EXPECT_EQ(output->sampleRate(), 44100);
     EXPECT_EQ(output->bufferFrames(), 256u);
@@ -43,9 +43,10 @@ TEST(OutputTest, TheNullOutputCallsForWholeBuffersUntilItStops) {
 
 TEST(OutputTest, ADeviceThatIsNotThereIsRefusedWithAPointer) {
     std::string notice;
-    std::string error;
-    EXPECT_FALSE(openOutput({"no device is called this", 0, 512}, &notice, &error));
-    EXPECT_NE(error.find("--list-audio-devices"), std::string::npos) << error;
+    const auto output = openOutput({"no device is called this", 0, 512}, &notice);
+    ASSERT_FALSE(output);
+    EXPECT_EQ(output.error().kind(), vexo::ErrorKind::NotFound) << output.error().message();
+    EXPECT_NE(output.error().message().find("--list-audio-devices"), std::string::npos) << output.error().message();
 }
 
 } // namespace

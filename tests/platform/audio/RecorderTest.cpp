@@ -29,18 +29,19 @@ void pushAll(Recorder& recorder, const std::vector<float>& frames) {
 TEST(RecorderTest, WhatIsPushedIsWhatTheFileHolds) {
     vexo::testing::TemporaryDirectory folder;
     for (const char* name : {"mix.wav", "mix.flac"}) {
-        std::string error;
         const auto path = folder.path() / name;
-        const std::unique_ptr<Recorder> recorder = Recorder::start(path, kRate, &error);
-        ASSERT_TRUE(recorder) << error;
+        auto started = Recorder::start(path, kRate);
+        ASSERT_TRUE(started) << started.error().message();
+        const std::unique_ptr<Recorder>& recorder = *started;
         pushAll(*recorder, testing::toneFrames(ToneRecipe{kRate, 2, 523, 0.4, 0}));
         recorder->stop();
         EXPECT_FALSE(recorder->isRecording());
         EXPECT_FALSE(recorder->failure());
         EXPECT_EQ(recorder->framesWritten() + recorder->framesDropped(), 2u * kRate);
 
-        const std::unique_ptr<Decoder> decoder = Decoder::open(path, kRate, &error);
-        ASSERT_TRUE(decoder) << error;
+        auto opened = Decoder::open(path, kRate);
+        ASSERT_TRUE(opened) << opened.error().message();
+        const std::unique_ptr<Decoder>& decoder = *opened;
         std::vector<float> back(3 * kRate * 2);
         const std::size_t frames = decoder->read(back.data(), 3 * kRate);
         EXPECT_EQ(frames, recorder->framesWritten()) << name;
@@ -51,22 +52,27 @@ TEST(RecorderTest, WhatIsPushedIsWhatTheFileHolds) {
 
 TEST(RecorderTest, ABadPathOrAFullDiskStopsTheRecordingWithAMessage) {
     vexo::testing::TemporaryDirectory folder;
-    std::string error;
-    EXPECT_FALSE(Recorder::start(folder.path() / "no-such-folder" / "mix.wav", kRate, &error));
-    EXPECT_NE(error.find("no-such-folder"), std::string::npos) << error;
-    EXPECT_FALSE(Recorder::start(folder.path() / "mix.mp3", kRate, &error));
+    const auto noFolder = Recorder::start(folder.path() / "no-such-folder" / "mix.wav", kRate);
+    ASSERT_FALSE(noFolder);
+    EXPECT_EQ(noFolder.error().kind(), vexo::ErrorKind::NotFound);
+    EXPECT_NE(noFolder.error().message().find("no-such-folder"), std::string::npos) << noFolder.error().message();
+    const auto mp3 = Recorder::start(folder.path() / "mix.mp3", kRate);
+    ASSERT_FALSE(mp3);
+    EXPECT_EQ(mp3.error().kind(), vexo::ErrorKind::Unsupported);
 
     // /dev/full takes the file's creation and fails every write with "no space left".
     const auto full = folder.path() / "full.wav";
     std::filesystem::create_symlink("/dev/full", full);
-    const std::unique_ptr<Recorder> recorder = Recorder::start(full, kRate, &error);
-    if (!recorder)
-        GTEST_SKIP() << "this system does not let a recording start on /dev/full: " << error;
+    auto started = Recorder::start(full, kRate);
+    if (!started)
+        GTEST_SKIP() << "this system does not let a recording start on /dev/full: " << started.error().message();
+    const std::unique_ptr<Recorder>& recorder = *started;
     const std::vector<float> second = testing::toneFrames(ToneRecipe{kRate, 1, 440, 0.4, 0});
     const auto deadline = std::chrono::steady_clock::now() + 20s;
     while (!recorder->failure() && std::chrono::steady_clock::now() < deadline)
         pushAll(*recorder, second);
     ASSERT_TRUE(recorder->failure());
+    EXPECT_EQ(recorder->failure()->kind(), vexo::ErrorKind::SystemFailure) << recorder->failure()->message();
     EXPECT_FALSE(recorder->isRecording());
     pushAll(*recorder, second); // the audio thread goes on pushing: dropped, never blocked
     EXPECT_GT(recorder->framesDropped(), 0u);

@@ -66,20 +66,21 @@ TEST(AnalysisStoreTest, UpgradeFromVersion2KeepsItemsAndPlaylistsAndStoresAnalys
     vexo::testing::TemporaryDirectory folder;
     const fs::path index = folder.path() / "library.sqlite";
     writeVersion2(index);
-    std::string error;
-    auto store = AnalysisStore::open(index, &error);
-    ASSERT_TRUE(store) << error;
+    auto opened = AnalysisStore::open(index);
+    ASSERT_TRUE(opened) << opened.error().message();
+    auto& store = *opened;
 
     const PersistentID one = static_cast<PersistentID>(-7);
     const auto pending = store->pending(1, false, {});
     EXPECT_EQ(identifiers(pending), (std::vector<PersistentID>{one, 9})) << "present songs, in title order";
-    ASSERT_TRUE(store->store(pending[0], analysed(1), &error)) << error;
+    auto stored = store->store(pending[0], analysed(1));
+    ASSERT_TRUE(stored) << stored.error().message();
     ItemAnalysis failed;
     failed.version = 1;
     failed.failure = "silent";
-    ASSERT_TRUE(store->store(pending[1], failed, &error)) << error;
+    ASSERT_TRUE(store->store(pending[1], failed));
 
-    const auto library = MediaLibrary::open(index);
+    const auto library = MediaLibrary::open(index).valueOr(nullptr);
     ASSERT_TRUE(library);
     const auto playlists = library->playlists(MediaType::Any);
     ASSERT_EQ(playlists.size(), 1u);
@@ -100,11 +101,12 @@ TEST(AnalysisStoreTest, PendingAreTheNewTheChangedAndThoseOfAnOlderAnalyser) {
     vexo::testing::TemporaryDirectory folder;
     const fs::path index = folder.path() / "library.sqlite";
     writeVersion2(index);
-    auto store = AnalysisStore::open(index, nullptr);
-    ASSERT_TRUE(store);
+    auto opened = AnalysisStore::open(index);
+    ASSERT_TRUE(opened);
+    auto& store = *opened;
     const PersistentID one = static_cast<PersistentID>(-7);
     for (const auto& item : store->pending(1, false, {}))
-        ASSERT_TRUE(store->store(item, analysed(1), nullptr));
+        ASSERT_TRUE(store->store(item, analysed(1)));
 
     struct Row {
         const char* what;

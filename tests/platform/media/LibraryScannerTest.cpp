@@ -49,18 +49,16 @@ protected:
     }
 
     LibraryScanner::Summary scan(const fs::path& folder) {
-        std::string error;
-        const auto summary = LibraryScanner(m_index).scan(folder, {}, &error);
-        EXPECT_TRUE(summary) << error;
-        return summary.value_or(LibraryScanner::Summary{});
+        const auto summary = LibraryScanner(m_index).scan(folder);
+        EXPECT_TRUE(summary) << summary.error().message();
+        return summary.valueOr(LibraryScanner::Summary{});
     }
     LibraryScanner::Summary scan() { return scan(m_music); }
 
     std::shared_ptr<MediaLibrary> library() {
-        std::string error;
-        auto library = MediaLibrary::open(m_index, &error);
-        EXPECT_TRUE(library) << error;
-        return library;
+        auto library = MediaLibrary::open(m_index);
+        EXPECT_TRUE(library) << library.error().message();
+        return library.valueOr(nullptr);
     }
 
     // Title to identifier, for every item of the library.
@@ -114,10 +112,9 @@ TEST_F(LibraryScannerTest, IndexesSongsAndPlaylistsOfEveryKindOfEntry) {
     playlist("empty.m3u", "#EXTM3U\n");
 
     std::vector<LibraryScanner::Progress> reports;
-    std::string error;
     const auto summary = LibraryScanner(m_index).scan(
-        m_music, [&](const LibraryScanner::Progress& progress) { reports.push_back(progress); }, &error);
-    ASSERT_TRUE(summary) << error;
+        m_music, [&](const LibraryScanner::Progress& progress) { reports.push_back(progress); });
+    ASSERT_TRUE(summary) << summary.error().message();
     EXPECT_EQ(summary->itemsAdded, 6u);
     EXPECT_EQ(summary->playlistsAdded, 3u);
     EXPECT_TRUE(summary->problems.empty());
@@ -334,34 +331,40 @@ TEST_F(LibraryScannerTest, ACancelledScanKeepsWhatItReadAndMarksNothingGone) {
     LibraryScanner::Options options;
     int asked = 0;
     options.isCancelled = [&] { return ++asked > 2; };
-    std::string error;
-    EXPECT_FALSE(LibraryScanner(m_index, options).scan(m_music, {}, &error));
-    EXPECT_NE(error.find("interrupted"), std::string::npos) << error;
+    const auto interrupted = LibraryScanner(m_index, options).scan(m_music);
+    ASSERT_FALSE(interrupted);
+    EXPECT_EQ(interrupted.error().kind(), vexo::ErrorKind::Cancelled);
+    EXPECT_NE(interrupted.error().message().find("interrupted"), std::string::npos) << interrupted.error().message();
     EXPECT_EQ(library()->items().size(), 2u);
 
     scan();
     fs::remove(m_music / "e.wav");
     asked = 0;
     options.isCancelled = [&] { return true; };
-    EXPECT_FALSE(LibraryScanner(m_index, options).scan(m_music, {}, &error));
+    EXPECT_FALSE(LibraryScanner(m_index, options).scan(m_music));
     for (const auto& item : library()->items())
         EXPECT_TRUE(item.assetURL()) << item.title();
 }
 
 TEST_F(LibraryScannerTest, MissingOrUnusableFolderOrIndexIsAClearError) {
     std::ofstream(m_temporary.path() / "file.txt") << "x";
-    const std::vector<std::pair<fs::path, std::string>> rows = {
-        {m_temporary.path() / "absent", "No such file"},
-        {m_temporary.path() / "file.txt", "not a folder"},
+    struct Row {
+        fs::path folder;
+        fs::path index;
+        vexo::ErrorKind kind;
+        std::string message;
     };
-    for (const auto& [folder, message] : rows) {
-        std::string error;
-        EXPECT_FALSE(LibraryScanner(m_index).scan(folder, {}, &error)) << folder;
-        EXPECT_NE(error.find(message), std::string::npos) << error;
+    const std::vector<Row> rows = {
+        {m_temporary.path() / "absent", m_index, vexo::ErrorKind::NotFound, "No such file"},
+        {m_temporary.path() / "file.txt", m_index, vexo::ErrorKind::InvalidData, "not a folder"},
+        {m_music, m_temporary.path(), vexo::ErrorKind::InvalidData, "is a folder"},
+    };
+    for (const auto& row : rows) {
+        const auto summary = LibraryScanner(row.index).scan(row.folder);
+        ASSERT_FALSE(summary) << row.folder;
+        EXPECT_EQ(summary.error().kind(), row.kind) << row.folder;
+        EXPECT_NE(summary.error().message().find(row.message), std::string::npos) << summary.error().message();
     }
-    std::string error;
-    EXPECT_FALSE(LibraryScanner(m_temporary.path()).scan(m_music, {}, &error));
-    EXPECT_NE(error.find("is a folder"), std::string::npos) << error;
 }
 
 TEST_F(LibraryScannerTest, TempoAndKeyReachTheLibraryAndFollowRetaggedFiles) {

@@ -68,7 +68,7 @@ TEST_F(MediaLibraryTest, PlaylistsComeByNameThenUnsignedIdentifierWithItemsInOrd
                          ", x'FFD8FFD9');" + playlist(kHighID, "Mix", {"/m/a.mp3", "/m/b.mp3"}) +
                          playlist(3, "Mix", {"/m/c.mp3", "/m/a.mp3", "/m/nothing.mp3"}) +
                          playlist(4, "ambient", {"/m/b.mp3"}) + playlist(5, "Zed", {}));
-    auto library = MediaLibrary::open(m_index);
+    auto library = MediaLibrary::open(m_index).valueOr(nullptr);
     ASSERT_TRUE(library);
 
     const auto playlists = library->playlists(MediaType::Any);
@@ -124,24 +124,31 @@ TEST_F(MediaLibraryTest, OpenRefusesFilesThatAreNotAnIndexOfThisVersion) {
     ASSERT_TRUE(MediaLibrary::open(newer));
     execute(newer, "PRAGMA user_version = 99;");
 
-    const std::vector<std::pair<fs::path, std::string>> rows = {
-        {text, "not a media library index"},
-        {foreign, "not a media library index"},
-        {newer, "newer version"},
-        {m_temporary.path(), "is a folder"},
-        {fs::path(), "no path"},
+    struct Row {
+        fs::path path;
+        vexo::ErrorKind kind;
+        std::string message;
     };
-    for (const auto& [path, message] : rows) {
-        std::string error;
-        EXPECT_FALSE(MediaLibrary::open(path, &error)) << path;
-        EXPECT_NE(error.find(message), std::string::npos) << path << ": " << error;
+    const std::vector<Row> rows = {
+        {text, vexo::ErrorKind::InvalidData, "not a media library index"},
+        {foreign, vexo::ErrorKind::InvalidData, "not a media library index"},
+        {newer, vexo::ErrorKind::Unsupported, "newer version"},
+        {m_temporary.path(), vexo::ErrorKind::InvalidData, "is a folder"},
+        {fs::path(), vexo::ErrorKind::NotFound, "no path"},
+    };
+    for (const auto& [path, kind, message] : rows) {
+        const auto library = MediaLibrary::open(path);
+        ASSERT_FALSE(library) << path;
+        EXPECT_EQ(library.error().kind(), kind) << path << ": " << library.error().message();
+        EXPECT_NE(library.error().message().find(message), std::string::npos)
+            << path << ": " << library.error().message();
     }
     // Nothing was written into files of others.
     std::ifstream stream(text);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), std::string(4096, 'x'));
 
     const fs::path fresh = m_temporary.path() / "new" / "folder" / "library.sqlite";
-    const auto library = MediaLibrary::open(fresh);
+    const auto library = MediaLibrary::open(fresh).valueOr(nullptr);
     ASSERT_TRUE(library);
     EXPECT_TRUE(library->items().empty());
     EXPECT_TRUE(library->playlists(MediaType::Any).empty());
@@ -178,7 +185,7 @@ TEST_F(MediaLibraryTest, QueriesFromAnotherThreadRunBesideTheMainThreads) {
         sql += playlist(1000 + p, "P" + std::to_string(p), paths);
     }
     execute(m_index, sql);
-    const auto library = MediaLibrary::open(m_index);
+    const auto library = MediaLibrary::open(m_index).valueOr(nullptr);
     ASSERT_TRUE(library);
 
     std::atomic<int> wrong = 0;

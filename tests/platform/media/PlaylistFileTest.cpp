@@ -68,12 +68,12 @@ TEST(PlaylistFileTest, ReadResolvesSymbolicLinksOfEntriesThatExist) {
     std::filesystem::create_directory_symlink(real / "songs", real / "alias");
     std::ofstream(real / "list.m3u") << "alias/a.mp3\nalias/gone.mp3\n";
 
-    std::string error;
-    const auto contents = PlaylistFile::read(real / "list.m3u", &error);
-    ASSERT_TRUE(contents) << error;
+    const auto contents = PlaylistFile::read(real / "list.m3u");
+    ASSERT_TRUE(contents) << contents.error().message();
     EXPECT_EQ(strings(contents->entries),
               (std::vector<std::string>{(real / "songs" / "a.mp3").string(), (real / "alias" / "gone.mp3").string()}));
 
-    EXPECT_FALSE(PlaylistFile::read(real / "absent.m3u", &error));
-    EXPECT_NE(error.find("No such file"), std::string::npos) << error;
+    const auto absent = PlaylistFile::read(real / "absent.m3u");
+    ASSERT_FALSE(absent);
+    EXPECT_EQ(absent.error(), vexo::Error(vexo::ErrorKind::NotFound, "No such file or directory"));
 }

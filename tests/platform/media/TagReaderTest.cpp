@@ -30,9 +30,8 @@ TEST(TagReaderTest, ReadsTagsLengthAndPictureOfEveryFormat) {
         const auto picture = AudioFixture::pictureBytes(++seed);
         ASSERT_TRUE(AudioFixture::write(path, format, 3.0, {"Tïtle", "Ärtist", "Album", "Techno", picture, {}}))
             << path;
-        std::string error;
-        const auto track = TagReader::read(path, &error);
-        ASSERT_TRUE(track) << path << ": " << error;
+        const auto track = TagReader::read(path);
+        ASSERT_TRUE(track) << path << ": " << track.error().message();
         EXPECT_EQ(track->title, "Tïtle") << path;
         EXPECT_EQ(track->artist, "Ärtist") << path;
         EXPECT_EQ(track->albumTitle, "Album") << path;
@@ -64,7 +63,7 @@ TEST(TagReaderTest, KindComesFromTheFileThenTheGenreThenTheExtension) {
     for (const auto& row : rows) {
         const auto path = folder.path() / row.name;
         ASSERT_TRUE(AudioFixture::write(path, row.format, 1.0, {"T", "A", "", row.genre, {}, row.mp4Kind}));
-        const auto track = TagReader::read(path, nullptr);
+        const auto track = TagReader::read(path);
         ASSERT_TRUE(track) << row.name;
         EXPECT_EQ(track->mediaType, row.expected) << row.name;
     }
@@ -74,7 +73,7 @@ TEST(TagReaderTest, UntitledFileIsNamedAfterItsFile) {
     vexo::testing::TemporaryDirectory folder;
     const auto path = folder.path() / "02 Night Drive.mp3";
     ASSERT_TRUE(AudioFixture::write(path, AudioFixture::Format::Mp3, 1.0, {"  ", "", "", "", {}, {}}));
-    const auto track = TagReader::read(path, nullptr);
+    const auto track = TagReader::read(path);
     ASSERT_TRUE(track);
     EXPECT_EQ(track->title, "02 Night Drive");
     EXPECT_EQ(track->artist, "");
@@ -95,13 +94,13 @@ TEST(TagReaderTest, DamagedOrMissingFilesGiveAReasonNotACrash) {
     };
     for (const auto& [name, bytes] : files) {
         writeBytes(folder.path() / name, bytes);
-        std::string error;
-        EXPECT_FALSE(TagReader::read(folder.path() / name, &error)) << name;
-        EXPECT_FALSE(error.empty()) << name;
+        const auto track = TagReader::read(folder.path() / name);
+        ASSERT_FALSE(track) << name;
+        EXPECT_EQ(track.error().kind(), vexo::ErrorKind::InvalidData) << name << ": " << track.error().message();
     }
-    std::string error;
-    EXPECT_FALSE(TagReader::read(folder.path() / "absent.mp3", &error));
-    EXPECT_NE(error.find("No such file"), std::string::npos) << error;
+    const auto absent = TagReader::read(folder.path() / "absent.mp3");
+    ASSERT_FALSE(absent);
+    EXPECT_EQ(absent.error(), vexo::Error(vexo::ErrorKind::NotFound, "No such file or directory"));
 }
 
 TEST(TagReaderTest, KnowsAudioFilesByExtensionInAnyCase) {
@@ -143,7 +142,7 @@ TEST(TagReaderTest, ReadsTempoAndKeyWhereEachFormatKeepsThem) {
         tags.initialKey = row.key;
         tags.keyUnderOtherName = row.keyUnderOtherName;
         ASSERT_TRUE(AudioFixture::write(path, row.format, 1.0, tags)) << path;
-        const auto track = TagReader::read(path, nullptr);
+        const auto track = TagReader::read(path);
         ASSERT_TRUE(track) << path;
         EXPECT_EQ(track->beatsPerMinute, row.expectedBpm) << path << " bpm " << row.bpm;
         EXPECT_EQ(track->initialKey, row.expectedKey) << path << " key " << row.key;
@@ -169,7 +168,7 @@ TEST(TagReaderTest, OverlongKeyIsCutBetweenCharacters) {
     AudioFixture::Tags tags("T", "A");
     tags.initialKey = "Ré " + std::string(27, 'x') + "é mineur"; // bytes 31 and 32 are "é"
     ASSERT_TRUE(AudioFixture::write(path, AudioFixture::Format::Flac, 1.0, tags));
-    const auto track = TagReader::read(path, nullptr);
+    const auto track = TagReader::read(path);
     ASSERT_TRUE(track);
     EXPECT_EQ(track->initialKey, "Ré " + std::string(27, 'x'));
 }
