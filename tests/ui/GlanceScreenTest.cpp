@@ -20,7 +20,6 @@ protected:
     std::shared_ptr<VXAWGlanceController> glance() const {
         return std::dynamic_pointer_cast<VXAWGlanceController>(m_host->glanceController());
     }
-    static Value songInfo(Dictionary song) { return Value(Dictionary{{"currentSong", Value(std::move(song))}}); }
 };
 
 } // namespace

@@ -6,9 +6,6 @@
 #include "model/VXAWLibrary.h"
 #include "model/VXAWTurntable.h"
 #include "platform/media/AudioFixture.h"
-#include "platform/media/LibraryScanner.h"
-#include "platform/media/MediaLibrary.h"
-#include "platform/runtime/OperationQueue.h"
 #include "ui/VXAWLibraryInterfaceController.h"
 #include "ui/VXAWiTunesPlaylistInterfaceController.h"
 
@@ -47,30 +44,18 @@ std::vector<media::MediaPlaylist> playlists(std::size_t count, const std::string
 
 class LibraryScreensTest : public ScreenTest {
 protected:
-    std::shared_ptr<model::VXAWLibrary> library() const { return model::VXAWModel::sharedModel()->library(); }
-
     // Gives the model a real media library, indexed from a folder of one song and `count`
     // playlists of it ("Set 01", ...). Before start().
     void useMediaLibrary(std::size_t count) {
-        const std::filesystem::path music = m_root.path() / "music";
-        std::filesystem::create_directories(music);
-        ASSERT_TRUE(vexo::testing::AudioFixture::write(music / "Song.wav", vexo::testing::AudioFixture::Format::Wav,
+        std::filesystem::create_directories(music());
+        ASSERT_TRUE(vexo::testing::AudioFixture::write(music() / "Song.wav", vexo::testing::AudioFixture::Format::Wav,
                                                        1.0, {"Song", "Vexo"}));
         for (std::size_t i = 1; i <= count; ++i) {
             char name[32];
             std::snprintf(name, sizeof name, "Set %02zu.m3u", i);
-            std::ofstream(music / name) << "#EXTM3U\nSong.wav\n";
+            std::ofstream(music() / name) << "#EXTM3U\nSong.wav\n";
         }
-        const std::filesystem::path index = m_root.path() / "library.sqlite";
-        ASSERT_TRUE(media::LibraryScanner(index).scan(music));
-        m_mediaLibrary = media::MediaLibrary::open(index);
-        ASSERT_TRUE(m_mediaLibrary);
-        model::installEnvironment({&m_loop, m_parent, m_mediaLibrary, makeDefaults()});
-    }
-    // Lets the playlist load run on its queue and hand its result back.
-    void finishLoads() {
-        library()->queue()->waitUntilAllOperationsAreFinished();
-        m_loop.runUntilIdle();
+        useMusicLibrary();
     }
 
     // Starts, then presents the library from deck 1's page over `lists`.
@@ -98,8 +83,6 @@ protected:
         expectOk(m_host->showGlance());
         expectOk(m_host->hideGlance());
     }
-
-    std::shared_ptr<media::MediaLibrary> m_mediaLibrary;
 };
 
 } // namespace
@@ -226,7 +209,7 @@ TEST_F(LibraryScreensTest, TheFirstActivationWaitsForTheLoadAndRebuildsWhenItLan
     EXPECT_TRUE(loadMoreHidden());
 
     library()->queue()->setSuspended(false);
-    finishLoads();
+    finishLoads(*library());
     ASSERT_EQ(rowCount(), 10u);
     EXPECT_EQ(rowNames().front(), "Set 01");
     EXPECT_EQ(visible("placeholderGroup")["hidden"], true);
@@ -239,7 +222,7 @@ TEST_F(LibraryScreensTest, ALibraryWithoutPlaylistsSaysSo) {
     useMediaLibrary(0);
     start();
     tapAction("showLibrary");
-    finishLoads();
+    finishLoads(*library());
     EXPECT_EQ(rowCount(), 0u);
     EXPECT_EQ(visible("placeholderGroup")["hidden"], false);
     EXPECT_EQ(visible("placeholderLabel")["text"], localized("No Playlists"));

@@ -24,10 +24,6 @@ protected:
         showPage(1);
         takeSent();
     }
-    std::shared_ptr<model::VXAWMixer> mixer() const { return model::VXAWModel::sharedModel()->mixer(); }
-    std::shared_ptr<model::VXAWTurntable> deck(int number) const {
-        return model::VXAWModel::sharedModel()->turntable(number);
-    }
     std::string crossfaderImage() const { return visible("crossfaderImage")["image"]["name"].get<std::string>(); }
 };
 

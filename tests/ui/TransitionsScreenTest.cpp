@@ -42,7 +42,6 @@ protected:
         }
         return all;
     }
-    std::shared_ptr<model::VXAWMixer> mixer() const { return model::VXAWModel::sharedModel()->mixer(); }
     // Leaves the screen and comes back, which rebuilds the list.
     void reactivate() {
         expectOk(m_host->showGlance());

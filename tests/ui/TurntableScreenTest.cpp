@@ -21,13 +21,9 @@ namespace {
 
 class TurntableScreenTest : public ScreenTest {
 protected:
-    std::shared_ptr<model::VXAWTurntable> deck(int number) const {
-        return model::VXAWModel::sharedModel()->turntable(number);
-    }
     // The song information of deck `number` as the phone writes it.
     void phoneLoadsSong(int number, Dictionary song) {
-        phoneWrites("turntableSongInfo" + std::to_string(number),
-                    Value(Dictionary{{"currentSong", Value(std::move(song))}}));
+        phoneWrites("turntableSongInfo" + std::to_string(number), songInfo(std::move(song)));
     }
     static Dictionary song(std::int64_t duration) {
         return {{"songID", Value("s1")},
