@@ -7,7 +7,6 @@ using namespace vexo;
 using namespace vexo::model;
 using plist::Dictionary;
 using plist::Value;
-using vexo::testing::envelope;
 using vexo::testing::KeyPathRecorder;
 using vexo::testing::mixerAction;
 
@@ -85,7 +84,7 @@ TEST_F(VXAWMixerTest, EchoesTheCrossfaderAtOnceOnlyForActionTwo) {
     EXPECT_EQ(mixer.crossfaderPosition(), 0.0) << "no parameters read as 0";
 
     EXPECT_EQ(takeSent(), (std::vector{
-                              envelope("mixerAction", {{"action", Value(2)}, {"params", params}}),
+                              mixerAction(2, params),
                               mixerAction(3),
                               mixerAction(2),
                           }));

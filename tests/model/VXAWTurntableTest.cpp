@@ -9,7 +9,6 @@ using namespace vexo::model;
 using plist::Dictionary;
 using plist::Value;
 using vexo::testing::deckAction;
-using vexo::testing::envelope;
 using vexo::testing::KeyPathRecorder;
 using vexo::testing::songInfo;
 
@@ -169,9 +168,7 @@ TEST_F(VXAWTurntableTest, SendsTheEnvelopeWithParamsOnlyWhenGiven) {
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[0], deckAction(2, 0));
     EXPECT_EQ(sent[0]["contents"].count(), 2u);
-    EXPECT_EQ(sent[1], envelope("turntableAction", {{"turntable", Value(2)},
-                                                    {"action", Value(6)},
-                                                    {"params", Value(Dictionary{{"itemID", Value("AB12")}})}}));
+    EXPECT_EQ(sent[1], deckAction(2, 6, Dictionary{{"itemID", Value("AB12")}}));
     EXPECT_TRUE(sent[1]["contents"]["action"].asInteger());
 }
 

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +18,7 @@
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/OperationQueue.h"
 #include "platform/runtime/UserDefaults.h"
+#include "support/ActionEnvelopes.h"
 #include "support/RecordingParentApplication.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
@@ -102,29 +102,5 @@ protected:
     std::unique_ptr<transport::MMWormhole> m_phone;
     std::shared_ptr<media::MediaLibrary> m_mediaLibrary;
 };
-
-// {"identifier": identifier, "contents": contents}, as a deck or the mixer hands it over.
-inline plist::Value envelope(std::string_view identifier, plist::Dictionary contents) {
-    return plist::Value(
-        plist::Dictionary{{"identifier", plist::Value(identifier)}, {"contents", plist::Value(std::move(contents))}});
-}
-
-// A deck action envelope.
-inline plist::Value deckAction(std::int64_t deck, std::int64_t action) {
-    return envelope("turntableAction", {{"turntable", plist::Value(deck)}, {"action", plist::Value(action)}});
-}
-
-// A mixer action envelope, with parameters when given.
-inline plist::Value mixerAction(std::int64_t action, std::optional<plist::Dictionary> params = std::nullopt) {
-    plist::Dictionary contents{{"action", plist::Value(action)}};
-    if (params)
-        contents.emplace("params", plist::Value(std::move(*params)));
-    return envelope("mixerAction", std::move(contents));
-}
-
-// A deck's song information as the phone writes it: {"currentSong": song}; {} is no song.
-inline plist::Value songInfo(plist::Dictionary song) {
-    return plist::Value(plist::Dictionary{{"currentSong", plist::Value(std::move(song))}});
-}
 
 } // namespace vexo::testing

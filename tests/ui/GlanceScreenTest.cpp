@@ -26,7 +26,7 @@ protected:
 
 TEST_F(GlanceScreenTest, EachActivationClearsDeckZerosStatusAndAsksForARefresh) {
     startAndForgetStartUp();
-    const Value refresh = envelope("turntableAction", {{"turntable", Value(0)}, {"action", Value(17)}});
+    const Value refresh = deckAction(0, 17);
     for (int activation = 0; activation < 2; ++activation) {
         phoneWrites("turntableStatus0", Value(Dictionary{{"playing", Value(true)}}));
         expectOk(m_host->showGlance());

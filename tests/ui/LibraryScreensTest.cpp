@@ -79,10 +79,6 @@ protected:
     }
     std::size_t rowCount() const { return visible("table")["rows"].size(); }
     bool loadMoreHidden() const { return visible("loadMoreButton")["hidden"].get<bool>(); }
-    void leaveAndComeBack() {
-        expectOk(m_host->showGlance());
-        expectOk(m_host->hideGlance());
-    }
 };
 
 } // namespace
@@ -157,12 +153,12 @@ TEST_F(LibraryScreensTest, SongsComeInPagesAndEachActivationAddsOne) {
     EXPECT_EQ(visible("nameLabel")["text"], "List 0");
     EXPECT_EQ(rowCount(), 10u);
     EXPECT_FALSE(loadMoreHidden());
-    leaveAndComeBack();
+    reactivate();
     EXPECT_EQ(rowCount(), 20u) << "a page per activation, no tap needed";
     tapAction("loadMore");
     EXPECT_EQ(rowCount(), 23u);
     EXPECT_TRUE(loadMoreHidden());
-    leaveAndComeBack();
+    reactivate();
     EXPECT_EQ(rowCount(), 23u);
 
     const json rows = visible("table")["rows"];
@@ -190,10 +186,7 @@ TEST_F(LibraryScreensTest, APlayableSongLoadsOntoTheDeckAndClosesBothScreens) {
     EXPECT_EQ(m_host->modalControllers().size(), 2u);
 
     expectOk(m_host->selectRow(table, 2));
-    EXPECT_EQ(takeSent(), std::vector<Value>{
-                              envelope("turntableAction", {{"turntable", Value(1)},
-                                                           {"action", Value(6)},
-                                                           {"params", Value(Dictionary{{"itemID", Value("AB02")}})}})});
+    EXPECT_EQ(takeSent(), std::vector<Value>{deckAction(1, 6, Dictionary{{"itemID", Value("AB02")}})});
     EXPECT_TRUE(m_host->modalControllers().empty());
     EXPECT_EQ(visibleScreen()["controller"], "turntable1");
 }
@@ -263,9 +256,7 @@ TEST_F(LibraryScreensTest, TheQueueShowsTheDecksSongAndThePlayableSongsAfterIt) 
     for (const Row& row : rows) {
         SCOPED_TRACE(row.songID);
         phoneWrites("turntableSongInfo1",
-                    Value(Dictionary{{"currentSong", Value(Dictionary{{"songID", Value(row.songID)},
-                                                                      {"name", Value("Now")},
-                                                                      {"artist", Value("Kasso")}})}}));
+                    songInfo({{"songID", Value(row.songID)}, {"name", Value("Now")}, {"artist", Value("Kasso")}}));
         EXPECT_EQ(visible("nowPlayingGroup")["hidden"], false);
         EXPECT_EQ(visible("songNameLabel")["text"], "Now");
         EXPECT_EQ(visible("songArtistLabel")["text"], "Kasso");

@@ -179,11 +179,9 @@ TEST_F(MixerScreenTest, ShowsBothDecksAndTogglesTheirPlayback) {
         EXPECT_EQ(visible(p + "Group")["animation"]["startCount"], 1);
     }
 
-    phoneWrites(
-        "turntableSongInfo2",
-        Value(Dictionary{{"currentSong", Value(Dictionary{{"songID", Value("a")},
-                                                          {"duration", Value(100)},
-                                                          {"artworkImage", Value(stripedPng(30, 30, {kBlue}))}})}}));
+    phoneWrites("turntableSongInfo2", songInfo({{"songID", Value("a")},
+                                                {"duration", Value(100)},
+                                                {"artworkImage", Value(stripedPng(30, 30, {kBlue}))}}));
     phoneWrites("turntableStatus2", Value(Dictionary{{"playing", Value(true)}, {"currentTime", Value(50)}}));
     EXPECT_EQ(visible("turntable2Button")["backgroundImage"]["width"], 144);
     EXPECT_EQ(visible("turntable2TransportButton")["backgroundImage"]["name"], "turntable-pause-active");

@@ -102,6 +102,13 @@ protected:
     // Taps the object on the visible screen whose action is `action`.
     void tapAction(std::string_view action) { expectOk(m_host->tap(actionId(action))); }
 
+    // Covers the visible screen with the glance and uncovers it: it deactivates and activates
+    // again, as when the user glances away and back.
+    void reactivate() {
+        expectOk(m_host->showGlance());
+        expectOk(m_host->hideGlance());
+    }
+
     // Shows page `index` (0 deck 1, 1 mixer, 2 deck 2).
     void showPage(std::size_t index) { expectOk(m_host->swipeToPage(index)); }
 
