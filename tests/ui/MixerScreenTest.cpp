@@ -18,12 +18,6 @@ namespace {
 
 class MixerScreenTest : public ScreenTest {
 protected:
-    // Starts with the mixer page on screen and nothing yet recorded as sent.
-    void startOnMixer() {
-        start();
-        showPage(1);
-        takeSent();
-    }
     std::string crossfaderImage() const { return visible("crossfaderImage")["image"]["name"].get<std::string>(); }
 };
 
@@ -67,7 +61,7 @@ TEST_F(MixerScreenTest, AMixerStillAtItsInitialValuesShowsThemUnchanged) {
 
 // From a status written through the transport to what the page shows.
 TEST_F(MixerScreenTest, ShowsThePhonesMixerStatus) {
-    startOnMixer();
+    startOn(1);
     mixer()->setTransitionMode(1);
     phoneWrites("mixerStatus", Value(Dictionary{
                                    {"volume", Value(0.75f)},
@@ -95,7 +89,7 @@ TEST_F(MixerScreenTest, ShowsThePhonesMixerStatus) {
 }
 
 TEST_F(MixerScreenTest, CrossfadeStepsByModeWithTheirNumberTypes) {
-    startOnMixer();
+    startOn(1);
     struct Row {
         std::int64_t mode;
         double position;
@@ -148,7 +142,7 @@ TEST_F(MixerScreenTest, CrossfadeStepsByModeWithTheirNumberTypes) {
 }
 
 TEST_F(MixerScreenTest, VolumeSyncAndAutomixCommands) {
-    startOnMixer();
+    startOn(1);
     expectOk(m_host->slide(visibleId("volumeSlider"), 0.7f));
     std::vector<Value> sent = takeSent();
     ASSERT_EQ(sent.size(), 1u);
@@ -170,7 +164,7 @@ TEST_F(MixerScreenTest, VolumeSyncAndAutomixCommands) {
 }
 
 TEST_F(MixerScreenTest, ShowsBothDecksAndTogglesTheirPlayback) {
-    startOnMixer();
+    startOn(1);
     // Both decks empty: idle pictures, one animation each.
     for (const char* prefix : {"turntable1", "turntable2"}) {
         const std::string p(prefix);
@@ -202,7 +196,7 @@ TEST_F(MixerScreenTest, ShowsBothDecksAndTogglesTheirPlayback) {
 }
 
 TEST_F(MixerScreenTest, BringsDeckPagesForwardAndPresentsTheLibraryForADeck) {
-    startOnMixer();
+    startOn(1);
     tapAction("showTurntable2");
     EXPECT_EQ(m_host->currentPage(), 2u);
     showPage(1);

@@ -71,6 +71,14 @@ protected:
         m_loop.runUntilIdle();
     }
 
+    // Starts, shows page `index` and forgets what the start-up sent to the phone.
+    void startOn(std::size_t index) {
+        start();
+        if (index != 0)
+            showPage(index);
+        takeSent();
+    }
+
     // Runs an input event and settles the loop; the event must be accepted.
     void expectOk(const watchkit::EventResult& result) {
         EXPECT_TRUE(result.ok()) << result.error();
