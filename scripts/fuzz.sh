@@ -12,14 +12,16 @@
 #   scripts/fuzz.sh --list                 the targets
 #
 # Targets: keyed_unarchiver, xml_property_list, layout_loader, host_event,
-# parent_application_receiver, phone_engine. Environment: VEXO_FUZZ_BUILD (build tree, default
-# build-fuzz), VEXO_SHARED_DIR (folder holding interop/, default ../shared), VEXO_FUZZ_JOBS
-# (parallel build jobs, default 2). Exit status of "all": 1 when any target found something.
+# parent_application_receiver, phone_engine, image_decoder, wormhole. Environment:
+# VEXO_FUZZ_BUILD (build tree, default build-fuzz), VEXO_SHARED_DIR (folder holding interop/,
+# default ../shared), VEXO_FUZZ_JOBS (parallel build jobs, default 2). Exit status of "all": 1
+# when any target found something.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-targets=(keyed_unarchiver xml_property_list layout_loader host_event parent_application_receiver phone_engine)
-usage() { sed -n '2,19p' "$0" | sed 's/^# \{0,1\}//'; }
+targets=(keyed_unarchiver xml_property_list layout_loader host_event parent_application_receiver phone_engine
+  image_decoder wormhole)
+usage() { sed -n '2,18p' "$0" | sed 's/^# \{0,1\}//'; }
 
 target=keyed_unarchiver
 seconds=300

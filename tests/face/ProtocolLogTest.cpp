@@ -6,17 +6,12 @@
 #include <gtest/gtest.h>
 
 #include "face/RecordingParentApplication.h"
+#include "support/RecordingParentApplication.h"
 
 using namespace vexo;
 using namespace vexo::face;
 
 namespace {
-
-class CollectingLink final : public ipc::ParentApplication {
-public:
-    void openParentApplication(const plist::Value& userInfo) override { received.push_back(userInfo); }
-    std::vector<plist::Value> received;
-};
 
 plist::Value nested(int depth) {
     plist::Value value = "bottom";
@@ -76,7 +71,7 @@ TEST(ProtocolLogTest, KeepsTheNewestRecordsInOrderAndTellsListeners) {
 
 TEST(ProtocolLogTest, TheRecordingLinkLogsEachDictionaryAndPassesItOn) {
     ProtocolLog log;
-    auto next = std::make_shared<CollectingLink>();
+    auto next = std::make_shared<vexo::testing::RecordingParentApplication>();
     plist::Value libraryAction = plist::Dictionary{{"action", 3}};
     RecordingParentApplication link(next, log, "libraryAction", [&] { return libraryAction; });
     RecordingParentApplication plain(next, log);
@@ -102,8 +97,8 @@ TEST(ProtocolLogTest, TheRecordingLinkLogsEachDictionaryAndPassesItOn) {
         EXPECT_EQ(record["identifier"], row.identifier);
         EXPECT_EQ(record["direction"], "toPhone");
         EXPECT_EQ(record["contents"], row.contents) << row.identifier;
-        ASSERT_FALSE(next->received.empty());
-        EXPECT_EQ(next->received.back(), row.userInfo);
+        ASSERT_FALSE(next->dictionaries().empty());
+        EXPECT_EQ(next->dictionaries().back(), row.userInfo);
     }
-    EXPECT_EQ(next->received.size(), std::size(cases));
+    EXPECT_EQ(next->dictionaries().size(), std::size(cases));
 }

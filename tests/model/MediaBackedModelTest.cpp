@@ -1,13 +1,10 @@
 // The model over a real media library: an index scanned from a generated music folder.
 #include <fstream>
 
-#include "ModelTestFixture.h"
 #include "model/KMExtensions.h"
 #include "model/VXAWLibrary.h"
 #include "platform/media/AudioFixture.h"
-#include "platform/media/LibraryScanner.h"
-#include "platform/media/MediaLibrary.h"
-#include "platform/runtime/OperationQueue.h"
+#include "support/WatchFixture.h"
 
 using namespace vexo;
 using namespace vexo::model;
@@ -16,44 +13,23 @@ using vexo::testing::AudioFixture;
 
 namespace {
 
-class MediaBackedModelTest : public model::testing::ModelTest {
+class MediaBackedModelTest : public vexo::testing::WatchFixture {
 protected:
     void SetUp() override {
-        ModelTest::SetUp();
+        WatchFixture::SetUp();
         std::filesystem::create_directories(music());
         for (const char* title : {"Warm Up", "Peak Time", "Cool Down"})
             ASSERT_TRUE(AudioFixture::write(music() / (std::string(title) + ".wav"), AudioFixture::Format::Wav, 1.0,
                                             {title, "Vexo", "", "", {}, {}}));
         std::ofstream(music() / "Set.m3u") << "#EXTM3U\nWarm Up.wav\nPeak Time.wav\n";
-        scan();
-        m_library = media::MediaLibrary::open(index()).valueOr(nullptr);
-        ASSERT_TRUE(m_library);
-        installEnvironment({&m_loop, m_parent, m_library, makeDefaults()});
+        useMusicLibrary();
     }
-
-    void TearDown() override {
-        installEnvironment({});
-        m_library.reset();
-        ModelTest::TearDown();
-    }
-
-    std::filesystem::path music() const { return m_root.path() / "music"; }
-    std::filesystem::path index() const { return m_root.path() / "library.sqlite"; }
-    void scan() { ASSERT_TRUE(media::LibraryScanner(index()).scan(music())); }
-
-    // Lets a playlist load run on its queue and hand back to the main loop.
-    static void finishLoads(VXAWLibrary& library, runtime::DeterministicRunLoop& loop) {
-        library.queue()->waitUntilAllOperationsAreFinished();
-        loop.runUntilIdle();
-    }
-
-    std::shared_ptr<media::MediaLibrary> m_library;
 };
 
 } // namespace
 
 TEST_F(MediaBackedModelTest, FindsLocalItemsByTheirTextOrNumber) {
-    const auto items = m_library->items();
+    const auto items = m_mediaLibrary->items();
     ASSERT_EQ(items.size(), 3u);
     const media::MediaItem& item = items.front();
     const std::string text = KMExtensions::persistentIDString(item);
@@ -71,7 +47,7 @@ TEST_F(MediaBackedModelTest, FindsLocalItemsByTheirTextOrNumber) {
 TEST_F(MediaBackedModelTest, PlaylistsLoadOnFirstReadAndReloadWhenTheLibraryChanges) {
     const auto library = std::make_shared<VXAWLibrary>();
     EXPECT_EQ(library->playlists(), std::nullopt);
-    finishLoads(*library, m_loop);
+    finishLoads(*library);
     ASSERT_TRUE(library->playlists());
     ASSERT_EQ(library->playlists()->size(), 1u);
     EXPECT_EQ(library->playlists()->front().name(), "Set");
@@ -79,16 +55,16 @@ TEST_F(MediaBackedModelTest, PlaylistsLoadOnFirstReadAndReloadWhenTheLibraryChan
 
     // Another process rescans after the playlist grew: its notification reloads the list.
     std::ofstream(music() / "Set.m3u", std::ios::app) << "Cool Down.wav\n";
-    scan();
+    indexMusic();
     m_loop.runUntilIdle();
-    finishLoads(*library, m_loop);
+    finishLoads(*library);
     ASSERT_TRUE(library->playlists());
     EXPECT_EQ(library->playlists()->front().count(), 3u);
 
     // The last playlist goes: loaded and empty, which the library screen tells from loading.
     std::filesystem::remove(music() / "Set.m3u");
-    scan();
+    indexMusic();
     m_loop.runUntilIdle();
-    finishLoads(*library, m_loop);
+    finishLoads(*library);
     EXPECT_EQ(library->playlists(), std::optional<VXAWLibrary::Playlists>(VXAWLibrary::Playlists{}));
 }

@@ -1,20 +1,21 @@
 #include "model/VXAWLibrary.h"
 
-#include "ModelTestFixture.h"
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/NotificationCenter.h"
 #include "platform/runtime/OperationQueue.h"
+#include "support/KeyPathRecorder.h"
+#include "support/WatchFixture.h"
 
 using namespace vexo;
 using namespace vexo::model;
-using model::testing::KeyPathRecorder;
 using plist::Array;
 using plist::Dictionary;
 using plist::Value;
+using vexo::testing::KeyPathRecorder;
 
 namespace {
 
-class VXAWLibraryTest : public model::testing::ModelTest {
+class VXAWLibraryTest : public vexo::testing::WatchFixture {
 protected:
     std::shared_ptr<VXAWLibrary> makeLibrary() { return std::make_shared<VXAWLibrary>(); }
 };

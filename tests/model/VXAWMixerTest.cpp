@@ -1,17 +1,18 @@
 #include "model/VXAWMixer.h"
 
-#include "ModelTestFixture.h"
+#include "support/KeyPathRecorder.h"
+#include "support/WatchFixture.h"
 
 using namespace vexo;
 using namespace vexo::model;
-using model::testing::envelope;
-using model::testing::KeyPathRecorder;
 using plist::Dictionary;
 using plist::Value;
+using vexo::testing::KeyPathRecorder;
+using vexo::testing::mixerAction;
 
 namespace {
 
-class VXAWMixerTest : public model::testing::ModelTest {};
+class VXAWMixerTest : public vexo::testing::WatchFixture {};
 
 const Dictionary kStatus{
     {"volume", Value(0.8)},
@@ -34,7 +35,7 @@ TEST_F(VXAWMixerTest, StartsFromTheStoredStatusAndRemovesTheStoredAction) {
     EXPECT_TRUE(mixer.isAutomixActive());
     EXPECT_TRUE(m_phone->messageWithIdentifier("mixerAction").isNull());
     EXPECT_FALSE(m_phone->messageWithIdentifier("mixerStatus").isNull());
-    EXPECT_EQ(takeSent(), std::vector{envelope("mixerAction", {{"action", Value(11)}})});
+    EXPECT_EQ(takeSent(), std::vector{mixerAction(11)});
 }
 
 TEST_F(VXAWMixerTest, WithoutAStoredStatusTheInitialValuesAreOverwrittenWithZero) {
@@ -83,9 +84,9 @@ TEST_F(VXAWMixerTest, EchoesTheCrossfaderAtOnceOnlyForActionTwo) {
     EXPECT_EQ(mixer.crossfaderPosition(), 0.0) << "no parameters read as 0";
 
     EXPECT_EQ(takeSent(), (std::vector{
-                              envelope("mixerAction", {{"action", Value(2)}, {"params", params}}),
-                              envelope("mixerAction", {{"action", Value(3)}}),
-                              envelope("mixerAction", {{"action", Value(2)}}),
+                              mixerAction(2, params),
+                              mixerAction(3),
+                              mixerAction(2),
                           }));
 }
 
@@ -99,7 +100,7 @@ TEST_F(VXAWMixerTest, TransitionModeIsPersistedAndAnnounced) {
         EXPECT_EQ(recorder.take(), std::vector<std::string>{"transitionMode"});
     }
     // A restart: new defaults read from the same file, a new mixer.
-    installEnvironment({&m_loop, m_parent, nullptr, makeDefaults()});
+    installFreshEnvironment();
     VXAWMixer restarted;
     EXPECT_EQ(restarted.transitionMode(), 1);
 }

@@ -1,14 +1,16 @@
 #include "model/VXAWTurntable.h"
 
-#include "ModelTestFixture.h"
 #include "platform/runtime/Timer.h"
+#include "support/KeyPathRecorder.h"
+#include "support/WatchFixture.h"
 
 using namespace vexo;
 using namespace vexo::model;
-using model::testing::envelope;
-using model::testing::KeyPathRecorder;
 using plist::Dictionary;
 using plist::Value;
+using vexo::testing::deckAction;
+using vexo::testing::KeyPathRecorder;
+using vexo::testing::songInfo;
 
 namespace {
 
@@ -31,18 +33,7 @@ const Dictionary kPlayingStatus{
     {"key", Value("8A")},
 };
 
-Value songInfo(std::optional<Dictionary> song) {
-    Dictionary info;
-    if (song)
-        info.emplace("currentSong", Value(*song));
-    return Value(std::move(info));
-}
-
-Value statusRequest(std::int64_t deck) {
-    return envelope("turntableAction", {{"turntable", Value(deck)}, {"action", Value(16)}});
-}
-
-class VXAWTurntableTest : public model::testing::ModelTest {};
+class VXAWTurntableTest : public vexo::testing::WatchFixture {};
 
 } // namespace
 
@@ -57,7 +48,7 @@ TEST_F(VXAWTurntableTest, StartsFromTheStoredSongButNeverTheStoredStatus) {
     EXPECT_EQ(deck.currentDisplayTime(), std::nullopt);
     EXPECT_TRUE(m_phone->messageWithIdentifier("turntableStatus1").isNull());
     EXPECT_FALSE(m_phone->messageWithIdentifier("turntableSongInfo1").isNull());
-    EXPECT_EQ(takeSent(), std::vector{statusRequest(1)});
+    EXPECT_EQ(takeSent(), std::vector{deckAction(1, 16)});
 }
 
 TEST_F(VXAWTurntableTest, AppliesEveryStatusKeyWithItsConversion) {
@@ -114,7 +105,7 @@ TEST_F(VXAWTurntableTest, PollsOnceASecondOnlyWhilePlaying) {
     EXPECT_EQ(deck.currentTimeUpdateTimer(), timer) << "a second status keeps the one timer";
 
     m_loop.advance(3);
-    EXPECT_EQ(takeSent(), std::vector(3, statusRequest(1)));
+    EXPECT_EQ(takeSent(), std::vector(3, deckAction(1, 16)));
 
     // A status without "playing" counts as stopped.
     phoneWrites("turntableStatus1", Value(Dictionary{{"bpm", Value(120)}}));
@@ -153,7 +144,7 @@ TEST_F(VXAWTurntableTest, MergesTheSameSongAndReplacesAnotherOne) {
     phoneWrites("turntableSongInfo1", songInfo(noIdentifier));
     EXPECT_NE(deck.song(), second) << "without an identifier every message is a new song";
 
-    phoneWrites("turntableSongInfo1", songInfo(std::nullopt));
+    phoneWrites("turntableSongInfo1", Value(Dictionary{}));
     EXPECT_EQ(deck.song(), nullptr);
     EXPECT_EQ(recorder.take().size(), 3u);
 }
@@ -175,11 +166,9 @@ TEST_F(VXAWTurntableTest, SendsTheEnvelopeWithParamsOnlyWhenGiven) {
     deck.sendActionMessage(VXAWTurntableActionLoadItem, Value(Dictionary{{"itemID", Value("AB12")}}));
     const auto sent = takeSent();
     ASSERT_EQ(sent.size(), 2u);
-    EXPECT_EQ(sent[0], envelope("turntableAction", {{"turntable", Value(2)}, {"action", Value(0)}}));
+    EXPECT_EQ(sent[0], deckAction(2, 0));
     EXPECT_EQ(sent[0]["contents"].count(), 2u);
-    EXPECT_EQ(sent[1], envelope("turntableAction", {{"turntable", Value(2)},
-                                                    {"action", Value(6)},
-                                                    {"params", Value(Dictionary{{"itemID", Value("AB12")}})}}));
+    EXPECT_EQ(sent[1], deckAction(2, 6, Dictionary{{"itemID", Value("AB12")}}));
     EXPECT_TRUE(sent[1]["contents"]["action"].asInteger());
 }
 
@@ -194,7 +183,7 @@ TEST_F(VXAWTurntableTest, ListensAndPollsOnTheMainLoopWhateverLoopIsCurrent) {
     runtime::RunLoop::setCurrent(&m_loop);
     takeSent();
     m_loop.advance(1.0);
-    EXPECT_EQ(takeSent(), std::vector<Value>{statusRequest(1)});
+    EXPECT_EQ(takeSent(), std::vector<Value>{deckAction(1, 16)});
 
     // The deck registered for the phone's notices while no loop was current.
     phoneWrites("turntableStatus1", Value(Dictionary{{"playing", Value(false)}, {"bpm", Value(99)}}));

@@ -364,14 +364,10 @@ TEST_F(EngineActionTest, BadInputChangesNothingAndWritesNothing) {
         deckAction(1, 7),
         deckAction(1, 99),
         deckAction(1, -1),
-        Value(Dictionary{{"identifier", Value("turntableAction")},
-                         {"contents", Value(Dictionary{{"turntable", Value("1")}, {"action", Value(0)}})}}),
-        Value(Dictionary{{"identifier", Value("turntableAction")},
-                         {"contents", Value(Dictionary{{"turntable", Value(1)}, {"action", Value(true)}})}}),
-        Value(Dictionary{{"identifier", Value("turntableAction")},
-                         {"contents", Value(Dictionary{{"turntable", Value(1.5)}, {"action", Value(0)}})}}),
-        Value(Dictionary{{"identifier", Value("turntableAction")},
-                         {"contents", Value(Dictionary{{"turntable", Value(UINT64_MAX)}, {"action", Value(0)}})}}),
+        envelope("turntableAction", {{"turntable", Value("1")}, {"action", Value(0)}}),
+        envelope("turntableAction", {{"turntable", Value(1)}, {"action", Value(true)}}),
+        envelope("turntableAction", {{"turntable", Value(1.5)}, {"action", Value(0)}}),
+        envelope("turntableAction", {{"turntable", Value(UINT64_MAX)}, {"action", Value(0)}}),
         mixerAction(12),
         mixerAction(1),
         mixerAction(1, params("volume", Value("0.5"))),
@@ -380,8 +376,7 @@ TEST_F(EngineActionTest, BadInputChangesNothingAndWritesNothing) {
         mixerAction(10, params("transitionType", Value("Nope"))),
         mixerAction(10, params("transitionType", Value(1))),
         mixerAction(10),
-        Value(
-            Dictionary{{"identifier", Value("mixerAction")}, {"contents", Value(Dictionary{{"action", Value("1")}})}}),
+        envelope("mixerAction", {{"action", Value("1")}}),
     };
     for (std::size_t index = 0; index < rows.size(); ++index) {
         m_sink.writes.clear();

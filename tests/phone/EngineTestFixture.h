@@ -12,8 +12,13 @@
 #include "phone/Engine.h"
 #include "phone/StatusSink.h"
 #include "platform/runtime/DeterministicRunLoop.h"
+#include "support/ActionEnvelopes.h"
 
 namespace vexo::phone::testing {
+
+using vexo::testing::deckAction;
+using vexo::testing::envelope;
+using vexo::testing::mixerAction;
 
 // Songs and playlists made in memory, in the order given.
 class MemoryCatalog final : public Catalog {
@@ -86,20 +91,6 @@ private:
 
 class EngineTest : public ::testing::Test {
 protected:
-    plist::Value deckAction(std::int64_t deck, std::int64_t code, plist::Value params = {}) {
-        plist::Dictionary contents{{"turntable", plist::Value(deck)}, {"action", plist::Value(code)}};
-        if (!params.isNull())
-            contents.emplace("params", std::move(params));
-        return plist::Value(plist::Dictionary{{"identifier", plist::Value("turntableAction")},
-                                              {"contents", plist::Value(std::move(contents))}});
-    }
-    plist::Value mixerAction(std::int64_t code, plist::Value params = {}) {
-        plist::Dictionary contents{{"action", plist::Value(code)}};
-        if (!params.isNull())
-            contents.emplace("params", std::move(params));
-        return plist::Value(plist::Dictionary{{"identifier", plist::Value("mixerAction")},
-                                              {"contents", plist::Value(std::move(contents))}});
-    }
     // Hands `dictionary` to the engine as the watch would, and lets the loop publish.
     void send(const plist::Value& dictionary) {
         engine().handleParentApplicationDictionary(dictionary);

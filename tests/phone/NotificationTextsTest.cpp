@@ -15,38 +15,31 @@ namespace {
 const std::filesystem::path kResources = std::filesystem::path(VEXO_SOURCE_DIR) / "resources";
 
 TEST(NotificationTextsTest, NotificationsSpeakTheLanguageTheyAreGiven) {
-    const text::Localization english(kResources, "en");
-    const text::Localization german(kResources, "de_DE");
-    const text::Localization austrian(kResources, "de-AT");
-    const text::Localization french(kResources, "fr_FR"); // no texts of its own: English
-    struct Case {
-        const text::Localization& texts;
-        std::string loadTitle, loadBody, loadAction, automixTitle, automixBody, automixAction;
+    struct Texts {
+        std::string loadTitle, loadBody, loadAction, automixTitle, automixBody;
     };
-    const std::vector<Case> cases = {
-        {english, "Deck 2 has stopped", "Its song has ended and nothing follows. Load another one?", "Load a song",
-         "Song ending", "The song you hear ends soon. Let automix carry on?", "Automix"},
-        {french, "Deck 2 has stopped", "Its song has ended and nothing follows. Load another one?", "Load a song",
-         "Song ending", "The song you hear ends soon. Let automix carry on?", "Automix"},
-        {german, "Deck 2 hat angehalten", "Sein Titel ist zu Ende, und nichts folgt. Einen anderen laden?",
-         "Titel laden", "Titel endet", "Der Titel, den du hörst, endet bald. Soll Automix weitermachen?", "Automix"},
-        {austrian, "Deck 2 hat angehalten", "Sein Titel ist zu Ende, und nichts folgt. Einen anderen laden?",
-         "Titel laden", "Titel endet", "Der Titel, den du hörst, endet bald. Soll Automix weitermachen?", "Automix"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.loadTitle);
-        const ipc::LocalNotification load = Engine::loadNotification(2, c.texts);
-        EXPECT_EQ(load.alertTitle, c.loadTitle);
-        EXPECT_EQ(load.alertBody, c.loadBody);
+    const Texts english{"Deck 2 has stopped", "Its song has ended and nothing follows. Load another one?",
+                        "Load a song", "Song ending", "The song you hear ends soon. Let automix carry on?"};
+    const Texts german{"Deck 2 hat angehalten", "Sein Titel ist zu Ende, und nichts folgt. Einen anderen laden?",
+                       "Titel laden", "Titel endet", "Der Titel, den du hörst, endet bald. Soll Automix weitermachen?"};
+    // French has no texts of its own; Austrian German is German.
+    const std::pair<const char*, const Texts*> cases[] = {
+        {"en", &english}, {"fr_FR", &english}, {"de_DE", &german}, {"de-AT", &german}};
+    for (const auto& [locale, expected] : cases) {
+        SCOPED_TRACE(locale);
+        const text::Localization texts(kResources, locale);
+        const ipc::LocalNotification load = Engine::loadNotification(2, texts);
+        EXPECT_EQ(load.alertTitle, expected->loadTitle);
+        EXPECT_EQ(load.alertBody, expected->loadBody);
         ASSERT_EQ(load.actions.size(), 1u);
-        EXPECT_EQ(load.actions[0].title, c.loadAction);
+        EXPECT_EQ(load.actions[0].title, expected->loadAction);
         EXPECT_EQ(load.actions[0].identifier, "VXTUserNotificationActionLoad") << "identifiers are never translated";
         EXPECT_EQ(load.category, "VXTUserNotificationCategoryLoad");
-        const ipc::LocalNotification automix = Engine::automixNotification(c.texts);
-        EXPECT_EQ(automix.alertTitle, c.automixTitle);
-        EXPECT_EQ(automix.alertBody, c.automixBody);
+        const ipc::LocalNotification automix = Engine::automixNotification(texts);
+        EXPECT_EQ(automix.alertTitle, expected->automixTitle);
+        EXPECT_EQ(automix.alertBody, expected->automixBody);
         ASSERT_EQ(automix.actions.size(), 1u);
-        EXPECT_EQ(automix.actions[0].title, c.automixAction);
+        EXPECT_EQ(automix.actions[0].title, "Automix");
         EXPECT_EQ(automix.actions[0].identifier, "VXTUserNotificationActionAutomix");
     }
 }

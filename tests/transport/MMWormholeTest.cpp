@@ -62,10 +62,6 @@ const Value kMixerStatus(Dictionary{{"volume", Value(0.5f)}, {"syncActive", Valu
 
 } // namespace
 
-TEST_F(MMWormholeTest, PlainInitYieldsNoInstance) {
-    EXPECT_EQ(MMWormhole::init(), nullptr);
-}
-
 TEST_F(MMWormholeTest, StoresOneArchiveFilePerIdentifierAndKeepsIt) {
     auto wormhole = makeWormhole();
     wormhole->passMessageObject(kMixerStatus, "mixerStatus");

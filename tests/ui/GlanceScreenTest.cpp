@@ -13,21 +13,16 @@ namespace {
 
 class GlanceScreenTest : public ScreenTest {
 protected:
-    void startAndForgetStartUp() {
-        start();
-        takeSent();
-    }
     std::shared_ptr<VXAWGlanceController> glance() const {
         return std::dynamic_pointer_cast<VXAWGlanceController>(m_host->glanceController());
     }
-    static Value songInfo(Dictionary song) { return Value(Dictionary{{"currentSong", Value(std::move(song))}}); }
 };
 
 } // namespace
 
 TEST_F(GlanceScreenTest, EachActivationClearsDeckZerosStatusAndAsksForARefresh) {
-    startAndForgetStartUp();
-    const Value refresh = envelope("turntableAction", {{"turntable", Value(0)}, {"action", Value(17)}});
+    startOn(0);
+    const Value refresh = deckAction(0, 17);
     for (int activation = 0; activation < 2; ++activation) {
         phoneWrites("turntableStatus0", Value(Dictionary{{"playing", Value(true)}}));
         expectOk(m_host->showGlance());
@@ -44,7 +39,7 @@ TEST_F(GlanceScreenTest, EachActivationClearsDeckZerosStatusAndAsksForARefresh) 
 }
 
 TEST_F(GlanceScreenTest, ShowsTheSongReportedForDeckZero) {
-    startAndForgetStartUp();
+    startOn(0);
     phoneWrites("turntableSongInfo0", songInfo({{"name", Value("Stored")},
                                                 {"artist", Value("Earlier")},
                                                 {"artworkImage", Value(stripedPng(10, 20, {kBlue}))}}));

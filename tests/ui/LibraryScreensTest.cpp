@@ -6,9 +6,6 @@
 #include "model/VXAWLibrary.h"
 #include "model/VXAWTurntable.h"
 #include "platform/media/AudioFixture.h"
-#include "platform/media/LibraryScanner.h"
-#include "platform/media/MediaLibrary.h"
-#include "platform/runtime/OperationQueue.h"
 #include "ui/VXAWLibraryInterfaceController.h"
 #include "ui/VXAWiTunesPlaylistInterfaceController.h"
 
@@ -47,30 +44,18 @@ std::vector<media::MediaPlaylist> playlists(std::size_t count, const std::string
 
 class LibraryScreensTest : public ScreenTest {
 protected:
-    std::shared_ptr<model::VXAWLibrary> library() const { return model::VXAWModel::sharedModel()->library(); }
-
     // Gives the model a real media library, indexed from a folder of one song and `count`
     // playlists of it ("Set 01", ...). Before start().
     void useMediaLibrary(std::size_t count) {
-        const std::filesystem::path music = m_root.path() / "music";
-        std::filesystem::create_directories(music);
-        ASSERT_TRUE(vexo::testing::AudioFixture::write(music / "Song.wav", vexo::testing::AudioFixture::Format::Wav,
+        std::filesystem::create_directories(music());
+        ASSERT_TRUE(vexo::testing::AudioFixture::write(music() / "Song.wav", vexo::testing::AudioFixture::Format::Wav,
                                                        1.0, {"Song", "Vexo"}));
         for (std::size_t i = 1; i <= count; ++i) {
             char name[32];
             std::snprintf(name, sizeof name, "Set %02zu.m3u", i);
-            std::ofstream(music / name) << "#EXTM3U\nSong.wav\n";
+            std::ofstream(music() / name) << "#EXTM3U\nSong.wav\n";
         }
-        const std::filesystem::path index = m_root.path() / "library.sqlite";
-        ASSERT_TRUE(media::LibraryScanner(index).scan(music));
-        m_mediaLibrary = media::MediaLibrary::open(index).valueOr(nullptr);
-        ASSERT_TRUE(m_mediaLibrary);
-        model::installEnvironment({&m_loop, m_parent, m_mediaLibrary, makeDefaults()});
-    }
-    // Lets the playlist load run on its queue and hand its result back.
-    void finishLoads() {
-        library()->queue()->waitUntilAllOperationsAreFinished();
-        m_loop.runUntilIdle();
+        useMusicLibrary();
     }
 
     // Starts, then presents the library from deck 1's page over `lists`.
@@ -94,12 +79,6 @@ protected:
     }
     std::size_t rowCount() const { return visible("table")["rows"].size(); }
     bool loadMoreHidden() const { return visible("loadMoreButton")["hidden"].get<bool>(); }
-    void leaveAndComeBack() {
-        expectOk(m_host->showGlance());
-        expectOk(m_host->hideGlance());
-    }
-
-    std::shared_ptr<media::MediaLibrary> m_mediaLibrary;
 };
 
 } // namespace
@@ -174,12 +153,12 @@ TEST_F(LibraryScreensTest, SongsComeInPagesAndEachActivationAddsOne) {
     EXPECT_EQ(visible("nameLabel")["text"], "List 0");
     EXPECT_EQ(rowCount(), 10u);
     EXPECT_FALSE(loadMoreHidden());
-    leaveAndComeBack();
+    reactivate();
     EXPECT_EQ(rowCount(), 20u) << "a page per activation, no tap needed";
     tapAction("loadMore");
     EXPECT_EQ(rowCount(), 23u);
     EXPECT_TRUE(loadMoreHidden());
-    leaveAndComeBack();
+    reactivate();
     EXPECT_EQ(rowCount(), 23u);
 
     const json rows = visible("table")["rows"];
@@ -207,10 +186,7 @@ TEST_F(LibraryScreensTest, APlayableSongLoadsOntoTheDeckAndClosesBothScreens) {
     EXPECT_EQ(m_host->modalControllers().size(), 2u);
 
     expectOk(m_host->selectRow(table, 2));
-    EXPECT_EQ(takeSent(), std::vector<Value>{
-                              envelope("turntableAction", {{"turntable", Value(1)},
-                                                           {"action", Value(6)},
-                                                           {"params", Value(Dictionary{{"itemID", Value("AB02")}})}})});
+    EXPECT_EQ(takeSent(), std::vector<Value>{deckAction(1, 6, Dictionary{{"itemID", Value("AB02")}})});
     EXPECT_TRUE(m_host->modalControllers().empty());
     EXPECT_EQ(visibleScreen()["controller"], "turntable1");
 }
@@ -226,7 +202,7 @@ TEST_F(LibraryScreensTest, TheFirstActivationWaitsForTheLoadAndRebuildsWhenItLan
     EXPECT_TRUE(loadMoreHidden());
 
     library()->queue()->setSuspended(false);
-    finishLoads();
+    finishLoads(*library());
     ASSERT_EQ(rowCount(), 10u);
     EXPECT_EQ(rowNames().front(), "Set 01");
     EXPECT_EQ(visible("placeholderGroup")["hidden"], true);
@@ -239,7 +215,7 @@ TEST_F(LibraryScreensTest, ALibraryWithoutPlaylistsSaysSo) {
     useMediaLibrary(0);
     start();
     tapAction("showLibrary");
-    finishLoads();
+    finishLoads(*library());
     EXPECT_EQ(rowCount(), 0u);
     EXPECT_EQ(visible("placeholderGroup")["hidden"], false);
     EXPECT_EQ(visible("placeholderLabel")["text"], localized("No Playlists"));
@@ -280,9 +256,7 @@ TEST_F(LibraryScreensTest, TheQueueShowsTheDecksSongAndThePlayableSongsAfterIt) 
     for (const Row& row : rows) {
         SCOPED_TRACE(row.songID);
         phoneWrites("turntableSongInfo1",
-                    Value(Dictionary{{"currentSong", Value(Dictionary{{"songID", Value(row.songID)},
-                                                                      {"name", Value("Now")},
-                                                                      {"artist", Value("Kasso")}})}}));
+                    songInfo({{"songID", Value(row.songID)}, {"name", Value("Now")}, {"artist", Value("Kasso")}}));
         EXPECT_EQ(visible("nowPlayingGroup")["hidden"], false);
         EXPECT_EQ(visible("songNameLabel")["text"], "Now");
         EXPECT_EQ(visible("songArtistLabel")["text"], "Kasso");

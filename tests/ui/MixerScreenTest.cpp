@@ -18,16 +18,6 @@ namespace {
 
 class MixerScreenTest : public ScreenTest {
 protected:
-    // Starts with the mixer page on screen and nothing yet recorded as sent.
-    void startOnMixer() {
-        start();
-        showPage(1);
-        takeSent();
-    }
-    std::shared_ptr<model::VXAWMixer> mixer() const { return model::VXAWModel::sharedModel()->mixer(); }
-    std::shared_ptr<model::VXAWTurntable> deck(int number) const {
-        return model::VXAWModel::sharedModel()->turntable(number);
-    }
     std::string crossfaderImage() const { return visible("crossfaderImage")["image"]["name"].get<std::string>(); }
 };
 
@@ -71,7 +61,7 @@ TEST_F(MixerScreenTest, AMixerStillAtItsInitialValuesShowsThemUnchanged) {
 
 // From a status written through the transport to what the page shows.
 TEST_F(MixerScreenTest, ShowsThePhonesMixerStatus) {
-    startOnMixer();
+    startOn(1);
     mixer()->setTransitionMode(1);
     phoneWrites("mixerStatus", Value(Dictionary{
                                    {"volume", Value(0.75f)},
@@ -99,7 +89,7 @@ TEST_F(MixerScreenTest, ShowsThePhonesMixerStatus) {
 }
 
 TEST_F(MixerScreenTest, CrossfadeStepsByModeWithTheirNumberTypes) {
-    startOnMixer();
+    startOn(1);
     struct Row {
         std::int64_t mode;
         double position;
@@ -152,7 +142,7 @@ TEST_F(MixerScreenTest, CrossfadeStepsByModeWithTheirNumberTypes) {
 }
 
 TEST_F(MixerScreenTest, VolumeSyncAndAutomixCommands) {
-    startOnMixer();
+    startOn(1);
     expectOk(m_host->slide(visibleId("volumeSlider"), 0.7f));
     std::vector<Value> sent = takeSent();
     ASSERT_EQ(sent.size(), 1u);
@@ -174,7 +164,7 @@ TEST_F(MixerScreenTest, VolumeSyncAndAutomixCommands) {
 }
 
 TEST_F(MixerScreenTest, ShowsBothDecksAndTogglesTheirPlayback) {
-    startOnMixer();
+    startOn(1);
     // Both decks empty: idle pictures, one animation each.
     for (const char* prefix : {"turntable1", "turntable2"}) {
         const std::string p(prefix);
@@ -183,11 +173,9 @@ TEST_F(MixerScreenTest, ShowsBothDecksAndTogglesTheirPlayback) {
         EXPECT_EQ(visible(p + "Group")["animation"]["startCount"], 1);
     }
 
-    phoneWrites(
-        "turntableSongInfo2",
-        Value(Dictionary{{"currentSong", Value(Dictionary{{"songID", Value("a")},
-                                                          {"duration", Value(100)},
-                                                          {"artworkImage", Value(stripedPng(30, 30, {kBlue}))}})}}));
+    phoneWrites("turntableSongInfo2", songInfo({{"songID", Value("a")},
+                                                {"duration", Value(100)},
+                                                {"artworkImage", Value(stripedPng(30, 30, {kBlue}))}}));
     phoneWrites("turntableStatus2", Value(Dictionary{{"playing", Value(true)}, {"currentTime", Value(50)}}));
     EXPECT_EQ(visible("turntable2Button")["backgroundImage"]["width"], 144);
     EXPECT_EQ(visible("turntable2TransportButton")["backgroundImage"]["name"], "turntable-pause-active");
@@ -208,7 +196,7 @@ TEST_F(MixerScreenTest, ShowsBothDecksAndTogglesTheirPlayback) {
 }
 
 TEST_F(MixerScreenTest, BringsDeckPagesForwardAndPresentsTheLibraryForADeck) {
-    startOnMixer();
+    startOn(1);
     tapAction("showTurntable2");
     EXPECT_EQ(m_host->currentPage(), 2u);
     showPage(1);

@@ -8,45 +8,31 @@
 
 #include <gtest/gtest.h>
 
-#include "model/Environment.h"
-#include "model/VXAWModel.h"
-#include "model/VXAWProtocol.h"
-#include "platform/runtime/DeterministicRunLoop.h"
-#include "platform/runtime/UserDefaults.h"
 #include "platform/text/Localization.h"
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/ExtensionHost.h"
 #include "platform/watchkit/InterfaceObject.h"
 #include "platform/watchkit/LayoutLoader.h"
-#include "support/RecordingParentApplication.h"
-#include "support/ScopedEnvironment.h"
-#include "support/TemporaryDirectory.h"
+#include "support/WatchFixture.h"
 #include "support/WatchSnapshot.h"
-#include "transport/MMWormhole.h"
 #include "ui/InterfaceClasses.h"
 #include "ui/VXAWTurntable1InterfaceController.h"
 #include "ui/VXAWTurntable2InterfaceController.h"
 
 namespace vexo::ui::testing {
 
-// The application's real layout and classes on an extension host, in a fresh model
-// environment per test: a temporary container, a virtual-time main loop, a recording phone
-// link, user defaults in a temporary file, and a "phone" transport that writes status
-// messages as the phone application does.
+// The application's real layout and classes on an extension host, over the models of a
+// WatchFixture.
 //
 // Texts and numbers are those of the locale VEXO_SCREEN_TEST_LOCALE names ("de_DE"), en_US
 // when it is unset; the test binary is registered once for each (see CMakeLists.txt). The
 // language is the process's for good once a text has been looked up, so one run keeps one.
-class ScreenTest : public ::testing::Test {
+class ScreenTest : public vexo::testing::WatchFixture {
 protected:
     void SetUp() override {
-        m_variables.set("VEXO_CONTAINER_ROOT", m_root.path().string());
         m_variables.set("VEXO_LANGUAGE", language());
         m_variables.set("VEXO_LOCALE", locale());
-        m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
-        model::installEnvironment({&m_loop, m_parent, nullptr, makeDefaults()});
-        m_phone = std::make_unique<transport::MMWormhole>(std::string(model::VXAWWormholeApplicationGroupIdentifier),
-                                                          std::string(model::kWormholeMessageDirectory), &m_loop);
+        WatchFixture::SetUp();
         registerInterfaceClasses(m_registry);
         Expected<watchkit::InterfaceLayout> loaded =
             watchkit::LayoutLoader::loadFile(watchkit::InterfaceLayout::defaultPath(), m_registry);
@@ -62,10 +48,7 @@ protected:
         // The slots hold pages of this test's model; the next test builds its own.
         VXAWTurntable1InterfaceController::setSharedController(nullptr);
         VXAWTurntable2InterfaceController::setSharedController(nullptr);
-        m_phone.reset();
-        model::installEnvironment({});
-        m_loop.runUntilIdle();
-        runtime::RunLoop::setCurrent(m_previousLoop);
+        WatchFixture::TearDown();
     }
 
     static std::string locale() {
@@ -81,27 +64,18 @@ protected:
         return std::string(ScreenTest::german() ? german : english);
     }
 
-    std::shared_ptr<runtime::UserDefaults> makeDefaults() const {
-        return std::make_shared<runtime::UserDefaults>(m_root.path() / "defaults.plist");
-    }
-
     // Starts the host (the pages are made in the layout's order) and settles the loop.
     void start() {
         ASSERT_TRUE(m_host->start());
         m_loop.runUntilIdle();
     }
 
-    // Writes `message` under `identifier` as the phone does, and delivers it.
-    void phoneWrites(std::string_view identifier, const plist::Value& message) {
-        m_phone->passMessageObject(message, identifier);
-        m_loop.runUntilIdle();
-    }
-
-    // The dictionaries handed to the phone application since the last call.
-    std::vector<plist::Value> takeSent() {
-        std::vector<plist::Value> sent = m_parent->dictionaries();
-        m_parent->clear();
-        return sent;
+    // Starts, shows page `index` and forgets what the start-up sent to the phone.
+    void startOn(std::size_t index) {
+        start();
+        if (index != 0)
+            showPage(index);
+        takeSent();
     }
 
     // Runs an input event and settles the loop; the event must be accepted.
@@ -135,6 +109,13 @@ protected:
     // Taps the object on the visible screen whose action is `action`.
     void tapAction(std::string_view action) { expectOk(m_host->tap(actionId(action))); }
 
+    // Covers the visible screen with the glance and uncovers it: it deactivates and activates
+    // again, as when the user glances away and back.
+    void reactivate() {
+        expectOk(m_host->showGlance());
+        expectOk(m_host->hideGlance());
+    }
+
     // Shows page `index` (0 deck 1, 1 mixer, 2 deck 2).
     void showPage(std::size_t index) { expectOk(m_host->swipeToPage(index)); }
 
@@ -144,34 +125,13 @@ protected:
 
     // The host's clock; tests move it.
     std::chrono::system_clock::time_point m_now{std::chrono::seconds(1'700'000'000)};
-    vexo::testing::TemporaryDirectory m_root;
-    vexo::testing::ScopedEnvironment m_variables;
-    runtime::DeterministicRunLoop m_loop;
-    runtime::RunLoop* m_previousLoop = nullptr;
-    std::shared_ptr<vexo::testing::RecordingParentApplication> m_parent =
-        std::make_shared<vexo::testing::RecordingParentApplication>();
-    std::unique_ptr<transport::MMWormhole> m_phone;
     watchkit::ControllerRegistry m_registry;
     std::unique_ptr<watchkit::ExtensionHost> m_host;
 };
 
-// {"identifier": identifier, "contents": contents}, as a deck or the mixer hands it over.
-inline plist::Value envelope(std::string_view identifier, plist::Dictionary contents) {
-    return plist::Value(
-        plist::Dictionary{{"identifier", plist::Value(identifier)}, {"contents", plist::Value(std::move(contents))}});
-}
-
-// A deck action envelope.
-inline plist::Value deckAction(std::int64_t deck, std::int64_t action) {
-    return envelope("turntableAction", {{"turntable", plist::Value(deck)}, {"action", plist::Value(action)}});
-}
-
-// A mixer action envelope, with parameters when given.
-inline plist::Value mixerAction(std::int64_t action, std::optional<plist::Dictionary> params = std::nullopt) {
-    plist::Dictionary contents{{"action", plist::Value(action)}};
-    if (params)
-        contents.emplace("params", plist::Value(std::move(*params)));
-    return envelope("mixerAction", std::move(contents));
-}
+using vexo::testing::deckAction;
+using vexo::testing::envelope;
+using vexo::testing::mixerAction;
+using vexo::testing::songInfo;
 
 } // namespace vexo::ui::testing

@@ -42,12 +42,6 @@ protected:
         }
         return all;
     }
-    std::shared_ptr<model::VXAWMixer> mixer() const { return model::VXAWModel::sharedModel()->mixer(); }
-    // Leaves the screen and comes back, which rebuilds the list.
-    void reactivate() {
-        expectOk(m_host->showGlance());
-        expectOk(m_host->hideGlance());
-    }
     // Row i's name and whether it is the selection colour; rows without a name are headings.
     std::vector<std::pair<std::string, bool>> rows() const {
         std::vector<std::pair<std::string, bool>> result;

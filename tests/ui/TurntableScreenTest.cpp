@@ -19,15 +19,26 @@ using plist::Value;
 
 namespace {
 
+std::string imageName(const json& object, const char* slot = "backgroundImage") {
+    const json& image = object[slot];
+    return image.is_object() && image.contains("name") ? image["name"].get<std::string>() : std::string();
+}
+
 class TurntableScreenTest : public ScreenTest {
 protected:
-    std::shared_ptr<model::VXAWTurntable> deck(int number) const {
-        return model::VXAWModel::sharedModel()->turntable(number);
+    // What the page of an empty deck shows: dashes, the idle pictures and a running animation.
+    void expectIdle() const {
+        for (const char* outlet : {"nameLabel", "artistLabel", "keyLabel", "bpmLabel"})
+            EXPECT_EQ(visible(outlet)["text"], "--") << outlet;
+        EXPECT_EQ(imageName(visible("playButton")), "turntable-play");
+        EXPECT_EQ(imageName(visible("previousButton")), "turntable-prev");
+        EXPECT_EQ(imageName(visible("nextButton")), "turntable-next");
+        EXPECT_EQ(imageName(visible("artworkButton")), "turntable-artwork-vexo");
+        EXPECT_EQ(visible("artworkGroup")["animation"]["running"], true);
     }
     // The song information of deck `number` as the phone writes it.
     void phoneLoadsSong(int number, Dictionary song) {
-        phoneWrites("turntableSongInfo" + std::to_string(number),
-                    Value(Dictionary{{"currentSong", Value(std::move(song))}}));
+        phoneWrites("turntableSongInfo" + std::to_string(number), songInfo(std::move(song)));
     }
     static Dictionary song(std::int64_t duration) {
         return {{"songID", Value("s1")},
@@ -37,23 +48,12 @@ protected:
     }
 };
 
-std::string imageName(const json& object, const char* slot = "backgroundImage") {
-    const json& image = object[slot];
-    return image.is_object() && image.contains("name") ? image["name"].get<std::string>() : std::string();
-}
-
 } // namespace
 
 TEST_F(TurntableScreenTest, AnEmptyDeckShowsDashesIdleImagesAndOneAnimation) {
     start();
-    for (const char* outlet : {"nameLabel", "artistLabel", "keyLabel", "bpmLabel"})
-        EXPECT_EQ(visible(outlet)["text"], "--") << outlet;
-    EXPECT_EQ(imageName(visible("playButton")), "turntable-play");
-    EXPECT_EQ(imageName(visible("previousButton")), "turntable-prev");
-    EXPECT_EQ(imageName(visible("nextButton")), "turntable-next");
-    EXPECT_EQ(imageName(visible("artworkButton")), "turntable-artwork-vexo");
+    expectIdle();
     EXPECT_EQ(imageName(visible("playGroup")), "tracking-0-f.png");
-    EXPECT_EQ(visible("artworkGroup")["animation"]["running"], true);
     EXPECT_EQ(visible("artworkGroup")["animation"]["startCount"], 1);
 
     // A repaint on the next activation does not restart it.
@@ -65,8 +65,7 @@ TEST_F(TurntableScreenTest, AnEmptyDeckShowsDashesIdleImagesAndOneAnimation) {
 
 // From the phone's messages through the transport to what the page shows and sends.
 TEST_F(TurntableScreenTest, ShowsThePhonesDeckAndPollsWhilePlaying) {
-    start();
-    takeSent();
+    startOn(0);
     Dictionary loaded = song(240);
     loaded.emplace("artworkImage", Value(stripedPng(60, 60, {kRed})));
     phoneLoadsSong(1, loaded);
@@ -165,9 +164,7 @@ TEST_F(TurntableScreenTest, AutoLoopTitles) {
 }
 
 TEST_F(TurntableScreenTest, EachCommandSendsItsDeckActionWithIntegerNumbers) {
-    start();
-    showPage(2);
-    takeSent();
+    startOn(2);
     const std::pair<const char*, std::int64_t> rows[] = {
         {"togglePlayback", 0},
         {"skipForward", 2},
@@ -236,8 +233,7 @@ TEST_F(TurntableScreenTest, ArtworkFallsBackToTheDefaultPictureAndUndecodableArt
 }
 
 TEST_F(TurntableScreenTest, LoadActionsBringTheirDeckForwardAndAutomixTheMixer) {
-    start();
-    takeSent();
+    startOn(0);
     expectOk(
         m_host->deliverNotificationAction("VXTUserNotificationActionLoad", Value(Dictionary{{"turntable", Value(2)}})));
     EXPECT_EQ(m_host->currentPage(), 2u);
@@ -289,13 +285,7 @@ TEST_F(TurntableScreenTest, ADeckEmptiedWhilePlayingGoesIdleButKeepsItsSyncTimer
     ASSERT_TRUE(syncTimer);
 
     phoneWrites("turntableSongInfo1", Value(Dictionary{}));
-    for (const char* outlet : {"nameLabel", "artistLabel", "keyLabel", "bpmLabel"})
-        EXPECT_EQ(visible(outlet)["text"], "--") << outlet;
-    EXPECT_EQ(imageName(visible("playButton")), "turntable-play");
-    EXPECT_EQ(imageName(visible("previousButton")), "turntable-prev");
-    EXPECT_EQ(imageName(visible("nextButton")), "turntable-next");
-    EXPECT_EQ(imageName(visible("artworkButton")), "turntable-artwork-vexo");
-    EXPECT_EQ(visible("artworkGroup")["animation"]["running"], true);
+    expectIdle();
     EXPECT_EQ(visible("artworkGroup")["animation"]["startCount"], 2) << "once at start, once now";
     EXPECT_EQ(controller->durationSyncTimer(), syncTimer) << "kept until the page goes or a song stops";
     showPage(1);

@@ -18,6 +18,8 @@
 #include <taglib/wavfile.h>
 #include <taglib/xiphcomment.h>
 
+#include "platform/audio/AudioFixture.h"
+
 namespace vexo::testing {
 namespace {
 
@@ -40,28 +42,6 @@ void putLE(Bytes& out, std::uint64_t value, int bytes) {
 void putBE(Bytes& out, std::uint64_t value, int bytes) {
     for (int i = bytes - 1; i >= 0; --i)
         out.push_back(byteOf(value, i));
-}
-
-Bytes wav(double seconds) {
-    constexpr std::uint32_t kRate = 8000;
-    const auto samples = static_cast<std::uint32_t>(std::lround(seconds * kRate));
-    Bytes out;
-    put(out, "RIFF");
-    putLE(out, 36 + samples + (samples & 1), 4);
-    put(out, "WAVEfmt ");
-    putLE(out, 16, 4);
-    putLE(out, 1, 2); // PCM
-    putLE(out, 1, 2); // mono
-    putLE(out, kRate, 4);
-    putLE(out, kRate, 4); // bytes per second
-    putLE(out, 1, 2);     // block align
-    putLE(out, 8, 2);     // bits per sample
-    put(out, "data");
-    putLE(out, samples, 4);
-    out.insert(out.end(), samples, 0x80); // unsigned 8-bit silence
-    if (samples & 1)
-        out.push_back(0);
-    return out;
 }
 
 // MPEG-1 layer III, 32 kbit/s, 32 kHz, mono: 144-byte frames of 36 ms whose zero side
@@ -391,8 +371,10 @@ bool AudioFixture::write(const std::filesystem::path& path, Format format, doubl
     Bytes bytes;
     switch (format) {
     case Format::Wav:
-        bytes = wav(seconds);
-        break;
+        // The program's own WAVE writer: 8 kHz of silence.
+        if (!audio::testing::writeToneFile(path, {8000, seconds, 0, 0}))
+            return false;
+        return tag(path, format, tags);
     case Format::Mp3:
         bytes = mp3(seconds);
         break;

@@ -9,9 +9,10 @@
 
 namespace vexo::testing {
 
-// Small silent audio files made on the spot and tagged with TagLib, so that the media tests
-// and benchmarks need no encoder. Each is a well-formed container of its kind as far as a tag
-// reader looks (headers, lengths, tags); the audio itself is silence or left out.
+// Small silent audio files made on the spot and tagged with TagLib. WAVE comes from the
+// program's own writer (AudioFileWriter); the others are written here without an encoder,
+// each a well-formed container of its kind as far as a tag reader looks (headers, lengths,
+// tags), the audio itself silence or left out.
 class AudioFixture {
 public:
     AudioFixture() = delete;

@@ -1,6 +1,4 @@
 #include <functional>
-#include <optional>
-#include <random>
 
 #include <gtest/gtest.h>
 
@@ -200,20 +198,11 @@ TEST(MalformedArchiveTest, AbsurdCountsAreRefusedWithoutAllocating) {
     EXPECT_FALSE(KeyedUnarchiver::unarchive(valid));
 }
 
-TEST(MalformedArchiveTest, TruncatedAndCorruptedBytesNeverCrash) {
+TEST(MalformedArchiveTest, EveryTruncationYieldsNothing) {
     const Data valid = *KeyedArchiver::archivedData(vexo::plist::testing::deckStatusMessage());
     for (std::size_t size = 0; size < valid.size(); ++size) {
         const Data truncated(valid.begin(), valid.begin() + static_cast<std::ptrdiff_t>(size));
         EXPECT_FALSE(KeyedUnarchiver::unarchive(truncated)) << size;
-    }
-    std::mt19937 random(20261122);
-    for (int round = 0; round < 5000; ++round) {
-        Data corrupt = valid;
-        const int flips = 1 + static_cast<int>(random() % 4);
-        for (int i = 0; i < flips; ++i)
-            corrupt[random() % corrupt.size()] ^= static_cast<std::uint8_t>(1u << (random() % 8));
-        // Any outcome is fine but a crash, a hang or a sanitizer report.
-        static_cast<void>(KeyedUnarchiver::unarchive(corrupt));
     }
 }
 

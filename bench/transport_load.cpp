@@ -14,7 +14,7 @@
 // Figures are printed at the end; only the properties above decide the exit status (0 pass,
 // 1 fail, 2 usage), never a timing.
 //
-//   vexo_transport_load_test [--messages N] [--kills N] [--burst N] [--dead N] [--root DIR]
+//   bench_transport_load [--messages N] [--kills N] [--burst N] [--dead N] [--root DIR]
 #include <algorithm>
 #include <array>
 #include <atomic>
