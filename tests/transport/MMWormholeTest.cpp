@@ -88,6 +88,10 @@ TEST_F(MMWormholeTest, StoresOneArchiveFilePerIdentifierAndKeepsIt) {
     EXPECT_EQ(wormhole->messageWithIdentifier("mixerStatus"), kMixerStatus);
     EXPECT_EQ(std::filesystem::status(container()).permissions() & std::filesystem::perms::all,
               std::filesystem::perms::owner_all);
+    // Deleted, then made again by another writer: this one reads what that one wrote.
+    std::filesystem::remove_all(messages());
+    makeWormhole()->passMessageObject(Value("from another writer"), "mixerStatus");
+    EXPECT_EQ(wormhole->messageWithIdentifier("mixerStatus"), Value("from another writer"));
 
     wormhole->clearMessageContentsForIdentifier("mixerStatus");
     EXPECT_TRUE(wormhole->messageWithIdentifier("mixerStatus").isNull());

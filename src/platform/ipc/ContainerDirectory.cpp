@@ -230,9 +230,11 @@ std::optional<std::span<const std::uint8_t>> ContainerDirectory::read(std::strin
     const std::string name(fileName);
     int fd = ::openat(m_directory.get(), name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     if (fd < 0 && errno == ENOENT && isDeleted()) {
-        // Made again, as every access does; the new directory holds nothing yet.
-        open(Reopen::Always);
-        return std::nullopt;
+        // Looked up again, as every access does: another process may have made the
+        // directory anew and written the file there already.
+        if (!open(Reopen::Always))
+            return std::nullopt;
+        fd = ::openat(m_directory.get(), name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     }
     if (fd < 0) {
         if (errno != ENOENT)

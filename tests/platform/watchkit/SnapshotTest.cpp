@@ -163,7 +163,7 @@ TEST(SnapshotTest, AButtonsAccessibilityLabelFollowsItsImageInTheWatchsLanguage)
         options.localization = localization;
         ExtensionHost host(loop, registry, LayoutLoader::parse(testLayoutText(), "test.json", registry).value(),
                            std::move(options));
-        ASSERT_TRUE(host.start().ok());
+        ASSERT_TRUE(host.start());
         auto label = [&] { return findByOutlet(host.snapshot()["pages"][0], "openButton")["accessibilityLabel"]; };
         auto page = std::dynamic_pointer_cast<PageController>(host.pageController(0));
         EXPECT_EQ(label(), localization ? "Abspielen" : "Play");
@@ -314,7 +314,7 @@ TEST(SnapshotTest, ObjectsInsideAHiddenGroupLoseTheirFrameAndGetItBack) {
     TestApplication app;
     std::vector<json> batches;
     app.host->subscribe([&](const json& batch) { batches.push_back(batch); });
-    ASSERT_TRUE(app.host->start().ok());
+    ASSERT_TRUE(app.host->start());
     app.loop.runUntilIdle();
     auto box = app.visible("box");
     std::string note = app.visibleId("noteLabel");
