@@ -12,7 +12,7 @@
 #include "platform/runtime/Observable.h"
 #include "platform/runtime/UserDefaults.h"
 #include "support/RecordingParentApplication.h"
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 #include "transport/MMWormhole.h"
 
@@ -24,7 +24,7 @@ namespace vexo::model::testing {
 class ModelTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_variables.set("VEXO_CONTAINER_ROOT", m_root.path().string());
+        m_containerRoot.set(m_root.path().string());
         m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
         installEnvironment({&m_loop, m_parent, nullptr, makeDefaults()});
         m_phone = std::make_unique<transport::MMWormhole>(std::string(VXAWWormholeApplicationGroupIdentifier),
@@ -56,7 +56,7 @@ protected:
     }
 
     vexo::testing::TemporaryDirectory m_root;
-    vexo::testing::ScopedEnvironment m_variables;
+    vexo::testing::ScopedContainerRoot m_containerRoot;
     runtime::DeterministicRunLoop m_loop;
     runtime::RunLoop* m_previousLoop = nullptr;
     std::shared_ptr<vexo::testing::RecordingParentApplication> m_parent =

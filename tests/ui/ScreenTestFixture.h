@@ -13,13 +13,14 @@
 #include "model/VXAWProtocol.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/UserDefaults.h"
+#include "platform/text/LocaleSettings.h"
 #include "platform/text/Localization.h"
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/ExtensionHost.h"
 #include "platform/watchkit/InterfaceObject.h"
 #include "platform/watchkit/LayoutLoader.h"
 #include "support/RecordingParentApplication.h"
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 #include "support/WatchSnapshot.h"
 #include "transport/MMWormhole.h"
@@ -40,9 +41,8 @@ namespace vexo::ui::testing {
 class ScreenTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_variables.set("VEXO_CONTAINER_ROOT", m_root.path().string());
-        m_variables.set("VEXO_LANGUAGE", language());
-        m_variables.set("VEXO_LOCALE", locale());
+        m_containerRoot.set(m_root.path().string());
+        text::LocaleSettings::setVariables({.vexoLanguage = language(), .vexoLocale = locale()});
         m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
         model::installEnvironment({&m_loop, m_parent, nullptr, makeDefaults()});
         m_phone = std::make_unique<transport::MMWormhole>(std::string(model::VXAWWormholeApplicationGroupIdentifier),
@@ -67,6 +67,7 @@ protected:
         model::installEnvironment({});
         m_loop.runUntilIdle();
         runtime::RunLoop::setCurrent(m_previousLoop);
+        text::LocaleSettings::setVariables({});
     }
 
     static std::string locale() {
@@ -146,7 +147,7 @@ protected:
     // The host's clock; tests move it.
     std::chrono::system_clock::time_point m_now{std::chrono::seconds(1'700'000'000)};
     vexo::testing::TemporaryDirectory m_root;
-    vexo::testing::ScopedEnvironment m_variables;
+    vexo::testing::ScopedContainerRoot m_containerRoot;
     runtime::DeterministicRunLoop m_loop;
     runtime::RunLoop* m_previousLoop = nullptr;
     std::shared_ptr<vexo::testing::RecordingParentApplication> m_parent =

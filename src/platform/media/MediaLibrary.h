@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/base/UserDirectories.h"
 #include "platform/media/MediaItem.h"
 #include "platform/media/MediaPlaylist.h"
 #include "platform/media/MediaType.h"
@@ -47,10 +48,12 @@ public:
     // them, a listing for people may not.
     enum class EmptyPlaylists { Omit, Include };
 
-    // $VEXO_MEDIA_LIBRARY when set and not empty, else
-    // $XDG_DATA_HOME/vexo/media-library.sqlite (the data home defaulting to
-    // ~/.local/share). Reads the environment on every call.
-    [[nodiscard]] static std::filesystem::path defaultPath();
+    // `configured` (VEXO_MEDIA_LIBRARY) when given and not empty, else
+    // `<data home>/vexo/media-library.sqlite`, the data home being `directories.dataHome`
+    // when absolute, else `<home>/.local/share` (home: `directories.home`, else the password
+    // database's, else "/").
+    [[nodiscard]] static std::filesystem::path defaultPath(const std::optional<std::string>& configured,
+                                                           const UserDirectories& directories);
 
     // Opens the index at `path`, making an empty one (and its folder) when there is none.
     // Nothing, with a log line and the reason in `error` when given, when the file cannot be
