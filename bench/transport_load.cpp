@@ -574,7 +574,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     const fs::path root = pattern;
-    ::setenv("VEXO_CONTAINER_ROOT", root.c_str(), 1);
+    ipc::Container::setLocation({.root = root.string()});
     const fs::path container = root / kGroup;
     // A post to a listener that is gone must not end us.
     std::signal(SIGPIPE, SIG_IGN);

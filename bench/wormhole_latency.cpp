@@ -22,6 +22,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/ipc/Container.h"
 #include "platform/plist/KeyedArchiver.h"
 #include "platform/runtime/AsioRunLoop.h"
 #include "transport/MMWormhole.h"
@@ -260,7 +261,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     const std::filesystem::path container = baseText;
-    ::setenv("VEXO_CONTAINER_ROOT", container.c_str(), 1);
+    ipc::Container::setLocation({.root = container.string()});
     std::filesystem::create_directories(container / kGroup / "messages");
 
     std::printf("%zu messages, container under %s\n", count, container.c_str());

@@ -11,8 +11,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/ipc/ParentApplicationReceiver.h"
-#include "platform/ipc/ParentApplicationSocket.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 
 using namespace vexo;
@@ -34,10 +34,10 @@ struct Receiver {
         if (!receiver->isListening())
             std::abort();
         ipc::SocketDirectory directory;
-        if (ipc::ParentApplicationSocket::openDirectory(container, ipc::SocketDirectory::Create::No, directory) !=
+        if (ipc::kParentApplicationEndpoint.openDirectory(container, ipc::SocketDirectory::Create::No, directory) !=
             ipc::SocketDirectory::Lookup::Opened)
             std::abort();
-        address = *directory.address(ipc::ParentApplicationSocket::kSocketName);
+        address = *directory.address(ipc::kParentApplicationEndpoint.socketName);
         socketDirectory = std::move(directory);
         sender = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     }

@@ -12,6 +12,7 @@
 #include "DemoSongTagger.h"
 #include "SongSynthesizer.h"
 #include "WaveFile.h"
+#include "platform/base/WriteAll.h"
 
 namespace vexo::library {
 namespace {
@@ -31,17 +32,10 @@ bool writeFile(const fs::path& path, std::span<const std::uint8_t> bytes, std::s
         error = std::strerror(errno);
         return false;
     }
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const ssize_t result = ::write(fd, bytes.data() + written, bytes.size() - written);
-        if (result < 0 && errno == EINTR)
-            continue;
-        if (result <= 0) {
-            error = std::strerror(result < 0 ? errno : ENOSPC);
-            ::close(fd);
-            return false;
-        }
-        written += static_cast<std::size_t>(result);
+    if (auto written = writeAll(fd, bytes); !written) {
+        error = written.error().message();
+        ::close(fd);
+        return false;
     }
     if (::close(fd) != 0) {
         error = std::strerror(errno);

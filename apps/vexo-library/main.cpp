@@ -29,6 +29,7 @@
 #include "AnalysisCommand.h"
 #include "DemoLibraryWriter.h"
 #include "TerminalProgress.h"
+#include "common/ProgramSettings.h"
 #include "platform/log/Log.h"
 #include "platform/media/LibraryScanner.h"
 #include "platform/media/MediaLibrary.h"
@@ -552,10 +553,13 @@ int main(int argc, char** argv) {
         const int code = app.exit(error);
         return code == 0 ? kSuccess : kUsage;
     }
+    apps::ProgramSettings settings = apps::ProgramSettings::fromEnvironment();
+    if (!options.library.empty())
+        settings.mediaLibrary = options.library;
+    settings.install();
     if (options.verbose)
         log::setLevel(log::Level::Debug);
-    const std::filesystem::path indexPath =
-        options.library.empty() ? MediaLibrary::defaultPath() : std::filesystem::path(options.library);
+    const std::filesystem::path indexPath = MediaLibrary::defaultPath(settings.mediaLibrary, settings.userDirectories);
 
     if (scanCommand->parsed())
         return scan(options, indexPath, folder);

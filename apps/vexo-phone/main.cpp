@@ -26,6 +26,7 @@
 #include <unistd.h>
 
 #include "audio/AudioEngine.h"
+#include "common/ProgramSettings.h"
 #include "common/ServiceNotifier.h"
 #include "model/VXAWProtocol.h"
 #include "phone/Engine.h"
@@ -100,15 +101,14 @@ int notify(const Options& options, const std::string& kind, std::int64_t turntab
         return fail("no container for the application group \"" + options.group + "\"");
     const ipc::LocalNotification notification =
         kind == "load" ? phone::Engine::loadNotification(turntable) : phone::Engine::automixNotification();
-    switch (ipc::LocalNotificationSender(*container).send(notification)) {
-    case ipc::LocalNotificationSender::Result::Sent:
+    const Expected<void> sent = ipc::LocalNotificationSender(*container).send(notification);
+    if (sent) {
         std::cout << "sent \"" << notification.alertTitle << "\" to the watch\n";
         return kSuccess;
-    case ipc::LocalNotificationSender::Result::NobodyListens:
+    }
+    if (sent.error().kind() == ErrorKind::Unavailable) {
         std::cout << "no watch listens in " << container->string() << "; nothing sent\n";
         return kSuccess;
-    case ipc::LocalNotificationSender::Result::Dropped:
-        break;
     }
     return fail("the notification could not be sent (run with --verbose for why)");
 }
@@ -357,14 +357,18 @@ int main(int argc, char** argv) {
         const int code = app.exit(error);
         return code == 0 ? kSuccess : kUsage;
     }
-    if (options.verbose)
-        log::setLevel(log::Level::Debug);
+    apps::ProgramSettings settings = apps::ProgramSettings::fromEnvironment();
     // Read through the process's texts (text::Localization::main()), as the watch reads them.
     if (!language.empty()) {
         if (!text::LocaleSettings::fromPosix(language))
             return fail("--language: '" + language + "' is no language name such as de or en_GB", kUsage);
-        ::setenv("VEXO_LANGUAGE", language.c_str(), 1);
+        settings.locale.vexoLanguage = language;
     }
+    if (!options.library.empty())
+        settings.mediaLibrary = options.library;
+    settings.install();
+    if (options.verbose)
+        log::setLevel(log::Level::Debug);
     options.prefer = prefer == "analysis" ? media::ValuePreference::Analysis : media::ValuePreference::Tags;
 
     if (list)
@@ -374,7 +378,5 @@ int main(int argc, char** argv) {
         return fail("--record takes a .wav or .flac file name", kUsage);
     if (notifyCommand->parsed())
         return notify(options, loadCommand->parsed() ? "load" : "automix", turntable);
-    const std::filesystem::path indexPath =
-        options.library.empty() ? media::MediaLibrary::defaultPath() : std::filesystem::path(options.library);
-    return run(options, indexPath);
+    return run(options, media::MediaLibrary::defaultPath(settings.mediaLibrary, settings.userDirectories));
 }

@@ -71,8 +71,8 @@ void printPairingCode(const std::string& url, bool showUrl) {
 
 } // namespace
 
-std::optional<std::filesystem::path> networkFolder() {
-    std::optional<std::filesystem::path> folder = face::networkDataFolder();
+std::optional<std::filesystem::path> networkFolder(const UserDirectories& directories) {
+    std::optional<std::filesystem::path> folder = face::networkDataFolder(directories);
     if (!folder)
         std::cerr << "vexo-watch: no data folder (set XDG_DATA_HOME or HOME)\n";
     else if (!face::makePrivateFolder(*folder)) {
@@ -110,8 +110,8 @@ void withdrawNetworkFace(const std::filesystem::path& folder) {
         std::filesystem::remove(folder / kAddressFile);
 }
 
-int pairCommand(bool showUrl) {
-    std::optional<std::filesystem::path> folder = networkFolder();
+int pairCommand(const UserDirectories& directories, bool showUrl) {
+    std::optional<std::filesystem::path> folder = networkFolder(directories);
     if (!folder)
         return 1;
     std::optional<Published> watch = published(*folder);
@@ -131,8 +131,8 @@ int pairCommand(bool showUrl) {
     return 0;
 }
 
-int devicesCommand() {
-    std::optional<std::filesystem::path> folder = networkFolder();
+int devicesCommand(const UserDirectories& directories) {
+    std::optional<std::filesystem::path> folder = networkFolder(directories);
     if (!folder)
         return 1;
     face::DeviceTokens tokens(*folder);
@@ -151,8 +151,8 @@ int devicesCommand() {
     return 0;
 }
 
-int revokeCommand(const std::string& name) {
-    std::optional<std::filesystem::path> folder = networkFolder();
+int revokeCommand(const UserDirectories& directories, const std::string& name) {
+    std::optional<std::filesystem::path> folder = networkFolder(directories);
     if (!folder)
         return 1;
     face::DeviceTokens tokens(*folder);

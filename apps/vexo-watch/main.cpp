@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "NetworkCommands.h"
+#include "common/ProgramSettings.h"
 #include "common/ServiceNotifier.h"
 #include "face/FaceServer.h"
 #include "face/NetworkAddresses.h"
@@ -63,10 +64,11 @@ struct Options {
 
 // The network listener that --lan and --listen ask for, or nothing (with `error` set when
 // it cannot be had).
-std::optional<face::FaceServer::NetworkOptions> networkOptions(const Options& options, std::string& error) {
+std::optional<face::FaceServer::NetworkOptions>
+networkOptions(const Options& options, const apps::ProgramSettings& settings, std::string& error) {
     if (!options.lan && options.listen.empty())
         return std::nullopt;
-    std::optional<std::filesystem::path> folder = watchapp::networkFolder();
+    std::optional<std::filesystem::path> folder = watchapp::networkFolder(settings.userDirectories);
     if (!folder) {
         error = "the network face needs a data folder";
         return std::nullopt;
@@ -93,12 +95,12 @@ int fail(int code, const std::string& message) {
     return code;
 }
 
-// The face's files: VEXO_WEB_DIR, else the installed share/vexo/web beside the program, else
-// the web/ folder of the source tree that this executable was built from, looked for above
-// the executable and then where it was built.
-std::optional<std::filesystem::path> defaultWebRoot() {
-    if (const char* variable = std::getenv("VEXO_WEB_DIR"); variable && *variable)
-        return std::filesystem::path(variable);
+// The face's files: `configured` (VEXO_WEB_DIR), else the installed share/vexo/web beside the
+// program, else the web/ folder of the source tree that this executable was built from,
+// looked for above the executable and then where it was built.
+std::optional<std::filesystem::path> defaultWebRoot(const std::optional<std::filesystem::path>& configured) {
+    if (configured)
+        return configured;
     if (std::optional<std::filesystem::path> installed = install::InstalledData::directory("web"))
         return installed;
     std::error_code error;
@@ -140,7 +142,8 @@ bool installSignalPipe() {
     return ::sigaction(SIGINT, &action, nullptr) == 0 && ::sigaction(SIGTERM, &action, nullptr) == 0;
 }
 
-int runWatch(const Options& options, const std::optional<std::filesystem::path>& webRoot) {
+int runWatch(const Options& options, const apps::ProgramSettings& settings,
+             const std::optional<std::filesystem::path>& webRoot) {
     std::optional<std::filesystem::path> container = ipc::Container::pathForGroup(options.group);
     if (!container)
         return fail(1, "no shared container for group '" + options.group + "' (see VEXO_CONTAINER_ROOT)");
@@ -163,20 +166,21 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
     // Reads the library actions that the log shows; it listens to nothing itself.
     transport::MMWormhole reader(options.group, std::string(model::kWormholeMessageDirectory), &loop);
 
-    std::optional<std::string> launchCommand = options.phoneCommand.empty()
-                                                   ? ipc::SocketParentApplication::launchCommandFromEnvironment()
-                                                   : std::optional<std::string>(options.phoneCommand);
+    std::optional<std::string> launchCommand =
+        ipc::SocketParentApplication::launchCommandFrom(settings.phoneLaunchCommand);
     auto socketLink = std::make_shared<ipc::SocketParentApplication>(*container, loop, launchCommand);
     // A library action travels as a message; the empty dictionary only wakes the phone.
     auto link = std::make_shared<face::RecordingParentApplication>(
         socketLink, protocolLog, std::string(model::VXAWLibraryActionMessageIdentifier),
         [&reader] { return reader.messageWithIdentifier(model::VXAWLibraryActionMessageIdentifier); });
 
-    auto opened = media::MediaLibrary::open(media::MediaLibrary::defaultPath());
+    auto opened =
+        media::MediaLibrary::open(media::MediaLibrary::defaultPath(settings.mediaLibrary, settings.userDirectories));
     if (!opened)
         log::warning(kComponent, "no media library (" + opened.error().message() + "); the playlist list stays empty");
     std::shared_ptr<media::MediaLibrary> library = std::move(opened).valueOr(nullptr);
-    auto defaults = std::make_shared<runtime::UserDefaults>(runtime::UserDefaults::standardPath(kDefaultsDomain));
+    auto defaults = std::make_shared<runtime::UserDefaults>(
+        runtime::UserDefaults::standardPath(kDefaultsDomain, settings.userDirectories));
     model::installEnvironment({&loop, link, library, defaults, options.group});
 
     watchkit::ControllerRegistry registry;
@@ -202,7 +206,7 @@ int runWatch(const Options& options, const std::optional<std::filesystem::path>&
             return graphics::AssetCatalog::shared().imageNamed(name);
         });
         std::string networkError;
-        std::optional<face::FaceServer::NetworkOptions> network = networkOptions(options, networkError);
+        std::optional<face::FaceServer::NetworkOptions> network = networkOptions(options, settings, networkError);
         face::FaceServer server(watchFace, {static_cast<std::uint16_t>(options.port), webRoot.value_or("")}, network);
         std::unique_ptr<ipc::LocalNotificationReceiver> notifications;
         if (!networkError.empty()) {
@@ -286,36 +290,48 @@ int main(int argc, char** argv) {
         // --help and --version end here too, with 0; every real usage error is 2.
         return app.exit(error) == 0 ? 0 : 2;
     }
-    if (pair->parsed())
-        return watchapp::pairCommand(showUrl);
-    if (devices->parsed())
-        return watchapp::devicesCommand();
-    if (revoke->parsed())
-        return watchapp::revokeCommand(revokeName);
+    apps::ProgramSettings settings = apps::ProgramSettings::fromEnvironment();
+    if (pair->parsed() || devices->parsed() || revoke->parsed()) {
+        settings.install();
+        if (pair->parsed())
+            return watchapp::pairCommand(settings.userDirectories, showUrl);
+        if (devices->parsed())
+            return watchapp::devicesCommand(settings.userDirectories);
+        return watchapp::revokeCommand(settings.userDirectories, revokeName);
+    }
 
+    // The options are also put in the environment, which the phone application that the
+    // launch command starts inherits: it then shares the container and the language.
     if (!ipc::ContainerDirectory::isPlainFileName(options.group))
         return fail(2, "--group: '" + options.group + "' is no group name such as group.com.vexo.remote");
-    if (!options.containerRoot.empty())
-        ::setenv("VEXO_CONTAINER_ROOT", std::filesystem::absolute(options.containerRoot).c_str(), 1);
+    if (!options.containerRoot.empty()) {
+        settings.container.root = std::filesystem::absolute(options.containerRoot).string();
+        ::setenv("VEXO_CONTAINER_ROOT", settings.container.root->c_str(), 1);
+    }
     if (!options.language.empty()) {
         if (!text::LocaleSettings::fromPosix(options.language))
             return fail(2, "--language: '" + options.language + "' is no language name such as de or en_GB");
+        settings.locale.vexoLanguage = options.language;
         ::setenv("VEXO_LANGUAGE", options.language.c_str(), 1);
     }
     if (!options.locale.empty()) {
         if (!text::LocaleSettings::fromPosix(options.locale))
             return fail(2, "--locale: '" + options.locale + "' is no locale name such as de_DE");
+        settings.locale.vexoLocale = options.locale;
         ::setenv("VEXO_LOCALE", options.locale.c_str(), 1);
     }
+    if (!options.phoneCommand.empty())
+        settings.phoneLaunchCommand = options.phoneCommand;
+    settings.install();
     std::optional<std::filesystem::path> webRoot;
     if (!options.webRoot.empty()) {
         if (!std::filesystem::is_directory(options.webRoot))
             return fail(2, "--web-root: '" + options.webRoot + "' is not a directory");
         webRoot = std::filesystem::absolute(options.webRoot);
     } else {
-        webRoot = defaultWebRoot();
+        webRoot = defaultWebRoot(settings.webDirectory);
         if (!webRoot)
             log::warning(kComponent, "no web/ folder found (set VEXO_WEB_DIR or --web-root); only the API is served");
     }
-    return runWatch(options, webRoot);
+    return runWatch(options, settings, webRoot);
 }

@@ -7,14 +7,18 @@
 #include <csignal>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "common/ProgramSettings.h"
 #include "model/VXAWProtocol.h"
-#include "platform/ipc/FileManager.h"
+#include "platform/ipc/Container.h"
+#include "platform/ipc/ContainerDirectory.h"
 #include "platform/ipc/NotifyCenter.h"
 #include "platform/log/Log.h"
 #include "platform/plist/Json.h"
@@ -54,16 +58,12 @@ struct Session {
 };
 
 std::optional<std::filesystem::path> containerFor(const Options& options) {
-    return ipc::FileManager().containerURLForSecurityApplicationGroupIdentifier(options.group);
-}
-
-bool isPlainFileName(const std::string& identifier) {
-    return !identifier.empty() && identifier != "." && identifier != ".." && identifier.find('/') == std::string::npos;
+    return ipc::Container::pathForGroup(options.group);
 }
 
 // Checks what the transport would silently ignore, so that people get an error instead.
 std::optional<int> checkTarget(const Options& options, const std::string& identifier) {
-    if (!isPlainFileName(identifier))
+    if (!ipc::ContainerDirectory::isPlainFileName(identifier))
         return fail("identifier '" + identifier + "' must be a plain file name", kUsage);
     if (!containerFor(options))
         return fail("no container for group '" + options.group + "' (see VEXO_CONTAINER_ROOT and XDG_RUNTIME_DIR)");
@@ -164,8 +164,24 @@ int clear(const Options& options, const std::optional<std::string>& identifier) 
     return kSuccess;
 }
 
+// The whole regular file at `path` (not a link), at most as large as a message file may be.
+std::optional<plist::Data> readArchiveFile(const std::filesystem::path& path) {
+    std::error_code error;
+    const auto status = std::filesystem::symlink_status(path, error);
+    if (error || !std::filesystem::is_regular_file(status))
+        return std::nullopt;
+    const auto size = std::filesystem::file_size(path, error);
+    if (error || size > ipc::ContainerDirectory::kMaximumReadSize)
+        return std::nullopt;
+    std::ifstream stream(path, std::ios::binary);
+    plist::Data bytes(static_cast<std::size_t>(size));
+    if (!stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
+        return std::nullopt;
+    return bytes;
+}
+
 int dump(const std::string& file) {
-    const auto bytes = ipc::FileManager().contentsAtPath(file);
+    const auto bytes = readArchiveFile(file);
     if (!bytes)
         return fail("cannot read " + file);
     const auto root = plist::KeyedUnarchiver::unarchive(*bytes);
@@ -235,8 +251,10 @@ int main(int argc, char** argv) {
     if (clearCommand->parsed() && identifier.empty() && !all)
         return fail("clear needs an identifier or --all", kUsage);
 
+    apps::ProgramSettings settings = apps::ProgramSettings::fromEnvironment();
     if (!options.root.empty())
-        ::setenv("VEXO_CONTAINER_ROOT", options.root.c_str(), 1);
+        settings.container.root = options.root;
+    settings.install();
     if (options.verbose)
         log::setLevel(log::Level::Debug);
 

@@ -35,6 +35,7 @@
 #include "platform/audio/AudioFixture.h"
 #include "platform/audio/NullOutput.h"
 #include "platform/audio/Recorder.h"
+#include "platform/ipc/Container.h"
 #include "platform/ipc/SocketParentApplication.h"
 #include "platform/log/Log.h"
 #include "platform/media/FileURL.h"
@@ -310,7 +311,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     const std::filesystem::path root = pattern;
-    ::setenv("VEXO_CONTAINER_ROOT", root.c_str(), 1);
+    ipc::Container::setLocation({.root = root.string()});
     const int status = run(options, root);
     std::error_code ignored;
     std::filesystem::remove_all(root, ignored);

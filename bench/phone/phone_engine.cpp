@@ -27,6 +27,7 @@
 #include "phone/Catalog.h"
 #include "phone/Engine.h"
 #include "phone/PhoneLink.h"
+#include "platform/ipc/Container.h"
 #include "platform/ipc/SocketParentApplication.h"
 #include "platform/log/Log.h"
 #include "platform/runtime/AsioRunLoop.h"
@@ -243,7 +244,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     const std::filesystem::path root = pattern;
-    ::setenv("VEXO_CONTAINER_ROOT", root.c_str(), 1);
+    ipc::Container::setLocation({.root = root.string()});
     const std::filesystem::path container = root / kGroup;
     std::filesystem::create_directories(container);
 

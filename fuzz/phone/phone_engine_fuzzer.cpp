@@ -21,7 +21,8 @@
 #include "phone/Catalog.h"
 #include "phone/Engine.h"
 #include "phone/PhoneLink.h"
-#include "platform/ipc/ParentApplicationSocket.h"
+#include "platform/ipc/Container.h"
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/log/Log.h"
 #include "platform/plist/KeyedArchiver.h"
 #include "platform/runtime/DeterministicRunLoop.h"
@@ -79,17 +80,17 @@ struct Rig {
         if (::mkdtemp(pattern.data()) == nullptr)
             std::abort();
         root = pattern;
-        ::setenv("VEXO_CONTAINER_ROOT", root.c_str(), 1);
+        ipc::Container::setLocation({.root = root.string()});
         container = root / kGroup;
         std::filesystem::create_directories(container);
         link = std::make_unique<phone::PhoneLink>(std::string(kGroup), container, loop);
         if (!link->isListening())
             std::abort();
         wormhole = std::make_unique<transport::MMWormhole>(std::string(kGroup), std::string("messages"), &loop);
-        if (ipc::ParentApplicationSocket::openDirectory(container, ipc::SocketDirectory::Create::No, directory) !=
+        if (ipc::kParentApplicationEndpoint.openDirectory(container, ipc::SocketDirectory::Create::No, directory) !=
             ipc::SocketDirectory::Lookup::Opened)
             std::abort();
-        address = *directory.address(ipc::ParentApplicationSocket::kSocketName);
+        address = *directory.address(ipc::kParentApplicationEndpoint.socketName);
         sender = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     }
 

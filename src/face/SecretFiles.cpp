@@ -8,32 +8,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/base/WriteAll.h"
+
 namespace vexo::face {
 
 namespace {
 
 constexpr std::size_t kMaximumFileSize = std::size_t{1} << 20;
 
-bool writeAll(int descriptor, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 } // namespace
 
-std::optional<std::filesystem::path> networkDataFolder() {
-    if (const char* data = std::getenv("XDG_DATA_HOME"); data && *data == '/')
-        return std::filesystem::path(data) / "vexo";
-    if (const char* home = std::getenv("HOME"); home && *home == '/')
-        return std::filesystem::path(home) / ".local" / "share" / "vexo";
+std::optional<std::filesystem::path> networkDataFolder(const UserDirectories& directories) {
+    if (const auto& data = directories.dataHome; data && data->starts_with('/'))
+        return std::filesystem::path(*data) / "vexo";
+    if (const auto& home = directories.home; home && home->starts_with('/'))
+        return std::filesystem::path(*home) / ".local" / "share" / "vexo";
     return std::nullopt;
 }
 

@@ -5,14 +5,17 @@
 #include <string>
 #include <string_view>
 
+#include "platform/base/UserDirectories.h"
+
 // The network mode's files in the user's data folder (certificate, key, paired devices,
 // pairing codes): readable by the user alone, replaced atomically, and changed by one
 // process at a time. The running watch and the `vexo-watch devices|revoke|pair` commands
 // both change them, so every read-modify-write holds the folder's lock.
 namespace vexo::face {
 
-// $XDG_DATA_HOME/vexo, else ~/.local/share/vexo; nothing when neither variable is set.
-[[nodiscard]] std::optional<std::filesystem::path> networkDataFolder();
+// `<data home>/vexo` when `directories.dataHome` is absolute, else
+// `<home>/.local/share/vexo` when `directories.home` is; nothing when neither is.
+[[nodiscard]] std::optional<std::filesystem::path> networkDataFolder(const UserDirectories& directories);
 
 // Creates `folder` (and its parents) with mode 0700 where it is missing. False on failure.
 [[nodiscard]] bool makePrivateFolder(const std::filesystem::path& folder);

@@ -20,7 +20,7 @@ class MediaLibrary;
 // start; each test installs its own, and with it a fresh shared model (VXAWModel).
 //
 // The shared container is found by the application group (see ipc::Container; tests point
-// VEXO_CONTAINER_ROOT at a temporary directory).
+// its location at a temporary directory).
 namespace vexo::model {
 
 struct Environment {

@@ -10,6 +10,7 @@
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/ScopedEnvironment.h"
 #include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
@@ -25,6 +26,7 @@ protected:
     VexoLibraryToolTest()
         : m_music(fs::canonical(m_root.path()) / "Music") {
         m_environment.set("VEXO_CONTAINER_ROOT", (m_root.path() / "containers").string());
+        m_containerRoot.set((m_root.path() / "containers").string());
         m_environment.set("VEXO_MEDIA_LIBRARY", (m_root.path() / "library.sqlite").string());
         fs::create_directories(m_music / "lists");
     }
@@ -51,6 +53,7 @@ protected:
 
     vexo::testing::TemporaryDirectory m_root;
     vexo::testing::ScopedEnvironment m_environment;
+    vexo::testing::ScopedContainerRoot m_containerRoot;
     fs::path m_music;
 };
 
@@ -147,7 +150,7 @@ TEST_F(VexoLibraryToolTest, AScanInAnotherProcessReachesThisProcessUnderTheSameI
     using vexo::media::MediaLibrary;
     vexo::runtime::DeterministicRunLoop loop;
     vexo::runtime::RunLoop::CurrentScope current(&loop);
-    const auto media = MediaLibrary::open(MediaLibrary::defaultPath()).valueOr(nullptr);
+    const auto media = MediaLibrary::open(m_root.path() / "library.sqlite").valueOr(nullptr);
     ASSERT_TRUE(media);
     media->beginGeneratingLibraryChangeNotifications();
     int changes = 0;
@@ -205,7 +208,7 @@ TEST_F(VexoLibraryToolTest, DemoWritesTaggedSongsAndPlaylistsAndScansThem) {
     EXPECT_NE(made.output.find("items: 40 added"), std::string::npos) << made.output;
     EXPECT_NE(made.errors.find("wrote song 40 of 40"), std::string::npos) << made.errors;
 
-    const auto media = MediaLibrary::open(MediaLibrary::defaultPath()).valueOr(nullptr);
+    const auto media = MediaLibrary::open(m_root.path() / "library.sqlite").valueOr(nullptr);
     ASSERT_TRUE(media);
     const auto playlists = media->playlists(MediaType::Any, MediaLibrary::EmptyPlaylists::Include);
     EXPECT_GE(playlists.size(), 25u);

@@ -21,6 +21,7 @@
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/AsioRunLoop.h"
 #include "platform/runtime/UserDefaults.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/ScopedEnvironment.h"
 #include "support/Subprocess.h"
 #include "support/TemporaryDirectory.h"
@@ -38,6 +39,7 @@ class PhoneCrossProcessTest : public ::testing::Test {
 protected:
     void SetUp() override {
         m_variables.set("VEXO_CONTAINER_ROOT", (m_root.path() / "containers").string());
+        m_containerRoot.set((m_root.path() / "containers").string());
         m_variables.set("VEXO_MEDIA_LIBRARY", index().string());
         m_variables.set("VEXO_PHONE_LAUNCH_COMMAND", std::nullopt);
         const std::filesystem::path music = m_root.path() / "music";
@@ -86,6 +88,7 @@ protected:
 
     vexo::testing::TemporaryDirectory m_root;
     vexo::testing::ScopedEnvironment m_variables;
+    vexo::testing::ScopedContainerRoot m_containerRoot;
     // Before the library: the library's change notifications live on this loop.
     runtime::AsioRunLoop m_loop;
     std::shared_ptr<media::MediaLibrary> m_library;

@@ -20,7 +20,7 @@
 #include "platform/runtime/UserDefaults.h"
 #include "support/ActionEnvelopes.h"
 #include "support/RecordingParentApplication.h"
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 #include "transport/MMWormhole.h"
 
@@ -33,7 +33,7 @@ namespace vexo::testing {
 class WatchFixture : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_variables.set("VEXO_CONTAINER_ROOT", m_root.path().string());
+        m_containerRoot.set(m_root.path().string());
         m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
         installFreshEnvironment();
         m_phone = std::make_unique<transport::MMWormhole>(std::string(model::VXAWWormholeApplicationGroupIdentifier),
@@ -95,7 +95,7 @@ protected:
     static std::shared_ptr<model::VXAWLibrary> library() { return model::VXAWModel::sharedModel()->library(); }
 
     vexo::testing::TemporaryDirectory m_root;
-    vexo::testing::ScopedEnvironment m_variables;
+    vexo::testing::ScopedContainerRoot m_containerRoot;
     runtime::DeterministicRunLoop m_loop;
     runtime::RunLoop* m_previousLoop = nullptr;
     std::shared_ptr<RecordingParentApplication> m_parent = std::make_shared<RecordingParentApplication>();

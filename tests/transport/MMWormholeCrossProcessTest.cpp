@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "platform/runtime/AsioRunLoop.h"
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 #include "transport/MMWormhole.h"
 
@@ -51,8 +51,8 @@ int answerPings() {
 
 TEST(MMWormholeCrossProcessTest, EveryMessageCrossesBothWaysInOrder) {
     vexo::testing::TemporaryDirectory root;
-    vexo::testing::ScopedEnvironment environment;
-    environment.set("VEXO_CONTAINER_ROOT", root.path().string());
+    vexo::testing::ScopedContainerRoot containerRoot;
+    containerRoot.set(root.path().string());
 
     runtime::AsioRunLoop loop;
     runtime::RunLoop::setCurrent(&loop);

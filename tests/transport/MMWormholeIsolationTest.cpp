@@ -18,7 +18,7 @@
 #include "platform/ipc/NotifyName.h"
 #include "platform/log/Log.h"
 #include "platform/runtime/DeterministicRunLoop.h"
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 #include "transport/MMWormhole.h"
 
@@ -37,7 +37,7 @@ const Value kStatus(Dictionary{{"volume", Value(0.5f)}});
 class MMWormholeIsolationTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_environment.set("VEXO_CONTAINER_ROOT", m_root.path().string());
+        m_containerRoot.set(m_root.path().string());
         log::setLevel(log::Level::Warning);
         m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
     }
@@ -58,7 +58,7 @@ protected:
 
     vexo::testing::TemporaryDirectory m_root;
     vexo::testing::TemporaryDirectory m_elsewhere;
-    vexo::testing::ScopedEnvironment m_environment;
+    vexo::testing::ScopedContainerRoot m_containerRoot;
     runtime::DeterministicRunLoop m_loop;
     runtime::RunLoop* m_previousLoop = nullptr;
 };

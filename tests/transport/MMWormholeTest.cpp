@@ -9,7 +9,7 @@
 #include "platform/plist/KeyedUnarchiver.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo;
@@ -24,7 +24,7 @@ constexpr const char* kGroup = "group.test.wormhole";
 class MMWormholeTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_environment.set("VEXO_CONTAINER_ROOT", m_root.path().string());
+        m_containerRoot.set(m_root.path().string());
         m_previousLoop = runtime::RunLoop::setCurrent(&m_loop);
     }
     void TearDown() override { runtime::RunLoop::setCurrent(m_previousLoop); }
@@ -45,7 +45,7 @@ protected:
     }
 
     vexo::testing::TemporaryDirectory m_root;
-    vexo::testing::ScopedEnvironment m_environment;
+    vexo::testing::ScopedContainerRoot m_containerRoot;
     runtime::DeterministicRunLoop m_loop;
     runtime::RunLoop* m_previousLoop = nullptr;
 };
@@ -249,7 +249,7 @@ TEST_F(MMWormholeTest, ListenerMayDestroyItsOwnInstance) {
 }
 
 TEST_F(MMWormholeTest, WithoutAContainerNothingIsWrittenOrRead) {
-    m_environment.set("VEXO_CONTAINER_ROOT", "relative/not/allowed");
+    m_containerRoot.set("relative/not/allowed");
     auto wormhole = makeWormhole();
     Received received;
     wormhole->listenForMessageWithIdentifier("mixerStatus", received.listener());

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/text/LocaleSettings.h"
 #include "platform/text/Localization.h"
 #include "platform/watchkit/ControllerRegistry.h"
 #include "platform/watchkit/ExtensionHost.h"
@@ -30,8 +31,7 @@ namespace vexo::ui::testing {
 class ScreenTest : public vexo::testing::WatchFixture {
 protected:
     void SetUp() override {
-        m_variables.set("VEXO_LANGUAGE", language());
-        m_variables.set("VEXO_LOCALE", locale());
+        text::LocaleSettings::setVariables({.vexoLanguage = language(), .vexoLocale = locale()});
         WatchFixture::SetUp();
         registerInterfaceClasses(m_registry);
         Expected<watchkit::InterfaceLayout> loaded =
@@ -49,6 +49,7 @@ protected:
         VXAWTurntable1InterfaceController::setSharedController(nullptr);
         VXAWTurntable2InterfaceController::setSharedController(nullptr);
         WatchFixture::TearDown();
+        text::LocaleSettings::setVariables({});
     }
 
     static std::string locale() {

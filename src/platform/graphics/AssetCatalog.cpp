@@ -1,8 +1,10 @@
 #include "platform/graphics/AssetCatalog.h"
 
-#include <cstdlib>
 #include <fstream>
+#include <mutex>
+#include <optional>
 #include <system_error>
+#include <utility>
 
 #include "platform/install/InstalledData.h"
 #include "platform/log/Log.h"
@@ -32,14 +34,25 @@ std::optional<std::string> baseName(std::string_view name) {
     return std::string(name);
 }
 
+std::mutex g_configuredMutex;
+std::optional<std::filesystem::path> g_configured;
+
 } // namespace
 
 AssetCatalog::AssetCatalog(std::filesystem::path directory)
     : m_directory(std::move(directory)) {}
 
+void AssetCatalog::setConfiguredDirectory(std::optional<std::filesystem::path> directory) {
+    std::lock_guard lock(g_configuredMutex);
+    g_configured = directory && !directory->empty() ? std::move(directory) : std::nullopt;
+}
+
 std::filesystem::path AssetCatalog::defaultDirectory() {
-    if (const char* overridden = std::getenv("VEXO_ASSET_DIR"); overridden && *overridden)
-        return overridden;
+    {
+        std::lock_guard lock(g_configuredMutex);
+        if (g_configured)
+            return *g_configured;
+    }
     if (std::optional<std::filesystem::path> installed = install::InstalledData::directory("assets"))
         return *installed;
     return VEXO_ASSET_DIR;

@@ -11,7 +11,8 @@
 
 // The application's own images, looked up by name as the screens name them ("turntable-play",
 // "tracking-12-f.png"): one PNG file per name in one directory. The build draws them into
-// the build tree, installation copies them; VEXO_ASSET_DIR points elsewhere. Files are read once and kept. Thread-safe.
+// the build tree, installation copies them; a configured directory (VEXO_ASSET_DIR) points
+// elsewhere. Files are read once and kept. Thread-safe.
 namespace vexo::graphics {
 
 class AssetCatalog {
@@ -27,8 +28,12 @@ public:
     AssetCatalog(const AssetCatalog&) = delete;
     AssetCatalog& operator=(const AssetCatalog&) = delete;
 
-    // VEXO_ASSET_DIR when set and not empty, else the installed `share/vexo/assets` beside
-    // the program, else the build tree's asset directory.
+    // The directory the program was told to use (VEXO_ASSET_DIR); nothing or an empty path
+    // means none. Call at start-up, before shared() is first used. Thread-safe.
+    static void setConfiguredDirectory(std::optional<std::filesystem::path> directory);
+
+    // The configured directory when there is one, else the installed `share/vexo/assets`
+    // beside the program, else the build tree's asset directory.
     [[nodiscard]] static std::filesystem::path defaultDirectory();
 
     // The process-wide catalogue on defaultDirectory(), made on first use.

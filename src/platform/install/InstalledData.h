@@ -8,7 +8,7 @@
 // prefix taken from the program's own location (`<prefix>/bin/<program>`), so that a tree
 // installed under any prefix, or unpacked anywhere, finds its own files with no variable.
 // A program run from a build tree has no such folder beside it and falls back to the
-// build's defaults; callers look at their environment variable before asking here.
+// build's defaults; callers look at what they were configured with before asking here.
 //
 // Thread-safe: nothing is cached.
 namespace vexo::install {

@@ -1,10 +1,10 @@
 #include "platform/ipc/Container.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,13 +21,6 @@ constexpr std::string_view kLogComponent = "container";
 
 enum class FinalLink { Follow, Refuse };
 enum class Permissions { Keep, MakePrivate };
-
-std::optional<std::string> environment(const char* name) {
-    const char* value = std::getenv(name);
-    if (value == nullptr || *value == '\0')
-        return std::nullopt;
-    return std::string(value);
-}
 
 bool isPlainComponent(std::string_view name) {
     return !name.empty() && name != "." && name != ".." &&
@@ -82,8 +75,8 @@ bool makeMissingDirectories(const fs::path& path) {
     return true;
 }
 
-std::optional<fs::path> root() {
-    if (const auto configured = environment("VEXO_CONTAINER_ROOT")) {
+std::optional<fs::path> root(const Container::Location& location) {
+    if (const auto& configured = location.root; configured && !configured->empty()) {
         const fs::path path = fs::path(*configured).lexically_normal();
         if (!path.is_absolute()) {
             log::warning(kLogComponent, "VEXO_CONTAINER_ROOT is not an absolute path: " + *configured);
@@ -94,7 +87,7 @@ std::optional<fs::path> root() {
             return std::nullopt;
         return path;
     }
-    if (const auto runtimeDirectory = environment("XDG_RUNTIME_DIR")) {
+    if (const auto& runtimeDirectory = location.runtimeDirectory; runtimeDirectory && !runtimeDirectory->empty()) {
         const fs::path base = fs::path(*runtimeDirectory).lexically_normal();
         // A relative value is to be ignored, as the XDG base-directory rules say.
         if (base.is_absolute()) {
@@ -114,12 +107,14 @@ std::optional<fs::path> root() {
 // The container found last, with what it was found from. Every message access asks for the
 // container, so a repeated question is answered with one lstat instead of walking the root.
 struct VerifiedContainer {
-    std::string environmentKey;
+    std::uint64_t generation;
     std::string group;
     fs::path path;
 };
 
-std::mutex g_verifiedMutex;
+std::mutex g_mutex;
+Container::Location g_location;
+std::uint64_t g_generation = 0;
 std::optional<VerifiedContainer> g_verified;
 
 // Still a private directory of ours, as it was when verified?
@@ -131,8 +126,21 @@ bool isStillOurs(const fs::path& path) {
 
 } // namespace
 
-std::string Container::environmentKey() {
-    return environment("VEXO_CONTAINER_ROOT").value_or("") + '\0' + environment("XDG_RUNTIME_DIR").value_or("");
+void Container::setLocation(Location location) {
+    std::lock_guard lock(g_mutex);
+    g_location = std::move(location);
+    ++g_generation;
+    g_verified.reset();
+}
+
+Container::Location Container::location() {
+    std::lock_guard lock(g_mutex);
+    return g_location;
+}
+
+std::uint64_t Container::locationGeneration() {
+    std::lock_guard lock(g_mutex);
+    return g_generation;
 }
 
 std::optional<fs::path> Container::pathForGroup(std::string_view group) {
@@ -141,21 +149,24 @@ std::optional<fs::path> Container::pathForGroup(std::string_view group) {
         log::debug(kLogComponent, "not a usable group identifier: \"" + NotifyName::fileName(group) + "\"");
         return std::nullopt;
     }
-    const std::string key = environmentKey();
+    Location location;
+    std::uint64_t generation = 0;
     {
-        std::lock_guard lock(g_verifiedMutex);
-        if (g_verified && g_verified->environmentKey == key && g_verified->group == group &&
+        std::lock_guard lock(g_mutex);
+        if (g_verified && g_verified->generation == g_generation && g_verified->group == group &&
             isStillOurs(g_verified->path))
             return g_verified->path;
+        location = g_location;
+        generation = g_generation;
     }
-    const auto base = root();
+    const auto base = root(location);
     if (!base)
         return std::nullopt;
     fs::path container = *base / std::string(group);
     if (!ensureOwnDirectory(container, FinalLink::Refuse, Permissions::MakePrivate))
         return std::nullopt;
-    std::lock_guard lock(g_verifiedMutex);
-    g_verified = VerifiedContainer{key, std::string(group), container};
+    std::lock_guard lock(g_mutex);
+    g_verified = VerifiedContainer{generation, std::string(group), container};
     return container;
 }
 

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/base/WriteAll.h"
 #include "platform/ipc/Container.h"
 #include "platform/log/Log.h"
 
@@ -23,19 +24,6 @@ constexpr std::string_view kTemporarySuffix = ".tmp";
 
 std::string errorText(int error) {
     return std::strerror(error);
-}
-
-bool writeAll(int fd, std::span<const std::uint8_t> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        bytes = bytes.subspan(static_cast<std::size_t>(written));
-    }
-    return true;
 }
 
 // True when `fd` is a directory of the calling user.
@@ -106,11 +94,11 @@ bool ContainerDirectory::isDeleted() const {
 }
 
 bool ContainerDirectory::open(Reopen reopen) {
-    const std::string key = Container::environmentKey();
-    if (reopen == Reopen::IfEnvironmentChanged && m_directory.isValid() && key == m_environmentKey)
+    const std::uint64_t generation = Container::locationGeneration();
+    if (reopen == Reopen::IfLocationChanged && m_directory.isValid() && generation == m_locationGeneration)
         return true;
     m_directory.reset();
-    m_environmentKey = key;
+    m_locationGeneration = generation;
 
     const auto container = Container::pathForGroup(m_group);
     if (!container)
@@ -160,13 +148,13 @@ bool ContainerDirectory::open(Reopen reopen) {
 }
 
 std::optional<std::filesystem::path> ContainerDirectory::containerPath() {
-    if (!open(Reopen::IfEnvironmentChanged))
+    if (!open(Reopen::IfLocationChanged))
         return std::nullopt;
     return m_containerPath;
 }
 
 bool ContainerDirectory::writeAtomically(std::string_view fileName, std::span<const std::uint8_t> bytes) {
-    if (!isPlainFileName(fileName) || !open(Reopen::IfEnvironmentChanged))
+    if (!isPlainFileName(fileName) || !open(Reopen::IfLocationChanged))
         return false;
     if (std::find(m_written.begin(), m_written.end(), fileName) == m_written.end()) {
         removeLeftoverTemporaries(fileName);
@@ -193,7 +181,7 @@ bool ContainerDirectory::writeAtomically(std::string_view fileName, std::span<co
             reportWriteFailure("cannot create a temporary file for " + std::string(fileName) + ": " + errorText(error));
             return false;
         }
-        const bool written = writeAll(fd, bytes);
+        const bool written = writeAll(fd, bytes).hasValue();
         const int writeError = errno;
         const bool closed = ::close(fd) == 0;
         if (written && closed &&
@@ -225,7 +213,7 @@ void ContainerDirectory::reportWriteFailure(const std::string& what) {
 }
 
 std::optional<std::span<const std::uint8_t>> ContainerDirectory::read(std::string_view fileName) {
-    if (!isPlainFileName(fileName) || !open(Reopen::IfEnvironmentChanged))
+    if (!isPlainFileName(fileName) || !open(Reopen::IfLocationChanged))
         return std::nullopt;
     const std::string name(fileName);
     int fd = ::openat(m_directory.get(), name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -284,7 +272,7 @@ std::optional<std::span<const std::uint8_t>> ContainerDirectory::read(std::strin
 }
 
 bool ContainerDirectory::remove(std::string_view fileName) {
-    if (!isPlainFileName(fileName) || !open(Reopen::IfEnvironmentChanged))
+    if (!isPlainFileName(fileName) || !open(Reopen::IfLocationChanged))
         return false;
     const std::string name(fileName);
     if (::unlinkat(m_directory.get(), name.c_str(), 0) == 0)
@@ -300,7 +288,7 @@ bool ContainerDirectory::remove(std::string_view fileName) {
 }
 
 void ContainerDirectory::removeAllEntries() {
-    if (!open(Reopen::IfEnvironmentChanged))
+    if (!open(Reopen::IfLocationChanged))
         return;
     if (isDeleted() && !open(Reopen::Always))
         return;

@@ -18,9 +18,8 @@
 // call, as the host platform's file manager does, without walking the path: the descriptors
 // stay open, a write into a directory deleted meanwhile fails with ENOENT, and only then (or
 // when a read or a removal finds nothing, and fstat says the directory has no links left) is
-// the container looked up again and the directory recreated (mode 0700). The environment
-// that locates containers is compared on every call, so a changed VEXO_CONTAINER_ROOT is
-// seen at once.
+// the container looked up again and the directory recreated (mode 0700). The Container
+// location is compared on every call, so a container root set anew is seen at once.
 //
 // Each component of the subdirectory is made and opened without following a symbolic link
 // and must belong to the calling user; otherwise the directory is refused with a log line
@@ -70,7 +69,7 @@ public:
     [[nodiscard]] static bool isPlainFileName(std::string_view name);
 
 private:
-    enum class Reopen { IfEnvironmentChanged, Always };
+    enum class Reopen { IfLocationChanged, Always };
     void reportWriteFailure(const std::string& what);
 
     // Makes sure the descriptors are open, reopening them as `reopen` says. False when there
@@ -83,7 +82,7 @@ private:
 
     const std::string m_group;
     const std::optional<std::string> m_subdirectory;
-    std::string m_environmentKey;
+    std::uint64_t m_locationGeneration = 0;
     std::filesystem::path m_containerPath;
     UniqueFd m_directory;
     std::uint64_t m_sequence = 0;

@@ -11,8 +11,8 @@
 // exclusive lock on `<container>/<directoryName>/<lockName>`; each datagram is one whole
 // message of at most maximumMessageSize bytes.
 //
-// A plain value, so that each road is a constexpr (see ParentApplicationSocket and
-// LocalNotificationSocket) shared by its DatagramSender and its DatagramReceiver.
+// A plain value, so that each road is a constant below, shared by its DatagramSender and
+// its DatagramReceiver.
 namespace vexo::ipc {
 
 struct DatagramEndpoint {
@@ -38,6 +38,35 @@ struct DatagramEndpoint {
                                                         SocketDirectory& directory) const {
         return SocketDirectory::open(container, directoryName, create, logComponent, directory);
     }
+};
+
+// Where the watch meets the phone application: the phone application binds
+// `<container>/.phone/parent-application.sock`; the watch sends it one datagram per
+// dictionary, holding the dictionary's keyed archive and nothing else. Used by
+// SocketParentApplication (the watch's side) and ParentApplicationReceiver (the phone's).
+// Actions are a few hundred bytes; the 64 KiB bound keeps every datagram within a socket's
+// default send buffer.
+inline constexpr DatagramEndpoint kParentApplicationEndpoint{
+    .directoryName = ".phone",
+    .socketName = "parent-application.sock",
+    .lockName = "parent-application.lock",
+    .maximumMessageSize = std::size_t{64} << 10,
+    .logComponent = "phone",
+    .listenerName = "phone application",
+};
+
+// Where the phone application meets the watch with local notifications, the mirror of the
+// road above: the watch binds `<container>/.watch/local-notification.sock`; the phone sends
+// one datagram per notification, holding the keyed archive of the notification's dictionary
+// (LocalNotification::dictionary) and nothing else. Used by LocalNotificationSender and
+// LocalNotificationReceiver. A notification is a few hundred bytes.
+inline constexpr DatagramEndpoint kLocalNotificationEndpoint{
+    .directoryName = ".watch",
+    .socketName = "local-notification.sock",
+    .lockName = "local-notification.lock",
+    .maximumMessageSize = std::size_t{64} << 10,
+    .logComponent = "notification",
+    .listenerName = "watch",
 };
 
 } // namespace vexo::ipc

@@ -10,6 +10,13 @@
 #include "platform/log/Log.h"
 
 namespace vexo::ipc {
+namespace {
+
+Error nobodyListens(const DatagramEndpoint& endpoint) {
+    return Error(ErrorKind::Unavailable, "the " + std::string(endpoint.listenerName) + " is not listening");
+}
+
+} // namespace
 
 DatagramSender::DatagramSender(const DatagramEndpoint& endpoint, std::filesystem::path container)
     : m_endpoint(endpoint),
@@ -20,9 +27,9 @@ DatagramSender::DatagramSender(const DatagramEndpoint& endpoint, std::filesystem
                                                   ": " + std::strerror(errno));
 }
 
-DatagramSender::Result DatagramSender::send(std::span<const std::uint8_t> message) const {
+Expected<void> DatagramSender::send(std::span<const std::uint8_t> message) const {
     if (!m_socket.isValid())
-        return {Status::Failed, "there is no socket to send it with"};
+        return Error(ErrorKind::SystemFailure, "there is no socket to send it with");
     SocketDirectory directory;
     switch (m_endpoint.openDirectory(m_container, SocketDirectory::Create::No, directory)) {
     case SocketDirectory::Lookup::Opened:
@@ -30,27 +37,27 @@ DatagramSender::Result DatagramSender::send(std::span<const std::uint8_t> messag
     case SocketDirectory::Lookup::Absent:
     case SocketDirectory::Lookup::Failed:
         // A listener that starts makes what is missing (or says why it cannot).
-        return {Status::NobodyListens, {}};
+        return nobodyListens(m_endpoint);
     }
     const auto address = directory.address(m_endpoint.socketName);
     if (!address)
-        return {Status::Failed, "no socket address fits " + directory.path().string()};
+        return Error(ErrorKind::SystemFailure, "no socket address fits " + directory.path().string());
     for (;;) {
         if (::sendto(m_socket.get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
                      reinterpret_cast<const sockaddr*>(&*address), sizeof *address) >= 0)
-            return {Status::Sent, {}};
+            return {};
         switch (errno) {
         case EINTR:
             continue;
         case ENOENT:
         case ECONNREFUSED:
             // No socket, or one whose process has died.
-            return {Status::NobodyListens, {}};
+            return nobodyListens(m_endpoint);
         case EAGAIN:
         case ENOBUFS:
-            return {Status::Busy, {}};
+            return Error(ErrorKind::Busy, "the " + std::string(m_endpoint.listenerName) + " is not keeping up");
         default:
-            return {Status::Failed, std::strerror(errno)};
+            return Error(ErrorKind::SystemFailure, std::strerror(errno));
         }
     }
 }

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 
+#include "platform/base/Expected.h"
 #include "platform/ipc/DatagramEndpoint.h"
 #include "platform/ipc/UniqueFd.h"
 
@@ -15,21 +16,6 @@ namespace vexo::ipc {
 
 class DatagramSender {
 public:
-    enum class Status {
-        Sent,
-        // No socket, one whose process has died, or no socket directory in the container.
-        NobodyListens,
-        // The listener's queue is full; the same message may go later.
-        Busy,
-        // Not sent, and sending it again will not help; `reason` says why.
-        Failed,
-    };
-
-    struct Result {
-        Status status;
-        std::string reason;
-    };
-
     // Sends to `endpoint` in `container`. A socket that cannot be made is logged as a warning
     // under the endpoint's log component, and every send then fails. REQUIRES: the text
     // `endpoint` points at outlives the sender.
@@ -40,9 +26,13 @@ public:
     DatagramSender(DatagramSender&&) = delete;
     DatagramSender& operator=(DatagramSender&&) = delete;
 
-    // Sends `message` as one datagram at once. REQUIRES: it is no larger than the endpoint's
-    // maximumMessageSize (the receiver drops larger ones). One thread at a time.
-    [[nodiscard]] Result send(std::span<const std::uint8_t> message) const;
+    // Sends `message` as one datagram at once. The error's kind says what a caller may do:
+    // Unavailable when nobody listens (no socket, one whose process has died, or no socket
+    // directory in the container), Busy when the listener's queue is full (the same message
+    // may go later), SystemFailure when sending it again will not help. REQUIRES: it is no
+    // larger than the endpoint's maximumMessageSize (the receiver drops larger ones). One
+    // thread at a time.
+    [[nodiscard]] Expected<void> send(std::span<const std::uint8_t> message) const;
 
 private:
     const DatagramEndpoint m_endpoint;

@@ -9,7 +9,7 @@
 // A local notification that the phone application schedules for the watch: an alert with
 // action buttons, and user info that comes back with the action the user picks.
 //
-// On the wire (see LocalNotificationSocket) it is the keyed archive of the dictionary
+// On the wire (see kLocalNotificationEndpoint) it is the keyed archive of the dictionary
 //   {"alertTitle": string, "alertBody": string, "category": string,
 //    "userInfo": dictionary, "actions": [{"identifier": string, "title": string}, ...]}.
 namespace vexo::ipc {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "platform/ipc/LocalNotificationSocket.h"
+#include "platform/ipc/DatagramEndpoint.h"
 
 namespace vexo::ipc {
 
@@ -11,7 +11,7 @@ LocalNotificationReceiver::LocalNotificationReceiver(std::filesystem::path conta
                                                      Callback onNotification)
     // The callback is captured by value, never `this`: the watch may destroy its receiver
     // inside it.
-    : m_receiver(LocalNotificationSocket::kEndpoint, std::move(container), loop,
+    : m_receiver(kLocalNotificationEndpoint, std::move(container), loop,
                  [onNotification = std::move(onNotification)](const plist::Value& root) {
                      // fromDictionary logs why it refuses.
                      const std::optional<LocalNotification> notification = LocalNotification::fromDictionary(root);

@@ -8,7 +8,7 @@
 #include "platform/runtime/RunLoop.h"
 
 // The watch's end of the local-notification road: it listens on the socket in the shared
-// container (see LocalNotificationSocket) and hands each notification the phone application
+// container (see kLocalNotificationEndpoint) and hands each notification the phone application
 // sends to a callback on the loop. The listening is DatagramReceiver's; this class adds
 // that the archive must hold a well-formed notification (LocalNotification::fromDictionary).
 //

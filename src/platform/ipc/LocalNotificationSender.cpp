@@ -4,44 +4,36 @@
 #include <string>
 #include <utility>
 
-#include "platform/ipc/LocalNotificationSocket.h"
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/log/Log.h"
 #include "platform/plist/KeyedArchiver.h"
 
 namespace vexo::ipc {
 namespace {
 
-constexpr std::string_view kLogComponent = LocalNotificationSocket::kEndpoint.logComponent;
+constexpr std::string_view kLogComponent = kLocalNotificationEndpoint.logComponent;
 
-LocalNotificationSender::Result dropped(std::string_view why) {
-    log::debug(kLogComponent, "dropped a local notification for the watch: " + std::string(why));
-    return LocalNotificationSender::Result::Dropped;
+Error dropped(Error why) {
+    log::debug(kLogComponent, "dropped a local notification for the watch: " + why.message());
+    return why;
 }
 
 } // namespace
 
 LocalNotificationSender::LocalNotificationSender(std::filesystem::path container)
-    : m_sender(LocalNotificationSocket::kEndpoint, std::move(container)) {}
+    : m_sender(kLocalNotificationEndpoint, std::move(container)) {}
 
-LocalNotificationSender::Result LocalNotificationSender::send(const LocalNotification& notification) const {
+Expected<void> LocalNotificationSender::send(const LocalNotification& notification) const {
     const std::optional<plist::Data> archive = plist::KeyedArchiver::archivedData(notification.dictionary());
     if (!archive)
-        return dropped("it cannot be archived");
-    if (archive->size() > LocalNotificationSocket::kMaximumMessageSize)
-        return dropped("its archive of " + std::to_string(archive->size()) + " bytes is too large");
-
-    const DatagramSender::Result sent = m_sender.send(*archive);
-    switch (sent.status) {
-    case DatagramSender::Status::Sent:
-        return Result::Sent;
-    case DatagramSender::Status::NobodyListens:
-        return Result::NobodyListens;
-    case DatagramSender::Status::Busy:
-        return dropped("the watch is not keeping up");
-    case DatagramSender::Status::Failed:
-        break;
-    }
-    return dropped(sent.reason);
+        return dropped(Error(ErrorKind::InvalidData, "it cannot be archived"));
+    if (archive->size() > kLocalNotificationEndpoint.maximumMessageSize)
+        return dropped(
+            Error(ErrorKind::TooLarge, "its archive of " + std::to_string(archive->size()) + " bytes is too large"));
+    Expected<void> sent = m_sender.send(*archive);
+    if (!sent && sent.error().kind() != ErrorKind::Unavailable)
+        return dropped(std::move(sent).error());
+    return sent;
 }
 
 } // namespace vexo::ipc

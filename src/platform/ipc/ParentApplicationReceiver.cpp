@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/ipc/ParentApplicationSocket.h"
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/log/Log.h"
 
 namespace vexo::ipc {
@@ -11,10 +11,10 @@ ParentApplicationReceiver::ParentApplicationReceiver(std::filesystem::path conta
                                                      Callback onDictionary)
     // The callback is captured by value, never `this`: the phone application may destroy its
     // receiver inside it.
-    : m_receiver(ParentApplicationSocket::kEndpoint, std::move(container), loop,
+    : m_receiver(kParentApplicationEndpoint, std::move(container), loop,
                  [onDictionary = std::move(onDictionary)](const plist::Value& root) {
                      if (root.asDictionary() == nullptr) {
-                         log::debug(ParentApplicationSocket::kEndpoint.logComponent,
+                         log::debug(kParentApplicationEndpoint.logComponent,
                                     "dropped an archive that holds no dictionary");
                          return;
                      }

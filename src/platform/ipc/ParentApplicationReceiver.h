@@ -8,7 +8,7 @@
 #include "platform/runtime/RunLoop.h"
 
 // The phone application's end of the parent-application call: it listens on the socket in
-// the shared container (see ParentApplicationSocket) and hands each dictionary the watch
+// the shared container (see kParentApplicationEndpoint) and hands each dictionary the watch
 // sends to a callback on the loop. The listening is DatagramReceiver's; this class adds
 // that the archive must hold a dictionary.
 //

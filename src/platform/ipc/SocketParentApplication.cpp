@@ -1,11 +1,10 @@
 #include "platform/ipc/SocketParentApplication.h"
 
 #include <cctype>
-#include <cstdlib>
 #include <utility>
 
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/ipc/DetachedProcess.h"
-#include "platform/ipc/ParentApplicationSocket.h"
 #include "platform/log/Log.h"
 #include "platform/plist/KeyedArchiver.h"
 #include "platform/runtime/Timer.h"
@@ -13,7 +12,7 @@
 namespace vexo::ipc {
 namespace {
 
-constexpr std::string_view kLogComponent = ParentApplicationSocket::kEndpoint.logComponent;
+constexpr std::string_view kLogComponent = kParentApplicationEndpoint.logComponent;
 
 std::string dropped(std::size_t count, std::string_view why) {
     return "dropped " + std::to_string(count) + (count == 1 ? " dictionary" : " dictionaries") +
@@ -26,7 +25,7 @@ SocketParentApplication::SocketParentApplication(std::filesystem::path container
                                                  std::optional<std::string> launchCommand)
     : m_loop(loop),
       m_launchCommand(std::move(launchCommand)),
-      m_sender(ParentApplicationSocket::kEndpoint, std::move(container)) {}
+      m_sender(kParentApplicationEndpoint, std::move(container)) {}
 
 SocketParentApplication::~SocketParentApplication() {
     if (m_retryTimer)
@@ -35,14 +34,12 @@ SocketParentApplication::~SocketParentApplication() {
         log::debug(kLogComponent, dropped(m_pending.size(), "the link is closing"));
 }
 
-std::optional<std::string> SocketParentApplication::launchCommandFromEnvironment() {
-    const char* command = std::getenv("VEXO_PHONE_LAUNCH_COMMAND");
-    if (command == nullptr)
+std::optional<std::string> SocketParentApplication::launchCommandFrom(const std::optional<std::string>& configured) {
+    if (!configured)
         return std::nullopt;
-    const std::string_view text(command);
-    for (const char c : text) {
+    for (const char c : *configured) {
         if (!std::isspace(static_cast<unsigned char>(c)))
-            return std::string(text);
+            return configured;
     }
     return std::nullopt;
 }
@@ -57,7 +54,7 @@ void SocketParentApplication::openParentApplication(const plist::Value& userInfo
         log::debug(kLogComponent, dropped(1, "it cannot be archived"));
         return;
     }
-    if (archive->size() > ParentApplicationSocket::kMaximumMessageSize) {
+    if (archive->size() > kParentApplicationEndpoint.maximumMessageSize) {
         log::debug(kLogComponent,
                    dropped(1, "its archive of " + std::to_string(archive->size()) + " bytes is too large"));
         return;
@@ -67,15 +64,15 @@ void SocketParentApplication::openParentApplication(const plist::Value& userInfo
         m_pending.push_back({std::move(*archive), m_loop.now() + m_deliveryTimeout});
         return;
     }
-    switch (send(*archive)) {
-    case SendResult::Sent:
-    case SendResult::Failed:
+    const Expected<void> sent = send(*archive);
+    if (sent)
         return;
-    case SendResult::Busy:
+    switch (sent.error().kind()) {
+    case ErrorKind::Busy:
         m_pending.push_back({std::move(*archive), m_loop.now() + m_deliveryTimeout});
         scheduleRetries();
         return;
-    case SendResult::NobodyListens:
+    case ErrorKind::Unavailable:
         if (!m_launchCommand) {
             log::debug(kLogComponent, dropped(1, "it is not running and no launch command is set"));
             return;
@@ -84,41 +81,30 @@ void SocketParentApplication::openParentApplication(const plist::Value& userInfo
         launchIfDue();
         scheduleRetries();
         return;
+    default:
+        return;
     }
 }
 
-SocketParentApplication::SendResult SocketParentApplication::send(const plist::Data& archive) const {
-    const DatagramSender::Result sent = m_sender.send(archive);
-    switch (sent.status) {
-    case DatagramSender::Status::Sent:
-        return SendResult::Sent;
-    case DatagramSender::Status::NobodyListens:
-        return SendResult::NobodyListens;
-    case DatagramSender::Status::Busy:
-        return SendResult::Busy;
-    case DatagramSender::Status::Failed:
-        break;
-    }
-    log::debug(kLogComponent, dropped(1, sent.reason));
-    return SendResult::Failed;
+Expected<void> SocketParentApplication::send(const plist::Data& archive) const {
+    Expected<void> sent = m_sender.send(archive);
+    if (!sent && sent.error().kind() != ErrorKind::Busy && sent.error().kind() != ErrorKind::Unavailable)
+        log::debug(kLogComponent, dropped(1, sent.error().message()));
+    return sent;
 }
 
 void SocketParentApplication::retry() {
     bool nobodyListens = false;
     bool busy = false;
     while (!m_pending.empty() && !nobodyListens && !busy) {
-        switch (send(m_pending.front().archive)) {
-        case SendResult::Sent:
-        case SendResult::Failed:
-            m_pending.pop_front();
-            break;
-        case SendResult::Busy:
+        const Expected<void> sent = send(m_pending.front().archive);
+        const auto kind = sent ? std::nullopt : std::optional(sent.error().kind());
+        if (kind == ErrorKind::Busy)
             busy = true;
-            break;
-        case SendResult::NobodyListens:
+        else if (kind == ErrorKind::Unavailable)
             nobodyListens = true;
-            break;
-        }
+        else
+            m_pending.pop_front();
     }
 
     std::size_t expired = 0;

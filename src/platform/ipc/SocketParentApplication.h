@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/base/Expected.h"
 #include "platform/ipc/DatagramSender.h"
 #include "platform/ipc/ParentApplication.h"
 #include "platform/plist/Value.h"
@@ -17,7 +18,7 @@ class Timer;
 }
 
 // The watch's road to the phone application: each dictionary goes as one datagram to the
-// phone application's socket in the shared container (see ParentApplicationSocket).
+// phone application's socket in the shared container (see kParentApplicationEndpoint).
 //
 // When nobody listens and a launch command is configured, the command is started (as
 // `/bin/sh -c <command>`, in a session of its own, with our standard output and error and
@@ -43,12 +44,13 @@ public:
     ~SocketParentApplication() override;
 
     // See ParentApplication. A value that is not a dictionary, or whose archive is larger
-    // than ParentApplicationSocket::kMaximumMessageSize, is dropped with a debug log line.
+    // than kParentApplicationEndpoint.maximumMessageSize, is dropped with a debug log line.
     // Loop thread only.
     void openParentApplication(const plist::Value& userInfo) override;
 
-    // The launch command from VEXO_PHONE_LAUNCH_COMMAND; nothing when unset or blank.
-    [[nodiscard]] static std::optional<std::string> launchCommandFromEnvironment();
+    // `configured` (VEXO_PHONE_LAUNCH_COMMAND) as a launch command: nothing when it is
+    // nothing or blank.
+    [[nodiscard]] static std::optional<std::string> launchCommandFrom(const std::optional<std::string>& configured);
 
     // How long, in seconds of the loop's clock, a dictionary waits for the phone application
     // before it is dropped; kDefaultDeliveryTimeout unless set. Loop thread only.
@@ -59,14 +61,14 @@ public:
     [[nodiscard]] std::size_t pendingCount() const { return m_pending.size(); }
 
 private:
-    enum class SendResult { Sent, NobodyListens, Busy, Failed };
-
     struct Pending {
         plist::Data archive;
         double deadline;
     };
 
-    [[nodiscard]] SendResult send(const plist::Data& archive) const;
+    // Sends `archive` once; see DatagramSender::send. A SystemFailure is logged here, as the
+    // dictionary is then dropped.
+    [[nodiscard]] Expected<void> send(const plist::Data& archive) const;
     // Sends what waits, in order, until one cannot go; drops what has waited too long.
     void retry();
     // Starts the launch command unless it was started less than a delivery timeout ago.

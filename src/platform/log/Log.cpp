@@ -1,7 +1,6 @@
 #include "platform/log/Log.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <string>
 
 #include <unistd.h>
@@ -9,24 +8,8 @@
 namespace vexo::log {
 namespace {
 
-Level levelFromEnvironment() {
-    const char* text = std::getenv("VEXO_LOG");
-    if (text == nullptr)
-        return Level::Warning;
-    const std::string_view name(text);
-    if (name == "debug")
-        return Level::Debug;
-    if (name == "info")
-        return Level::Info;
-    if (name == "error")
-        return Level::Error;
-    if (name == "off")
-        return Level::Off;
-    return Level::Warning;
-}
-
 std::atomic<Level>& currentLevel() {
-    static std::atomic<Level> level{levelFromEnvironment()};
+    static std::atomic<Level> level{Level::Warning};
     return level;
 }
 
@@ -50,6 +33,18 @@ std::string_view nameOf(Level level) {
 
 bool enabled(Level level) {
     return level != Level::Off && level >= currentLevel().load(std::memory_order_relaxed);
+}
+
+Level levelNamed(std::string_view name) {
+    if (name == "debug")
+        return Level::Debug;
+    if (name == "info")
+        return Level::Info;
+    if (name == "error")
+        return Level::Error;
+    if (name == "off")
+        return Level::Off;
+    return Level::Warning;
 }
 
 void setLevel(Level level) {

@@ -4,9 +4,8 @@
 
 // Diagnostics of the platform layer and the programs, written to standard error.
 //
-// The level comes from the environment variable VEXO_LOG ("debug", "info", "warning",
-// "error" or "off"; "warning" when unset) and is read once. Logging is safe from any
-// thread: each line is written with one call.
+// The level is "warning" until the program sets another (from VEXO_LOG or a --verbose
+// flag). Logging is safe from any thread: each line is written with one call.
 namespace vexo::log {
 
 enum class Level { Debug, Info, Warning, Error, Off };
@@ -14,8 +13,11 @@ enum class Level { Debug, Info, Warning, Error, Off };
 // True when a line of `level` would be written; lets callers skip building a message.
 [[nodiscard]] bool enabled(Level level);
 
-// Overrides the level from the environment (for programs with a --verbose flag and for tests).
+// Sets the level for the whole process (programs at start-up, and tests).
 void setLevel(Level level);
+
+// The level named "debug", "info", "warning", "error" or "off"; any other name is Warning.
+[[nodiscard]] Level levelNamed(std::string_view name);
 
 // Writes "vexo[<component>] <level>: <message>" when `level` is enabled.
 void write(Level level, std::string_view component, std::string_view message);

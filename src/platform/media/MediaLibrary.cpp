@@ -33,15 +33,8 @@ constexpr std::string_view kItemColumns =
 // Every query of items joins what the analyser found, when it did.
 constexpr std::string_view kAnalysisJoin = " LEFT JOIN analysis a ON a.item_id = i.persistent_id";
 
-std::optional<std::string> environmentValue(const char* name) {
-    const char* value = std::getenv(name);
-    if (value == nullptr || *value == '\0')
-        return std::nullopt;
-    return std::string(value);
-}
-
-fs::path homeDirectory() {
-    if (const auto home = environmentValue("HOME"))
+fs::path homeDirectory(const std::optional<std::string>& home) {
+    if (home && !home->empty())
         return *home;
     if (const passwd* entry = ::getpwuid(::geteuid()); entry != nullptr && entry->pw_dir != nullptr)
         return entry->pw_dir;
@@ -77,15 +70,15 @@ MediaItem itemFromRow(const SqliteStatement& row, int first, const std::weak_ptr
 
 } // namespace
 
-fs::path MediaLibrary::defaultPath() {
-    if (const auto path = environmentValue("VEXO_MEDIA_LIBRARY"))
-        return *path;
+fs::path MediaLibrary::defaultPath(const std::optional<std::string>& configured, const UserDirectories& directories) {
+    if (configured && !configured->empty())
+        return *configured;
     fs::path dataHome;
     // The XDG base-directory rules ignore a relative data home.
-    if (const auto value = environmentValue("XDG_DATA_HOME"); value && fs::path(*value).is_absolute())
+    if (const auto& value = directories.dataHome; value && fs::path(*value).is_absolute())
         dataHome = *value;
     else
-        dataHome = homeDirectory() / ".local" / "share";
+        dataHome = homeDirectory(directories.home) / ".local" / "share";
     return dataHome / "vexo" / "media-library.sqlite";
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/base/Expected.h"
+#include "platform/base/UserDirectories.h"
 #include "platform/media/MediaItem.h"
 #include "platform/media/MediaPlaylist.h"
 #include "platform/media/MediaType.h"
@@ -48,10 +49,12 @@ public:
     // them, a listing for people may not.
     enum class EmptyPlaylists { Omit, Include };
 
-    // $VEXO_MEDIA_LIBRARY when set and not empty, else
-    // $XDG_DATA_HOME/vexo/media-library.sqlite (the data home defaulting to
-    // ~/.local/share). Reads the environment on every call.
-    [[nodiscard]] static std::filesystem::path defaultPath();
+    // `configured` (VEXO_MEDIA_LIBRARY) when given and not empty, else
+    // `<data home>/vexo/media-library.sqlite`, the data home being `directories.dataHome`
+    // when absolute, else `<home>/.local/share` (home: `directories.home`, else the password
+    // database's, else "/").
+    [[nodiscard]] static std::filesystem::path defaultPath(const std::optional<std::string>& configured,
+                                                           const UserDirectories& directories);
 
     // Opens the index at `path`, making an empty one (and its folder) when there is none.
     // Fails, with a log line, as LibraryIndex::open: when the file cannot be opened or is not

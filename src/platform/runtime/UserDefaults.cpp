@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -12,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/base/WriteAll.h"
 #include "platform/log/Log.h"
 #include "platform/plist/KeyedArchiver.h"
 #include "platform/plist/KeyedUnarchiver.h"
@@ -31,10 +31,10 @@ void logFailure(std::string_view what, const fs::path& path, int error) {
         log::debug(kLogComponent, std::string(what) + " " + path.string() + ": " + std::strerror(error));
 }
 
-// The user's home directory: $HOME when it is absolute, else the password database's entry.
-std::optional<fs::path> homeDirectory() {
-    if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/')
-        return fs::path(home);
+// The user's home directory: `home` when it is absolute, else the password database's entry.
+std::optional<fs::path> homeDirectory(const std::optional<std::string>& home) {
+    if (home && home->starts_with('/'))
+        return fs::path(*home);
     std::vector<char> buffer(16384);
     passwd entry{};
     passwd* found = nullptr;
@@ -60,20 +60,6 @@ bool createDirectories(const fs::path& directory) {
             logFailure("cannot create directory", *it, errno);
             return false;
         }
-    }
-    return true;
-}
-
-bool writeAll(int fd, const plist::Data& bytes) {
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const ssize_t count = ::write(fd, bytes.data() + written, bytes.size() - written);
-        if (count < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        written += static_cast<std::size_t>(count);
     }
     return true;
 }
@@ -108,11 +94,11 @@ UserDefaults::UserDefaults(fs::path file)
     : m_file(std::move(file)),
       m_values(load()) {}
 
-fs::path UserDefaults::standardPath(std::string_view domain) {
+fs::path UserDefaults::standardPath(std::string_view domain, const UserDirectories& directories) {
     fs::path base;
-    if (const char* configHome = std::getenv("XDG_CONFIG_HOME"); configHome != nullptr && configHome[0] == '/') {
-        base = configHome;
-    } else if (const auto home = homeDirectory()) {
+    if (const auto& configHome = directories.configHome; configHome && configHome->starts_with('/')) {
+        base = *configHome;
+    } else if (const auto home = homeDirectory(directories.home)) {
         base = *home / ".config";
     } else {
         log::debug(kLogComponent, "no home directory: the defaults of \"" + std::string(domain) + "\" stay in memory");

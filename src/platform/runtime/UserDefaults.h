@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/base/UserDirectories.h"
 #include "platform/plist/Value.h"
 
 // The extension's user defaults: a small persistent key-value store of property-list values,
@@ -33,11 +34,13 @@ public:
     UserDefaults& operator=(UserDefaults&&) = delete;
     ~UserDefaults() = default;
 
-    // The file of `domain`: `$XDG_CONFIG_HOME/vexo/<domain>.plist`, where an unset, empty or
-    // relative XDG_CONFIG_HOME means `~/.config`. "/" and NUL in `domain` are escaped as %XX
-    // (and so is "%"), so the file is always directly inside that directory. Empty when
-    // no home directory is known. Reads the environment on every call.
-    [[nodiscard]] static std::filesystem::path standardPath(std::string_view domain);
+    // The file of `domain`: `<configuration home>/vexo/<domain>.plist`, where a configuration
+    // home (`directories.configHome`) that is missing or relative means `<home>/.config`, the
+    // home being `directories.home` when absolute, else the password database's. "/" and NUL
+    // in `domain` are escaped as %XX (and so is "%"), so the file is always directly inside
+    // that directory. Empty when no home directory is known.
+    [[nodiscard]] static std::filesystem::path standardPath(std::string_view domain,
+                                                            const UserDirectories& directories);
 
     // Adds `defaults` to the registered values, in memory only; a key registered again takes
     // the later value. Registered values are read where no value is persisted.

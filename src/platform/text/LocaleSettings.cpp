@@ -1,7 +1,8 @@
 #include "platform/text/LocaleSettings.h"
 
-#include <cstdlib>
 #include <initializer_list>
+#include <mutex>
+#include <utility>
 
 namespace vexo::text {
 
@@ -15,15 +16,22 @@ bool isAlphanumeric(char c) {
     return isLetter(c) || (c >= '0' && c <= '9');
 }
 
-std::optional<std::string> firstSet(std::initializer_list<const char*> variables) {
-    for (const char* variable : variables) {
-        const char* value = std::getenv(variable);
-        if (!value)
+std::optional<std::string> firstSet(std::initializer_list<const std::optional<std::string>*> values) {
+    for (const std::optional<std::string>* value : values) {
+        if (!*value)
             continue;
-        if (std::optional<std::string> locale = LocaleSettings::fromPosix(value))
+        if (std::optional<std::string> locale = LocaleSettings::fromPosix(**value))
             return locale;
     }
     return std::nullopt;
+}
+
+std::mutex g_mutex;
+LocaleSettings::Variables g_variables;
+
+LocaleSettings::Variables processVariables() {
+    std::lock_guard lock(g_mutex);
+    return g_variables;
 }
 
 } // namespace
@@ -56,12 +64,27 @@ std::optional<std::string> LocaleSettings::fromPosix(std::string_view value) {
     return locale;
 }
 
+std::string LocaleSettings::preferredLanguage(const Variables& variables) {
+    return firstSet({&variables.vexoLanguage, &variables.lang}).value_or("en");
+}
+
+std::string LocaleSettings::formattingLocale(const Variables& variables) {
+    return firstSet({&variables.vexoLocale, &variables.vexoLanguage, &variables.lcAll, &variables.lcNumeric,
+                     &variables.lang})
+        .value_or("en_US");
+}
+
+void LocaleSettings::setVariables(Variables variables) {
+    std::lock_guard lock(g_mutex);
+    g_variables = std::move(variables);
+}
+
 std::string LocaleSettings::preferredLanguage() {
-    return firstSet({"VEXO_LANGUAGE", "LANG"}).value_or("en");
+    return preferredLanguage(processVariables());
 }
 
 std::string LocaleSettings::formattingLocale() {
-    return firstSet({"VEXO_LOCALE", "VEXO_LANGUAGE", "LC_ALL", "LC_NUMERIC", "LANG"}).value_or("en_US");
+    return formattingLocale(processVariables());
 }
 
 } // namespace vexo::text

@@ -1,7 +1,9 @@
 #include "platform/text/Localization.h"
 
-#include <cstdlib>
+#include <mutex>
+#include <optional>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "platform/install/InstalledData.h"
@@ -29,6 +31,9 @@ bool isPlainName(std::string_view name) {
            name.find_first_of(std::string_view("/\\\0", 3)) == std::string_view::npos;
 }
 
+std::mutex g_configuredMutex;
+std::optional<std::filesystem::path> g_configured;
+
 } // namespace
 
 Localization::Localization(std::filesystem::path resourceDirectory, std::string_view language)
@@ -48,9 +53,17 @@ Localization::Localization(std::filesystem::path resourceDirectory, std::string_
     log::debug(kComponent, "no texts for language '" + std::string(language) + "', using English");
 }
 
+void Localization::setConfiguredResourceDirectory(std::optional<std::filesystem::path> directory) {
+    std::lock_guard lock(g_configuredMutex);
+    g_configured = directory && !directory->empty() ? std::move(directory) : std::nullopt;
+}
+
 std::filesystem::path Localization::defaultResourceDirectory() {
-    if (const char* overridden = std::getenv("VEXO_RESOURCE_DIR"); overridden && *overridden)
-        return overridden;
+    {
+        std::lock_guard lock(g_configuredMutex);
+        if (g_configured)
+            return *g_configured;
+    }
     if (std::optional<std::filesystem::path> installed = install::InstalledData::directory("resources"))
         return *installed;
     return VEXO_RESOURCE_DIR;

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,8 +25,12 @@ public:
     Localization(const Localization&) = delete;
     Localization& operator=(const Localization&) = delete;
 
-    // VEXO_RESOURCE_DIR when set and not empty, else the installed `share/vexo/resources`
-    // beside the program, else the source tree's resources.
+    // The resource directory the program was told to use (VEXO_RESOURCE_DIR); nothing or an
+    // empty path means none. Call at start-up, before main() is first used. Thread-safe.
+    static void setConfiguredResourceDirectory(std::optional<std::filesystem::path> directory);
+
+    // The configured resource directory when there is one, else the installed
+    // `share/vexo/resources` beside the program, else the source tree's resources.
     [[nodiscard]] static std::filesystem::path defaultResourceDirectory();
 
     // The process-wide texts in LocaleSettings::preferredLanguage(), made on first use.

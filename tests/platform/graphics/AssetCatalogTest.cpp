@@ -129,17 +129,12 @@ TEST(AssetCatalogTest, NamesAreLookedUpInsideTheDirectoryOnly) {
     EXPECT_TRUE(catalog.imageNamed("inner.png"));
 }
 
-TEST(AssetCatalogTest, EnvironmentOverridesTheDirectory) {
-    const char* saved = std::getenv("VEXO_ASSET_DIR");
-    std::string previous = saved ? saved : "";
-    ::setenv("VEXO_ASSET_DIR", "/somewhere/else", 1);
+TEST(AssetCatalogTest, AConfiguredDirectoryComesFirst) {
+    AssetCatalog::setConfiguredDirectory("/somewhere/else");
     EXPECT_EQ(AssetCatalog::defaultDirectory(), std::filesystem::path("/somewhere/else"));
-    ::setenv("VEXO_ASSET_DIR", "", 1);
+    AssetCatalog::setConfiguredDirectory(std::filesystem::path());
     EXPECT_NE(AssetCatalog::defaultDirectory(), std::filesystem::path(""));
-    if (saved)
-        ::setenv("VEXO_ASSET_DIR", previous.c_str(), 1);
-    else
-        ::unsetenv("VEXO_ASSET_DIR");
+    AssetCatalog::setConfiguredDirectory(std::nullopt);
 }
 
 } // namespace

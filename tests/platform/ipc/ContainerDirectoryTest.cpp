@@ -7,11 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::ipc;
-using vexo::testing::ScopedEnvironment;
+using vexo::testing::ScopedContainerRoot;
 using vexo::testing::TemporaryDirectory;
 namespace fs = std::filesystem;
 
@@ -30,8 +30,8 @@ pid_t deadPid() {
 
 TEST(ContainerDirectoryTest, TheFirstWriteOfANameRemovesOnlyTheLeftoversOfDeadWriters) {
     TemporaryDirectory root;
-    ScopedEnvironment environment;
-    environment.set("VEXO_CONTAINER_ROOT", root.path().string());
+    ScopedContainerRoot containerRoot;
+    containerRoot.set(root.path().string());
     const fs::path messages = root.path() / "group" / "messages";
     fs::create_directories(messages);
     const std::string dead = std::to_string(deadPid());
@@ -74,8 +74,8 @@ TEST(ContainerDirectoryTest, TheFirstWriteOfANameRemovesOnlyTheLeftoversOfDeadWr
 
 TEST(ContainerDirectoryTest, SubdirectoriesThatLeaveTheContainerAreRefused) {
     TemporaryDirectory root;
-    ScopedEnvironment environment;
-    environment.set("VEXO_CONTAINER_ROOT", root.path().string());
+    ScopedContainerRoot containerRoot;
+    containerRoot.set(root.path().string());
     const std::uint8_t bytes[] = {1};
     for (const char* subdirectory : {"..", "../escape", "messages/../../escape"}) {
         ContainerDirectory directory("group", subdirectory);

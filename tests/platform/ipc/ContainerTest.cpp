@@ -7,11 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::ipc;
-using vexo::testing::ScopedEnvironment;
+using vexo::testing::ScopedContainerRoot;
 using vexo::testing::TemporaryDirectory;
 namespace fs = std::filesystem;
 
@@ -27,8 +27,8 @@ mode_t permissionsOf(const fs::path& path) {
 
 TEST(ContainerTest, GroupMustBeOnePlainPathComponent) {
     TemporaryDirectory root;
-    ScopedEnvironment environment;
-    environment.set("VEXO_CONTAINER_ROOT", root.path().string());
+    ScopedContainerRoot containerRoot;
+    containerRoot.set(root.path().string());
     for (const std::string group : {"", ".", "..", "/", "a/b", "../escape", "/etc"})
         EXPECT_FALSE(Container::pathForGroup(group).has_value()) << "\"" << group << "\"";
     EXPECT_FALSE(Container::pathForGroup(std::string("nul\0x", 5)).has_value());
@@ -40,7 +40,7 @@ TEST(ContainerTest, GroupMustBeOnePlainPathComponent) {
     }
 }
 
-TEST(ContainerTest, RootComesFromTheEnvironmentInOrder) {
+TEST(ContainerTest, RootComesFromTheLocationInOrder) {
     TemporaryDirectory temporary;
     const fs::path configured = temporary.path() / "configured" / "nested";
     const fs::path runtime = temporary.path() / "runtime";
@@ -62,10 +62,9 @@ TEST(ContainerTest, RootComesFromTheEnvironmentInOrder) {
         {std::nullopt, "relative/runtime", fallback},
         {std::nullopt, std::nullopt, fallback},
     };
+    ScopedContainerRoot restored;
     for (const auto& row : rows) {
-        ScopedEnvironment environment;
-        environment.set("VEXO_CONTAINER_ROOT", row.containerRoot);
-        environment.set("XDG_RUNTIME_DIR", row.runtimeDirectory);
+        Container::setLocation({.root = row.containerRoot, .runtimeDirectory = row.runtimeDirectory});
         EXPECT_EQ(Container::pathForGroup(group), row.expected)
             << row.containerRoot.value_or("(unset)") << " / " << row.runtimeDirectory.value_or("(unset)");
     }
@@ -78,8 +77,8 @@ TEST(ContainerTest, RootComesFromTheEnvironmentInOrder) {
 TEST(ContainerTest, UsesOnlyDirectoriesOfTheCallingUser) {
     TemporaryDirectory root;
     TemporaryDirectory elsewhere;
-    ScopedEnvironment environment;
-    environment.set("VEXO_CONTAINER_ROOT", root.path().string());
+    ScopedContainerRoot containerRoot;
+    containerRoot.set(root.path().string());
 
     fs::create_directory_symlink(elsewhere.path(), root.path() / "link");
     EXPECT_FALSE(Container::pathForGroup("link").has_value()) << "a symbolic link could lead anywhere";
@@ -92,7 +91,7 @@ TEST(ContainerTest, UsesOnlyDirectoriesOfTheCallingUser) {
     EXPECT_EQ(Container::pathForGroup("open"), open);
     EXPECT_EQ(permissionsOf(open), 0700u) << "an existing container is made private";
 
-    environment.set("VEXO_CONTAINER_ROOT", (root.path() / "file" / "below").string());
+    containerRoot.set((root.path() / "file" / "below").string());
     EXPECT_FALSE(Container::pathForGroup("group").has_value()) << "the root cannot be made";
 
     if (::geteuid() != 0)
@@ -101,8 +100,8 @@ TEST(ContainerTest, UsesOnlyDirectoriesOfTheCallingUser) {
         fs::create_directory(root.path() / foreign);
         ASSERT_EQ(::chown((root.path() / foreign).c_str(), 65534, 65534), 0);
     }
-    environment.set("VEXO_CONTAINER_ROOT", root.path().string());
+    containerRoot.set(root.path().string());
     EXPECT_FALSE(Container::pathForGroup("foreign").has_value());
-    environment.set("VEXO_CONTAINER_ROOT", (root.path() / "foreign-root").string());
+    containerRoot.set((root.path() / "foreign-root").string());
     EXPECT_FALSE(Container::pathForGroup("group").has_value());
 }

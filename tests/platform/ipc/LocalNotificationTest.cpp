@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,15 +10,17 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/ipc/LocalNotificationReceiver.h"
 #include "platform/ipc/LocalNotificationSender.h"
-#include "platform/ipc/LocalNotificationSocket.h"
 #include "platform/ipc/UniqueFd.h"
 #include "platform/plist/KeyedArchiver.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::ipc;
+using vexo::ErrorKind;
+using vexo::Expected;
 using vexo::plist::Array;
 using vexo::plist::Data;
 using vexo::plist::Dictionary;
@@ -36,6 +39,11 @@ LocalNotification loadNotification(int turntable) {
     notification.userInfo = Value(Dictionary{{"turntable", Value(turntable)}});
     notification.actions = {{"VXTUserNotificationActionLoad", "Load a song"}, {"dismiss", ""}};
     return notification;
+}
+
+// Why a send failed, or nothing when it went.
+std::optional<ErrorKind> failureOf(const Expected<void>& sent) {
+    return sent ? std::nullopt : std::optional(sent.error().kind());
 }
 
 void sendRaw(const fs::path& path, const Data& bytes) {
@@ -115,18 +123,18 @@ TEST_F(LocalNotificationTest, EachNotificationArrivesWholeAndInOrder) {
     automix.actions = {{"VXTUserNotificationActionAutomix", "Automix"}};
     const std::vector<LocalNotification> sent = {loadNotification(1), automix, loadNotification(2)};
     for (const LocalNotification& notification : sent)
-        EXPECT_EQ(sender.send(notification), LocalNotificationSender::Result::Sent);
+        EXPECT_TRUE(sender.send(notification));
     m_loop.runUntilIdle();
     EXPECT_EQ(m_received, sent);
 
     receiver.reset();
-    EXPECT_FALSE(fs::exists(LocalNotificationSocket::socketPath(m_container))) << "the socket goes with its receiver";
-    EXPECT_EQ(sender.send(automix), LocalNotificationSender::Result::NobodyListens);
+    EXPECT_FALSE(fs::exists(kLocalNotificationEndpoint.socketPath(m_container))) << "the socket goes with its receiver";
+    EXPECT_EQ(failureOf(sender.send(automix)), ErrorKind::Unavailable);
 }
 
 TEST_F(LocalNotificationTest, NobodyListeningIsNoError) {
     LocalNotificationSender sender(m_container);
-    EXPECT_EQ(sender.send(loadNotification(1)), LocalNotificationSender::Result::NobodyListens) << "no directory";
+    EXPECT_EQ(failureOf(sender.send(loadNotification(1))), ErrorKind::Unavailable) << "no directory";
 
     // A socket file left behind by a watch that died.
     fs::create_directory(m_container / ".watch");
@@ -134,32 +142,49 @@ TEST_F(LocalNotificationTest, NobodyListeningIsNoError) {
         const UniqueFd dead(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
-        LocalNotificationSocket::socketPath(m_container).string().copy(address.sun_path, sizeof address.sun_path - 1);
+        kLocalNotificationEndpoint.socketPath(m_container).string().copy(address.sun_path, sizeof address.sun_path - 1);
         ASSERT_EQ(::bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     }
-    EXPECT_EQ(sender.send(loadNotification(1)), LocalNotificationSender::Result::NobodyListens) << "stale socket";
+    EXPECT_EQ(failureOf(sender.send(loadNotification(1))), ErrorKind::Unavailable) << "stale socket";
 
     LocalNotificationSender nowhere(m_temporary.path() / "missing");
-    EXPECT_EQ(nowhere.send(loadNotification(1)), LocalNotificationSender::Result::NobodyListens) << "no container";
+    EXPECT_EQ(failureOf(nowhere.send(loadNotification(1))), ErrorKind::Unavailable) << "no container";
 
     // The stale socket is replaced by the next watch.
     auto receiver = makeReceiver();
     ASSERT_TRUE(receiver->isListening());
-    EXPECT_EQ(sender.send(loadNotification(1)), LocalNotificationSender::Result::Sent);
+    EXPECT_TRUE(sender.send(loadNotification(1)));
     m_loop.runUntilIdle();
     EXPECT_EQ(m_received.size(), 1u);
+}
+
+// A watch whose queue is full and a notification beyond the bound are told apart from a
+// watch that is not there, so that the phone can say which.
+TEST_F(LocalNotificationTest, ADroppedNotificationSaysWhy) {
+    auto receiver = makeReceiver();
+    ASSERT_TRUE(receiver->isListening());
+    LocalNotificationSender sender(m_container);
+    LocalNotification tooLarge = loadNotification(1);
+    tooLarge.alertBody.assign(kLocalNotificationEndpoint.maximumMessageSize, 'x');
+    EXPECT_EQ(failureOf(sender.send(tooLarge)), ErrorKind::TooLarge);
+
+    // Nothing is read while the loop does not run, so the queue fills.
+    std::optional<ErrorKind> failure;
+    for (int sent = 0; sent < 100000 && !failure; ++sent)
+        failure = failureOf(sender.send(loadNotification(1)));
+    EXPECT_EQ(failure, ErrorKind::Busy);
 }
 
 TEST_F(LocalNotificationTest, WhatIsNoNotificationIsDroppedAndTheNextOneStillArrives) {
     auto receiver = makeReceiver();
     ASSERT_TRUE(receiver->isListening());
-    const fs::path socket = LocalNotificationSocket::socketPath(m_container);
-    const Data tooLarge(LocalNotificationSocket::kMaximumMessageSize + 10, 'x');
+    const fs::path socket = kLocalNotificationEndpoint.socketPath(m_container);
+    const Data tooLarge(kLocalNotificationEndpoint.maximumMessageSize + 10, 'x');
     for (const Data& bytes :
          {Data{}, Data{'b', 'p', 'l', 'i', 's', 't'}, *vexo::plist::KeyedArchiver::archivedData(Value("text")),
           *vexo::plist::KeyedArchiver::archivedData(Value(Dictionary{{"actions", Value(7)}})), tooLarge})
         sendRaw(socket, bytes);
-    LocalNotificationSender(m_container).send(loadNotification(2));
+    EXPECT_TRUE(LocalNotificationSender(m_container).send(loadNotification(2)));
     m_loop.runUntilIdle();
     ASSERT_EQ(m_received.size(), 1u);
     EXPECT_EQ(m_received.front(), loadNotification(2));
@@ -171,8 +196,8 @@ TEST_F(LocalNotificationTest, ASecondReceiverDoesNotTakeTheSocketOver) {
     auto second = makeReceiver();
     EXPECT_FALSE(second->isListening());
     second.reset();
-    EXPECT_TRUE(fs::exists(LocalNotificationSocket::socketPath(m_container))) << "the first one's socket stays";
-    LocalNotificationSender(m_container).send(loadNotification(1));
+    EXPECT_TRUE(fs::exists(kLocalNotificationEndpoint.socketPath(m_container))) << "the first one's socket stays";
+    EXPECT_TRUE(LocalNotificationSender(m_container).send(loadNotification(1)));
     m_loop.runUntilIdle();
     EXPECT_EQ(m_received.size(), 1u);
 }
@@ -185,9 +210,9 @@ TEST_F(LocalNotificationTest, AReceiverDestroyedInsideItsCallbackStopsCleanly) {
         receiver.reset();
     });
     LocalNotificationSender sender(m_container);
-    sender.send(loadNotification(1));
-    sender.send(loadNotification(2));
+    EXPECT_TRUE(sender.send(loadNotification(1)));
+    EXPECT_TRUE(sender.send(loadNotification(2)));
     m_loop.runUntilIdle();
     EXPECT_EQ(calls, 1);
-    EXPECT_FALSE(fs::exists(LocalNotificationSocket::socketPath(m_container)));
+    EXPECT_FALSE(fs::exists(kLocalNotificationEndpoint.socketPath(m_container)));
 }

@@ -10,8 +10,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "platform/ipc/DatagramEndpoint.h"
 #include "platform/ipc/ParentApplicationReceiver.h"
-#include "platform/ipc/ParentApplicationSocket.h"
 #include "platform/ipc/SocketParentApplication.h"
 #include "platform/ipc/UniqueFd.h"
 #include "platform/plist/Json.h"
@@ -19,7 +19,6 @@
 #include "platform/runtime/AsioRunLoop.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/Timer.h"
-#include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::ipc;
@@ -30,7 +29,6 @@ using vexo::plist::Value;
 using vexo::runtime::AsioRunLoop;
 using vexo::runtime::DeterministicRunLoop;
 using vexo::runtime::Timer;
-using vexo::testing::ScopedEnvironment;
 using vexo::testing::TemporaryDirectory;
 namespace fs = std::filesystem;
 
@@ -99,7 +97,7 @@ protected:
     }
     std::unique_ptr<ParentApplicationReceiver> makeReceiver() { return makeReceiver(m_container); }
 
-    fs::path socketPath() const { return ParentApplicationSocket::socketPath(m_container); }
+    fs::path socketPath() const { return kParentApplicationEndpoint.socketPath(m_container); }
 
     TemporaryDirectory m_temporary;
     fs::path m_container;
@@ -144,7 +142,8 @@ TEST_F(ParentApplicationTest, AReceiverGetsEachDictionaryExactlyAndInOrder) {
         EXPECT_EQ(m_received, dictionaries) << container;
 
         receiver.reset();
-        EXPECT_FALSE(fs::exists(ParentApplicationSocket::socketPath(container))) << "the socket goes with its receiver";
+        EXPECT_FALSE(fs::exists(kParentApplicationEndpoint.socketPath(container)))
+            << "the socket goes with its receiver";
     }
 }
 
@@ -279,7 +278,7 @@ TEST_F(ParentApplicationTest, DatagramsThatAreNotADictionaryAreDropped) {
     Data truncated = *vexo::plist::KeyedArchiver::archivedData(action(1));
     truncated.resize(truncated.size() - 7);
     Data oversized = *vexo::plist::KeyedArchiver::archivedData(
-        Value(Dictionary{{"blob", Value(Data(ParentApplicationSocket::kMaximumMessageSize, 7))}}));
+        Value(Dictionary{{"blob", Value(Data(kParentApplicationEndpoint.maximumMessageSize, 7))}}));
     for (const Data& garbage : {Data{}, Data{'b', 'p', 'l', 'i', 's', 't', '0', '0'}, Data(512, 0xFF), truncated,
                                 *vexo::plist::KeyedArchiver::archivedData(Value("a string")),
                                 *vexo::plist::KeyedArchiver::archivedData(Value(Array{action(1)})), oversized})
@@ -304,7 +303,7 @@ TEST_F(ParentApplicationTest, AReceiverMayBeDestroyedByItsOwnCallback) {
     EXPECT_FALSE(fs::exists(socketPath()));
 }
 
-TEST(ParentApplicationLaunchCommandTest, ComesFromTheEnvironmentUnlessBlank) {
+TEST(ParentApplicationLaunchCommandTest, IsWhatIsConfiguredUnlessBlank) {
     const struct {
         std::optional<std::string> variable;
         std::optional<std::string> expected;
@@ -314,12 +313,9 @@ TEST(ParentApplicationLaunchCommandTest, ComesFromTheEnvironmentUnlessBlank) {
         {" \t\n", std::nullopt},
         {"vexo-phone --container-group group.vexo", "vexo-phone --container-group group.vexo"},
     };
-    for (const auto& row : rows) {
-        ScopedEnvironment environment;
-        environment.set("VEXO_PHONE_LAUNCH_COMMAND", row.variable);
-        EXPECT_EQ(SocketParentApplication::launchCommandFromEnvironment(), row.expected)
+    for (const auto& row : rows)
+        EXPECT_EQ(SocketParentApplication::launchCommandFrom(row.variable), row.expected)
             << row.variable.value_or("unset");
-    }
 }
 
 // Across processes: the launch command starts a real phone-application stand-in, which gets

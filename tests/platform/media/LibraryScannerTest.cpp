@@ -14,7 +14,7 @@
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
-#include "support/ScopedEnvironment.h"
+#include "support/ScopedContainerRoot.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::media;
@@ -28,7 +28,7 @@ using Format = AudioFixture::Format;
 class LibraryScannerTest : public ::testing::Test {
 protected:
     LibraryScannerTest() {
-        m_environment.set("VEXO_CONTAINER_ROOT", (m_temporary.path() / "containers").string());
+        m_containerRoot.set((m_temporary.path() / "containers").string());
         m_music = fs::canonical(m_temporary.path()) / "Music";
         fs::create_directories(m_music);
         m_index = m_temporary.path() / "index" / "library.sqlite";
@@ -70,7 +70,7 @@ protected:
     }
 
     vexo::testing::TemporaryDirectory m_temporary;
-    vexo::testing::ScopedEnvironment m_environment;
+    vexo::testing::ScopedContainerRoot m_containerRoot;
     fs::path m_music;
     fs::path m_index;
 };

@@ -10,7 +10,6 @@
 #include "platform/media/LibraryIndex.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
-#include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::media;
@@ -154,7 +153,7 @@ TEST_F(MediaLibraryTest, OpenRefusesFilesThatAreNotAnIndexOfThisVersion) {
     EXPECT_TRUE(library->playlists(MediaType::Any).empty());
 }
 
-TEST(MediaLibraryPathTest, DefaultPathFollowsTheEnvironment) {
+TEST(MediaLibraryPathTest, DefaultPathFollowsTheSettings) {
     struct Row {
         std::optional<std::string> library, dataHome, home;
         std::string expected;
@@ -165,13 +164,9 @@ TEST(MediaLibraryPathTest, DefaultPathFollowsTheEnvironment) {
         {std::nullopt, "relative/data", "/home/u", "/home/u/.local/share/vexo/media-library.sqlite"},
         {std::nullopt, std::nullopt, "/home/u", "/home/u/.local/share/vexo/media-library.sqlite"},
     };
-    for (const auto& row : rows) {
-        vexo::testing::ScopedEnvironment environment;
-        environment.set("VEXO_MEDIA_LIBRARY", row.library);
-        environment.set("XDG_DATA_HOME", row.dataHome);
-        environment.set("HOME", row.home);
-        EXPECT_EQ(MediaLibrary::defaultPath(), fs::path(row.expected));
-    }
+    for (const auto& row : rows)
+        EXPECT_EQ(MediaLibrary::defaultPath(row.library, {.home = row.home, .dataHome = row.dataHome}),
+                  fs::path(row.expected));
 }
 
 TEST_F(MediaLibraryTest, QueriesFromAnotherThreadRunBesideTheMainThreads) {

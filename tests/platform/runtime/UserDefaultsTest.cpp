@@ -11,14 +11,12 @@
 
 #include "platform/plist/KeyedArchiveFormat.h"
 #include "platform/plist/KeyedArchiver.h"
-#include "support/ScopedEnvironment.h"
 #include "support/TemporaryDirectory.h"
 
 using vexo::plist::Array;
 using vexo::plist::Dictionary;
 using vexo::plist::Value;
 using vexo::runtime::UserDefaults;
-using vexo::testing::ScopedEnvironment;
 using vexo::testing::TemporaryDirectory;
 namespace fs = std::filesystem;
 
@@ -211,10 +209,7 @@ TEST(UserDefaultsTest, StandardPathStaysInsideTheConfigurationDirectory) {
         {"/cfg", "/home/u", std::string("a\0b", 3), "/cfg/vexo/a%00b.plist"},
     };
     for (const auto& row : rows) {
-        ScopedEnvironment environment;
-        environment.set("XDG_CONFIG_HOME", row.configHome);
-        environment.set("HOME", row.home);
-        const fs::path path = UserDefaults::standardPath(row.domain);
+        const fs::path path = UserDefaults::standardPath(row.domain, {.home = row.home, .configHome = row.configHome});
         EXPECT_EQ(path, row.expected) << row.domain;
         EXPECT_EQ(path.parent_path().filename(), "vexo") << row.domain;
     }

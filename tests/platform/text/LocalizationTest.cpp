@@ -107,36 +107,28 @@ TEST(LocaleSettingsTest, ReadsPosixLocaleValues) {
 }
 
 TEST(LocaleSettingsTest, LanguageSettingComesBeforeLang) {
-    struct Saved {
-        const char* name;
-        std::optional<std::string> value;
+    using Variables = LocaleSettings::Variables;
+    const struct {
+        Variables variables;
+        std::string language;
+        std::string locale;
+    } rows[] = {
+        {{}, "en", "en_US"},
+        {{.lang = "de_DE.UTF-8"}, "de_DE", "de_DE"},
+        {{.vexoLanguage = "en_GB", .lang = "de_DE.UTF-8"}, "en_GB", "en_GB"},
+        {{.vexoLanguage = "en_GB", .vexoLocale = "de_CH", .lang = "de_DE"}, "en_GB", "de_CH"},
+        {{.vexoLanguage = "C", .lang = "de_DE.UTF-8"}, "de_DE", "de_DE"},
+        {{.lcAll = "fr_FR", .lcNumeric = "it_IT", .lang = "de_DE"}, "de_DE", "fr_FR"},
+        {{.lcNumeric = "it_IT", .lang = "de_DE"}, "de_DE", "it_IT"},
     };
-    std::vector<Saved> saved;
-    for (const char* name : {"VEXO_LANGUAGE", "VEXO_LOCALE", "LANG", "LC_ALL", "LC_NUMERIC"}) {
-        const char* value = std::getenv(name);
-        saved.push_back({name, value ? std::optional<std::string>(value) : std::nullopt});
-        ::unsetenv(name);
+    for (const auto& row : rows) {
+        EXPECT_EQ(LocaleSettings::preferredLanguage(row.variables), row.language) << row.language;
+        EXPECT_EQ(LocaleSettings::formattingLocale(row.variables), row.locale) << row.locale;
     }
-
-    EXPECT_EQ(LocaleSettings::preferredLanguage(), "en");
+    LocaleSettings::setVariables({.vexoLocale = "de_AT"});
+    EXPECT_EQ(LocaleSettings::formattingLocale(), "de_AT");
+    LocaleSettings::setVariables({});
     EXPECT_EQ(LocaleSettings::formattingLocale(), "en_US");
-    ::setenv("LANG", "de_DE.UTF-8", 1);
-    EXPECT_EQ(LocaleSettings::preferredLanguage(), "de_DE");
-    EXPECT_EQ(LocaleSettings::formattingLocale(), "de_DE");
-    ::setenv("VEXO_LANGUAGE", "en_GB", 1);
-    EXPECT_EQ(LocaleSettings::preferredLanguage(), "en_GB");
-    EXPECT_EQ(LocaleSettings::formattingLocale(), "en_GB");
-    ::setenv("VEXO_LOCALE", "de_CH", 1);
-    EXPECT_EQ(LocaleSettings::formattingLocale(), "de_CH");
-    ::setenv("VEXO_LANGUAGE", "C", 1);
-    EXPECT_EQ(LocaleSettings::preferredLanguage(), "de_DE");
-
-    for (const Saved& s : saved) {
-        if (s.value)
-            ::setenv(s.name, s.value->c_str(), 1);
-        else
-            ::unsetenv(s.name);
-    }
 }
 
 } // namespace
