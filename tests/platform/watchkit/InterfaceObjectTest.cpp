@@ -95,8 +95,6 @@ TEST(InterfaceObjectTest, ObjectsKeepWhatWasSet) {
     EXPECT_EQ(label->text(), "") << "an empty text is a text";
     label->setText(std::nullopt);
     EXPECT_EQ(label->text(), std::nullopt);
-    label->setTextColor(colors::lightGray());
-    EXPECT_EQ(label->textColor(), colors::lightGray());
 
     auto slider = std::static_pointer_cast<Slider>(picker.screen->objectForOutlet("slider"));
     EXPECT_EQ(slider->value(), 0.5f) << "from the layout";
@@ -113,13 +111,6 @@ TEST(InterfaceObjectTest, ObjectsKeepWhatWasSet) {
     }
     EXPECT_EQ(slider->clamped(7.0f), 1.0f);
     EXPECT_EQ(slider->clamped(std::nanf("")), 0.0f);
-
-    auto toggle = std::static_pointer_cast<Switch>(picker.screen->objectForOutlet("toggle"));
-    EXPECT_EQ(toggle->title(), "Loud");
-    toggle->setColor(colors::selection());
-    toggle->setOn(true);
-    EXPECT_TRUE(toggle->isOn());
-    EXPECT_EQ(toggle->color(), colors::selection());
 }
 
 TEST(InterfaceObjectTest, ImageDataIsStoredOnceByContentAndTooMuchChangesNothing) {

@@ -110,7 +110,6 @@ TEST(SessionTest, PagesModalsMenuGlanceAndNotificationInOneSession) {
     json snapshot = app.host->snapshot();
     EXPECT_EQ(snapshot["currentPage"], 2);
     EXPECT_EQ(snapshot["visibleScreen"], "page-2");
-    EXPECT_EQ(snapshot["modals"], json::array());
     std::vector<bool> active;
     for (const auto& page : snapshot["pages"])
         active.push_back(page["active"]);

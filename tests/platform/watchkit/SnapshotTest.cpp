@@ -155,17 +155,10 @@ TEST(SnapshotTest, ShowsEveryScreenWithItsObjectsAndState) {
 TEST(SnapshotTest, AButtonsAccessibilityLabelFollowsItsImageInTheWatchsLanguage) {
     const vexo::text::Localization german(std::filesystem::path(VEXO_SOURCE_DIR) / "resources", "de_DE");
     for (const auto* localization : {static_cast<const vexo::text::Localization*>(nullptr), &german}) {
-        CallLog log;
-        vexo::runtime::DeterministicRunLoop loop;
-        ControllerRegistry registry;
-        registerTestClasses(registry, log);
-        ExtensionHost::Options options;
-        options.localization = localization;
-        ExtensionHost host(loop, registry, LayoutLoader::parse(testLayoutText(), "test.json", registry).value(),
-                           std::move(options));
-        ASSERT_TRUE(host.start());
-        auto label = [&] { return findByOutlet(host.snapshot()["pages"][0], "openButton")["accessibilityLabel"]; };
-        auto page = std::dynamic_pointer_cast<PageController>(host.pageController(0));
+        TestApplication app(localization);
+        ASSERT_TRUE(app.host->start());
+        auto label = [&] { return findByOutlet(app.host->snapshot()["pages"][0], "openButton")["accessibilityLabel"]; };
+        auto page = app.page<PageController>(0);
         EXPECT_EQ(label(), localization ? "Abspielen" : "Play");
         page->m_openButton->setBackgroundImageNamed("pause");
         EXPECT_EQ(label(), localization ? "Deck 1 anhalten" : "Pause deck 1");
@@ -178,7 +171,6 @@ TEST(SnapshotTest, AButtonsAccessibilityLabelFollowsItsImageInTheWatchsLanguage)
 TEST(SnapshotTest, JsonEventsAreCheckedAndCarriedOut) {
     TestApplication app;
     ASSERT_TRUE(app.host->start());
-    std::string open = app.visibleId("openButton");
     std::string title = app.visibleId("titleLabel");
     // Rows run in order against one application; an empty error means the event is done.
     const struct {
@@ -191,10 +183,6 @@ TEST(SnapshotTest, JsonEventsAreCheckedAndCarriedOut) {
         {{{"type", "tap"}, {"object", "page-1.1"}},
          "tap: object 'page-1.1' is on screen 'page-1' (middle), which is not the one shown",
          {}},
-        {{{"type", "tap"}}, "tap: needs \"object\" as a string", {}},
-        {{{"type", "tap"}, {"object", open}, {"extra", 1}}, "tap: unknown field 'extra'", {}},
-        {{{"type", "jump"}}, "event: unknown type 'jump'", {}},
-        {json::array(), "event: an event is a JSON object with a \"type\"", {}},
         {{{"type", "swipe"}, {"page", 7}}, "swipe: there is no page 7 (there are 3)", {}},
         {{{"type", "swipe"}, {"direction", "right"}}, "swipe: there is no page left of the first", {}},
         {{{"type", "swipe"}, {"direction", "left"}}, "", {"left.didDeactivate", "middle.willActivate"}},
@@ -213,9 +201,6 @@ TEST(SnapshotTest, JsonEventsAreCheckedAndCarriedOut) {
          {}},
         {{{"type", "selectRow"}, {"object", "modal-1.1"}, {"row", 3}},
          "selectRow: table 'modal-1.1' has no row 3 (it has 3)",
-         {}},
-        {{{"type", "selectRow"}, {"object", "modal-1.1"}, {"row", -1}},
-         "selectRow: needs \"row\" as a whole number of at least 0",
          {}},
         {{{"type", "slide"}, {"object", "modal-1.2"}, {"step", 1}}, "", {"picker.slide 0.75"}},
         {{{"type", "slide"}, {"object", "modal-1.2"}, {"value", 3}}, "", {"picker.slide 1.00"}},
@@ -434,18 +419,9 @@ TEST(SnapshotTest, TellsThePageTheWatchsLanguageLocaleAndPlatformTexts) {
                                "en"}}}}},
     };
     for (const auto& c : cases) {
-        CallLog log;
-        vexo::runtime::DeterministicRunLoop loop;
-        ControllerRegistry registry;
-        registerTestClasses(registry, log);
-        vexo::Expected<InterfaceLayout> loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
-        ASSERT_TRUE(loaded);
-        ExtensionHost::Options options;
-        options.localization = c.localization;
-        options.locale = c.locale;
-        ExtensionHost host(loop, registry, std::move(*loaded), std::move(options));
-        EXPECT_EQ(host.snapshot()["locale"], c.expected) << c.locale;
-        ASSERT_TRUE(host.start());
-        EXPECT_EQ(host.snapshot()["locale"], c.expected) << c.locale << ", started";
+        TestApplication app(c.localization, c.locale);
+        EXPECT_EQ(app.host->snapshot()["locale"], c.expected) << c.locale;
+        ASSERT_TRUE(app.host->start());
+        EXPECT_EQ(app.host->snapshot()["locale"], c.expected) << c.locale << ", started";
     }
 }

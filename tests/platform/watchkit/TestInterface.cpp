@@ -143,13 +143,15 @@ void registerTestClasses(ControllerRegistry& registry, CallLog& log) {
     registry.registerRowClass<ItemRow>("ItemRow", [&log] { return std::make_shared<ItemRow>(log); });
 }
 
-TestApplication::TestApplication() {
+TestApplication::TestApplication(const text::Localization* localization, std::string locale) {
     registerTestClasses(registry, log);
     Expected<InterfaceLayout> loaded = LayoutLoader::parse(testLayoutText(), "test.json", registry);
     if (!loaded)
         throw std::logic_error("the test layout does not load:\n" + loaded.error().message());
     ExtensionHost::Options options;
     options.clock = [] { return std::chrono::system_clock::time_point(std::chrono::seconds(1'700'000'000)); };
+    options.localization = localization;
+    options.locale = std::move(locale);
     host = std::make_unique<ExtensionHost>(loop, registry, std::move(*loaded), std::move(options));
 }
 

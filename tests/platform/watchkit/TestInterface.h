@@ -158,9 +158,10 @@ public:
 // Registers the test classes, logging to `log`.
 void registerTestClasses(ControllerRegistry& registry, CallLog& log);
 
-// A started host of the test application on a deterministic loop.
+// A host of the test application on a deterministic loop, its timers on a fixed clock; texts
+// and locale as ExtensionHost::Options take them.
 struct TestApplication {
-    TestApplication();
+    explicit TestApplication(const text::Localization* localization = nullptr, std::string locale = {});
     ~TestApplication();
 
     // The object behind `outlet` of the visible screen's controller.
