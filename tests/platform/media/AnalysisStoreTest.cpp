@@ -1,45 +1,38 @@
 #include "platform/media/AnalysisStore.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
+#include "platform/media/IndexSql.h"
 #include "platform/media/LibraryIndex.h"
 #include "platform/media/MediaLibrary.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::media;
+using vexo::testing::executeSql;
 namespace fs = std::filesystem;
 
 namespace {
 
-void execute(const fs::path& path, const std::string& sql) {
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
-    char* message = nullptr;
-    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK) << (message ? message : "");
-    sqlite3_free(message);
-    sqlite3_close(database);
-}
-
 // An index as version 2 wrote it: two songs (one gone) and a playlist of both.
 void writeVersion2(const fs::path& index) {
-    execute(index,
-            "CREATE TABLE items (persistent_id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, present INTEGER NOT "
-            "NULL, modified_ns INTEGER NOT NULL, size INTEGER NOT NULL, title TEXT NOT NULL, artist TEXT NOT NULL, "
-            "album TEXT NOT NULL, duration REAL NOT NULL, media_type INTEGER NOT NULL, has_artwork INTEGER NOT NULL, "
-            "bpm INTEGER NOT NULL DEFAULT 0, initial_key TEXT NOT NULL DEFAULT '');"
-            "CREATE TABLE artwork (item_id INTEGER PRIMARY KEY, data BLOB NOT NULL);"
-            "CREATE TABLE playlists (persistent_id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, present INTEGER "
-            "NOT NULL, modified_ns INTEGER NOT NULL, size INTEGER NOT NULL, name TEXT NOT NULL);"
-            "CREATE TABLE playlist_entries (playlist_id INTEGER NOT NULL, position INTEGER NOT NULL, path TEXT NOT "
-            "NULL, PRIMARY KEY (playlist_id, position)) WITHOUT ROWID;"
-            "INSERT INTO items VALUES (-7, '/music/a/one.flac', 1, 100, 1000, 'One', 'Ann', '', 60, 1, 0, 124, 'Am');"
-            "INSERT INTO items VALUES (9, '/music/b/two.mp3', 1, 200, 2000, 'Two', 'Bob', '', 60, 1, 0, 0, '');"
-            "INSERT INTO items VALUES (11, '/music/b/gone.mp3', 0, 300, 3000, 'Gone', 'Bob', '', 60, 1, 0, 0, '');"
-            "INSERT INTO playlists VALUES (77, '/music/Set.m3u8', 1, 0, 0, 'Set');"
-            "INSERT INTO playlist_entries VALUES (77, 0, '/music/a/one.flac');"
-            "INSERT INTO playlist_entries VALUES (77, 1, '/music/b/two.mp3');"
-            "PRAGMA application_id = 1448627532; PRAGMA user_version = 2;");
+    executeSql(
+        index,
+        "CREATE TABLE items (persistent_id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, present INTEGER NOT "
+        "NULL, modified_ns INTEGER NOT NULL, size INTEGER NOT NULL, title TEXT NOT NULL, artist TEXT NOT NULL, "
+        "album TEXT NOT NULL, duration REAL NOT NULL, media_type INTEGER NOT NULL, has_artwork INTEGER NOT NULL, "
+        "bpm INTEGER NOT NULL DEFAULT 0, initial_key TEXT NOT NULL DEFAULT '');"
+        "CREATE TABLE artwork (item_id INTEGER PRIMARY KEY, data BLOB NOT NULL);"
+        "CREATE TABLE playlists (persistent_id INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, present INTEGER "
+        "NOT NULL, modified_ns INTEGER NOT NULL, size INTEGER NOT NULL, name TEXT NOT NULL);"
+        "CREATE TABLE playlist_entries (playlist_id INTEGER NOT NULL, position INTEGER NOT NULL, path TEXT NOT "
+        "NULL, PRIMARY KEY (playlist_id, position)) WITHOUT ROWID;"
+        "INSERT INTO items VALUES (-7, '/music/a/one.flac', 1, 100, 1000, 'One', 'Ann', '', 60, 1, 0, 124, 'Am');"
+        "INSERT INTO items VALUES (9, '/music/b/two.mp3', 1, 200, 2000, 'Two', 'Bob', '', 60, 1, 0, 0, '');"
+        "INSERT INTO items VALUES (11, '/music/b/gone.mp3', 0, 300, 3000, 'Gone', 'Bob', '', 60, 1, 0, 0, '');"
+        "INSERT INTO playlists VALUES (77, '/music/Set.m3u8', 1, 0, 0, 'Set');"
+        "INSERT INTO playlist_entries VALUES (77, 0, '/music/a/one.flac');"
+        "INSERT INTO playlist_entries VALUES (77, 1, '/music/b/two.mp3');"
+        "PRAGMA application_id = 1448627532; PRAGMA user_version = 2;");
 }
 
 std::vector<PersistentID> identifiers(const std::vector<AnalysisStore::Pending>& pending) {
@@ -60,17 +53,25 @@ ItemAnalysis analysed(int version) {
     return analysis;
 }
 
-} // namespace
+// A store opened on an index of version 2.
+class AnalysisStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        writeVersion2(index);
+        auto opened = AnalysisStore::open(index);
+        ASSERT_TRUE(opened) << opened.error().message();
+        store = std::move(*opened);
+    }
 
-TEST(AnalysisStoreTest, UpgradeFromVersion2KeepsItemsAndPlaylistsAndStoresAnalysisBesideTags) {
     vexo::testing::TemporaryDirectory folder;
     const fs::path index = folder.path() / "library.sqlite";
-    writeVersion2(index);
-    auto opened = AnalysisStore::open(index);
-    ASSERT_TRUE(opened) << opened.error().message();
-    auto& store = *opened;
-
+    std::unique_ptr<AnalysisStore> store;
     const PersistentID one = static_cast<PersistentID>(-7);
+};
+
+} // namespace
+
+TEST_F(AnalysisStoreTest, UpgradeFromVersion2KeepsItemsAndPlaylistsAndStoresAnalysisBesideTags) {
     const auto pending = store->pending(1, false, {});
     EXPECT_EQ(identifiers(pending), (std::vector<PersistentID>{one, 9})) << "present songs, in title order";
     auto stored = store->store(pending[0], analysed(1));
@@ -97,14 +98,7 @@ TEST(AnalysisStoreTest, UpgradeFromVersion2KeepsItemsAndPlaylistsAndStoresAnalys
     EXPECT_FALSE(untagged.analysis()->beatsPerMinute);
 }
 
-TEST(AnalysisStoreTest, PendingAreTheNewTheChangedAndThoseOfAnOlderAnalyser) {
-    vexo::testing::TemporaryDirectory folder;
-    const fs::path index = folder.path() / "library.sqlite";
-    writeVersion2(index);
-    auto opened = AnalysisStore::open(index);
-    ASSERT_TRUE(opened);
-    auto& store = *opened;
-    const PersistentID one = static_cast<PersistentID>(-7);
+TEST_F(AnalysisStoreTest, PendingAreTheNewTheChangedAndThoseOfAnOlderAnalyser) {
     for (const auto& item : store->pending(1, false, {}))
         ASSERT_TRUE(store->store(item, analysed(1)));
 
@@ -127,11 +121,11 @@ TEST(AnalysisStoreTest, PendingAreTheNewTheChangedAndThoseOfAnOlderAnalyser) {
         EXPECT_EQ(identifiers(store->pending(row.version, row.force, row.only)), row.expected) << row.what;
 
     // A rescan that finds the file changed records its new state: analysed again.
-    execute(index, "UPDATE items SET modified_ns = 101 WHERE persistent_id = 9");
+    executeSql(index, "UPDATE items SET modified_ns = 101 WHERE persistent_id = 9");
     EXPECT_EQ(identifiers(store->pending(1, false, {})), (std::vector<PersistentID>{9}));
 }
 
-TEST(AnalysisStoreTest, TagsWinUnlessTheAnalysisIsPreferred) {
+TEST(ChosenValuesTest, TagsWinUnlessTheAnalysisIsPreferred) {
     struct Row {
         std::int64_t tagBpm;
         const char* tagKey;

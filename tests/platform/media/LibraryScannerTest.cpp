@@ -5,12 +5,12 @@
 #include <set>
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/media/AudioFixture.h"
 #include "platform/media/FileURL.h"
+#include "platform/media/IndexSql.h"
 #include "platform/media/MediaLibrary.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
@@ -447,12 +447,7 @@ TEST_F(LibraryScannerTest, IndexOfTheFirstVersionIsUpgradedAndTheRescanFillsTemp
         "');"
         "PRAGMA application_id = 1448627532; PRAGMA user_version = 1;";
     fs::create_directories(m_index.parent_path());
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open(m_index.c_str(), &database), SQLITE_OK);
-    char* message = nullptr;
-    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK) << (message ? message : "");
-    sqlite3_free(message);
-    sqlite3_close(database);
+    vexo::testing::executeSql(m_index, sql);
 
     // Opened before any rescan: everything is there, tempo and key not yet.
     const auto before = library()->itemsWithPersistentID(static_cast<PersistentID>(-7));

@@ -5,28 +5,18 @@
 #include <thread>
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
+#include "platform/media/IndexSql.h"
 #include "platform/media/LibraryIndex.h"
 #include "platform/runtime/DeterministicRunLoop.h"
 #include "platform/runtime/NotificationCenter.h"
 #include "support/TemporaryDirectory.h"
 
 using namespace vexo::media;
+using vexo::testing::executeSql;
 namespace fs = std::filesystem;
 
 namespace {
-
-// Runs SQL on an index file directly, as another program's writer would.
-void execute(const fs::path& path, const std::string& sql) {
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
-    char* message = nullptr;
-    const int result = sqlite3_exec(database, sql.c_str(), nullptr, nullptr, &message);
-    EXPECT_EQ(result, SQLITE_OK) << (message ? message : "");
-    sqlite3_free(message);
-    sqlite3_close(database);
-}
 
 std::string item(std::int64_t id, const std::string& path, int present, const std::string& title, int type = 1,
                  int artwork = 0) {
@@ -62,11 +52,12 @@ constexpr std::int64_t kHighID = std::numeric_limits<std::int64_t>::min() + 5; /
 } // namespace
 
 TEST_F(MediaLibraryTest, PlaylistsComeByNameThenUnsignedIdentifierWithItemsInOrder) {
-    execute(m_index, item(7, "/m/a.mp3", 1, "Alpha") + item(kHighID, "/m/b.mp3", 0, "beta", 1, 1) +
-                         item(9, "/m/c.mp3", 1, "Gamma", 2) + "INSERT INTO artwork VALUES (" + std::to_string(kHighID) +
-                         ", x'FFD8FFD9');" + playlist(kHighID, "Mix", {"/m/a.mp3", "/m/b.mp3"}) +
-                         playlist(3, "Mix", {"/m/c.mp3", "/m/a.mp3", "/m/nothing.mp3"}) +
-                         playlist(4, "ambient", {"/m/b.mp3"}) + playlist(5, "Zed", {}));
+    executeSql(m_index, item(7, "/m/a.mp3", 1, "Alpha") + item(kHighID, "/m/b.mp3", 0, "beta", 1, 1) +
+                            item(9, "/m/c.mp3", 1, "Gamma", 2) + "INSERT INTO artwork VALUES (" +
+                            std::to_string(kHighID) + ", x'FFD8FFD9');" +
+                            playlist(kHighID, "Mix", {"/m/a.mp3", "/m/b.mp3"}) +
+                            playlist(3, "Mix", {"/m/c.mp3", "/m/a.mp3", "/m/nothing.mp3"}) +
+                            playlist(4, "ambient", {"/m/b.mp3"}) + playlist(5, "Zed", {}));
     auto library = MediaLibrary::open(m_index).valueOr(nullptr);
     ASSERT_TRUE(library);
 
@@ -118,10 +109,10 @@ TEST_F(MediaLibraryTest, OpenRefusesFilesThatAreNotAnIndexOfThisVersion) {
     const fs::path text = m_temporary.path() / "notes.txt";
     std::ofstream(text) << std::string(4096, 'x');
     const fs::path foreign = m_temporary.path() / "foreign.sqlite";
-    execute(foreign, "CREATE TABLE t (x);");
+    executeSql(foreign, "CREATE TABLE t (x);");
     const fs::path newer = m_temporary.path() / "newer.sqlite";
     ASSERT_TRUE(MediaLibrary::open(newer));
-    execute(newer, "PRAGMA user_version = 99;");
+    executeSql(newer, "PRAGMA user_version = 99;");
 
     struct Row {
         fs::path path;
@@ -179,7 +170,7 @@ TEST_F(MediaLibraryTest, QueriesFromAnotherThreadRunBesideTheMainThreads) {
             paths.push_back("/m/" + std::to_string((p - 1) * 10 + i + 1) + ".mp3");
         sql += playlist(1000 + p, "P" + std::to_string(p), paths);
     }
-    execute(m_index, sql);
+    executeSql(m_index, sql);
     const auto library = MediaLibrary::open(m_index).valueOr(nullptr);
     ASSERT_TRUE(library);
 
@@ -200,32 +191,22 @@ TEST_F(MediaLibraryTest, QueriesFromAnotherThreadRunBesideTheMainThreads) {
     EXPECT_EQ(wrong, 0);
 }
 
-TEST(MediaItemTest, ItemMadeOutsideAnIndexCarriesItsPicture) {
-    MediaItem::Properties properties;
-    properties.persistentID = 43794;
-    properties.title = "Song";
-    const MediaItem withPicture(properties, std::vector<std::uint8_t>{1, 2, 3});
-    const MediaItem without(properties);
-    EXPECT_EQ(withPicture.artworkData(), (std::vector<std::uint8_t>{1, 2, 3}));
-    EXPECT_FALSE(without.artworkData());
-    EXPECT_FALSE(withPicture == without);
-    const MediaPlaylist playlist(5, "List", {withPicture, without});
-    EXPECT_EQ(playlist.count(), 2u);
-    EXPECT_EQ(playlist.valueForProperty(MediaPlaylist::kPropertyName), vexo::plist::Value("List"));
-    EXPECT_EQ(playlist.valueForProperty(MediaPlaylist::kPropertyPersistentID), vexo::plist::Value(5));
-}
-
-TEST(MediaItemTest, TempoAndKeyAreAbsentPropertiesWhenUntagged) {
+TEST(MediaItemTest, PictureTempoAndKeyAreAbsentPropertiesWhenMissing) {
     MediaItem::Properties tagged;
+    tagged.persistentID = 43794;
     tagged.beatsPerMinute = 124;
     tagged.initialKey = "Gm";
-    const MediaItem withTags(tagged);
+    const MediaItem withTags(tagged, std::vector<std::uint8_t>{1, 2, 3});
     const MediaItem without{MediaItem::Properties{}};
+    EXPECT_EQ(withTags.artworkData(), (std::vector<std::uint8_t>{1, 2, 3}));
+    EXPECT_FALSE(without.artworkData());
+    EXPECT_FALSE(withTags == MediaItem(tagged)) << "the picture is part of the item";
     EXPECT_EQ(withTags.valueForProperty(MediaItem::kPropertyBeatsPerMinute), vexo::plist::Value(124));
     EXPECT_EQ(withTags.valueForProperty(MediaItem::kPropertyInitialKey), vexo::plist::Value("Gm"));
     EXPECT_TRUE(without.valueForProperty(MediaItem::kPropertyBeatsPerMinute).isNull());
     EXPECT_TRUE(without.valueForProperty(MediaItem::kPropertyInitialKey).isNull());
-    EXPECT_EQ(without.beatsPerMinute(), 0);
-    EXPECT_EQ(without.initialKey(), "");
-    EXPECT_FALSE(withTags == without);
+
+    const MediaPlaylist playlist(5, "List", {withTags, without});
+    EXPECT_EQ(playlist.valueForProperty(MediaPlaylist::kPropertyName), vexo::plist::Value("List"));
+    EXPECT_EQ(playlist.valueForProperty(MediaPlaylist::kPropertyPersistentID), vexo::plist::Value(5));
 }
