@@ -18,7 +18,6 @@ TEST(TimerTest, RepeatingTimerKeepsItsScheduleAndNeverFiresABurst) {
     auto timer = Timer::scheduledTimer(loop, 1.0, Timer::Repeats::Yes, [&](Timer&) { fired.push_back(loop.now()); });
     loop.advance(3.5);
     EXPECT_EQ(fired, (std::vector<double>{1, 2, 3}));
-    EXPECT_EQ(timer->timeInterval(), 1);
     timer->invalidate();
 
     // A loop too busy to fire on time: the timer fires once, then at its next own date.
