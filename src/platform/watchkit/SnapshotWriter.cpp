@@ -138,7 +138,10 @@ nlohmann::json SnapshotWriter::changeRecords(const ChangeStream::Pending& pendin
         if (auto object = weak.lock(); object && !added.contains(screenId))
             changedByScreen[screenId].push_back(std::move(object));
     }
-    for (auto& [screenId, objects] : changedByScreen) {
+    for (auto& entry : changedByScreen) {
+        // Named, not bound: lambdas below capture them, which clang 14 refuses for bindings.
+        const std::string& screenId = entry.first;
+        std::vector<std::shared_ptr<InterfaceObject>>& objects = entry.second;
         const Screen* shown = nullptr;
         for (const ScreenView& view : live) {
             if (view.screen->id() == screenId)
