@@ -28,20 +28,16 @@ inline ErrorKind errorKindOfErrno(int errnoValue) {
 // An Error for errno `errnoValue` whose message is the system's own sentence for it, after
 // `context` and ": " when a context is given.
 inline Error systemError(int errnoValue, std::string_view context = {}) {
-    std::string message = std::strerror(errnoValue);
-    if (!context.empty())
-        message.insert(0, std::string(context) + ": ");
-    return Error(errorKindOfErrno(errnoValue), std::move(message));
+    Error error(errorKindOfErrno(errnoValue), std::strerror(errnoValue));
+    return context.empty() ? error : std::move(error).withContext(context);
 }
 
 // The same for a std::error_code of the system category (as std::filesystem reports).
 inline Error systemError(const std::error_code& code, std::string_view context = {}) {
-    std::string message = code.message();
-    if (!context.empty())
-        message.insert(0, std::string(context) + ": ");
     const int value =
         code.category() == std::system_category() || code.category() == std::generic_category() ? code.value() : 0;
-    return Error(errorKindOfErrno(value), std::move(message));
+    Error error(errorKindOfErrno(value), code.message());
+    return context.empty() ? error : std::move(error).withContext(context);
 }
 
 } // namespace vexo

@@ -1,10 +1,10 @@
 #include "platform/base/WriteAll.h"
 
 #include <cerrno>
-#include <cstring>
-#include <string>
 
 #include <unistd.h>
+
+#include "platform/base/SystemError.h"
 
 namespace vexo {
 
@@ -15,10 +15,9 @@ Expected<void> writeAll(int fd, const void* data, std::size_t size) {
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0) {
-            if (written == 0)
-                errno = ENOSPC;
-            const int error = errno;
-            Error failure(ErrorKind::SystemFailure, std::strerror(error));
+            // A write that takes nothing would take nothing again: as good as a full disk.
+            const int error = written == 0 ? ENOSPC : errno;
+            Error failure = systemError(error);
             errno = error;
             return failure;
         }
